@@ -1,0 +1,161 @@
+#include "devhost/qosdb/store.h"
+
+#include <limits>
+
+namespace qosdb {
+
+namespace {
+
+constexpr int kBusyTimeoutMs = 5000;
+
+std::string cellName(const Table& table, int index) {
+    return std::string("table ") + table.name + ", column " + table.columns[static_cast<size_t>(index)].name;
+}
+
+}  // namespace
+
+Store::Store(const std::string& path) : path_(path) {
+    sqlite3* connection = nullptr;
+    const int code = sqlite3_open_v2(path.c_str(), &connection,
+                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    connection_.reset(connection);
+    if (code != SQLITE_OK) {
+        fail("cannot open or create the database");
+    }
+    sqlite3_busy_timeout(connection, kBusyTimeoutMs);
+
+    useWal();
+    execute("PRAGMA synchronous=NORMAL");
+
+    execute("BEGIN IMMEDIATE");
+    for (const Table& table : kTables) {
+        execute(createSql(table).c_str());
+    }
+    execute("COMMIT");
+
+    // All at once: a table of another shape shows here and not in the middle of a round.
+    for (size_t i = 0; i < kTableCount; ++i) {
+        statements_[i] = {prepare(std::string("DELETE FROM ") + kTables[i].name), prepare(insertSql(kTables[i])),
+                          prepare(selectSql(kTables[i]))};
+    }
+}
+
+void Store::useWal() {
+    const Statement journal = prepare("PRAGMA journal_mode=WAL");
+    if (sqlite3_step(journal.get()) != SQLITE_ROW) {
+        fail("cannot switch to WAL mode");
+    }
+    const auto* mode = reinterpret_cast<const char*>(sqlite3_column_text(journal.get(), 0));
+    if (mode == nullptr || std::string(mode) != "wal") {
+        throw StoreError("'" + path_ + "': the database must be a file that can be kept in WAL mode");
+    }
+}
+
+Round Store::begin() {
+    return Round(*this);
+}
+
+void Store::fail(const std::string& what) const {
+    throw StoreError("'" + path_ + "': " + what + ": " + sqlite3_errmsg(connection_.get()));
+}
+
+Statement Store::prepare(const std::string& sql) {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v3(connection_.get(), sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
+        SQLITE_OK) {
+        fail("cannot prepare '" + sql + "'");
+    }
+    return Statement(statement);
+}
+
+void Store::execute(const char* sql) {
+    if (sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr) != SQLITE_OK) {
+        fail(std::string("cannot run '") + sql + "'");
+    }
+}
+
+void Store::run(TableId table, const Statement& statement) {
+    const ActiveStatement active(statement.get());
+    if (sqlite3_step(active.get()) != SQLITE_DONE) {
+        fail(std::string("cannot write table ") + tableOf(table).name);
+    }
+}
+
+void Store::bind(TableId table, int position, uint64_t value) {
+    sqlite3_stmt* insert = statements_[indexOf(table)].insert.get();
+    if (sqlite3_bind_int64(insert, position, static_cast<sqlite3_int64>(value)) != SQLITE_OK) {
+        fail("cannot set " + cellName(tableOf(table), position - 1));
+    }
+}
+
+// The row outlives the insertion that follows its bindings, so its text is not copied.
+void Store::bind(TableId table, int position, const std::string& value) {
+    sqlite3_stmt* insert = statements_[indexOf(table)].insert.get();
+    if (sqlite3_bind_text64(insert, position, value.data(), value.size(), SQLITE_STATIC, SQLITE_UTF8) != SQLITE_OK) {
+        fail("cannot set " + cellName(tableOf(table), position - 1));
+    }
+}
+
+bool Store::nextRow(TableId table) {
+    const int code = sqlite3_step(statements_[indexOf(table)].select.get());
+    if (code != SQLITE_ROW && code != SQLITE_DONE) {
+        fail(std::string("cannot read table ") + tableOf(table).name);
+    }
+    return code == SQLITE_ROW;
+}
+
+void Store::fetch(TableId table, int index, uint64_t& field) const {
+    sqlite3_stmt* select = statements_[indexOf(table)].select.get();
+    if (sqlite3_column_type(select, index) != SQLITE_INTEGER) {
+        throw StoreError("'" + path_ + "': " + cellName(tableOf(table), index) + " does not hold an integer");
+    }
+    field = static_cast<uint64_t>(sqlite3_column_int64(select, index));
+}
+
+template <class Number>
+void Store::fetchNarrow(TableId table, int index, Number& field) const {
+    uint64_t value = 0;
+    fetch(table, index, value);
+    if (value > std::numeric_limits<Number>::max()) {
+        throw StoreError("'" + path_ + "': " + cellName(tableOf(table), index) + " holds a number above " +
+                         std::to_string(std::numeric_limits<Number>::max()) + " or below 0");
+    }
+    field = static_cast<Number>(value);
+}
+
+void Store::fetch(TableId table, int index, uint32_t& field) const {
+    fetchNarrow(table, index, field);
+}
+void Store::fetch(TableId table, int index, uint8_t& field) const {
+    fetchNarrow(table, index, field);
+}
+
+void Store::fetch(TableId table, int index, std::string& field) const {
+    sqlite3_stmt* select = statements_[indexOf(table)].select.get();
+    if (sqlite3_column_type(select, index) != SQLITE_TEXT) {
+        throw StoreError("'" + path_ + "': " + cellName(tableOf(table), index) + " does not hold a text");
+    }
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(select, index));
+    if (text == nullptr) {
+        throw std::bad_alloc();
+    }
+    field.assign(text, static_cast<size_t>(sqlite3_column_bytes(select, index)));
+}
+
+Round::Round(Store& store) : store_(store) {
+    store_.execute("BEGIN IMMEDIATE");
+}
+
+Round::~Round() {
+    if (open_) {
+        // A failure that SQLite rolled back by itself leaves nothing to do, and that is no error here.
+        sqlite3_exec(store_.connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
+void Round::commit() {
+    store_.execute("COMMIT");
+    open_ = false;
+}
+
+}  // namespace qosdb

@@ -1,0 +1,154 @@
+/*
+ * The writer's side of the QoS statistics database: whoever fills it opens a Store and writes in rounds.
+ *
+ * A Store owns one connection to one file and belongs to one thread. The file is kept in WAL mode, so readers go on
+ * while a round writes and see it only once committed. A Round is one write transaction; it must end before its Store
+ * does, and a Store has one open Round at a time. Every failure is a StoreError that names the file and the reason.
+ */
+#ifndef DEVHOST_QOSDB_STORE_H
+#define DEVHOST_QOSDB_STORE_H
+
+#include <array>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "devhost/qosdb/sqlite_handle.h"
+#include "devhost/qosdb/tables.h"
+
+namespace qosdb {
+
+/* C++ type of a column kind. */
+using CellOf_UINT32 = uint32_t;
+using CellOf_UINT64 = uint64_t;
+using CellOf_TEXT = std::string;
+using CellOf_BYTE = uint8_t;
+
+/* One struct per table, a field per column: qosdb::row::queue_stat{.ifIndex = 7, .ifName = "eth0", ...}. */
+namespace row {
+#define QOSDB_FIELD(table, column, kind, role) CellOf_##kind column{};
+#define QOSDB_VISIT(table, column, kind, role) visit(self.column);
+#define QOSDB_ROW(table, columns)                                                     \
+    struct table {                                                                    \
+        columns(QOSDB_FIELD, table) static constexpr TableId kTable = TableId::table; \
+        template <class Self, class Visit>                                            \
+        static void forEachColumn(Self& self, Visit&& visit) {                        \
+            columns(QOSDB_VISIT, table)                                               \
+        }                                                                             \
+        friend bool operator==(const table&, const table&) = default;                 \
+    };
+QOS_DB_TABLES(QOSDB_ROW)
+#undef QOSDB_ROW
+#undef QOSDB_VISIT
+#undef QOSDB_FIELD
+}  // namespace row
+
+class StoreError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+class Round;
+
+class Store {
+  public:
+    /* Opens the file or creates it, and creates the tables that it lacks. */
+    explicit Store(const std::string& path);
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    /* Begins a round; waits some seconds for another writer to finish. */
+    Round begin();
+
+    /* All rows of Row's table, in the order in which they were written; an open round's own rows are among them. */
+    template <class Row>
+    std::vector<Row> read();
+
+  private:
+    friend class Round;
+
+    struct Statements {
+        Statement clear;
+        Statement insert;
+        Statement select;
+    };
+
+    void useWal();
+    Statement prepare(const std::string& sql);
+    void execute(const char* sql);
+    /* Runs a statement of a table that answers no rows. */
+    void run(TableId table, const Statement& statement);
+    [[noreturn]] void fail(const std::string& what) const;
+
+    void bind(TableId table, int position, uint64_t value);
+    void bind(TableId table, int position, const std::string& value);
+
+    bool nextRow(TableId table);
+    template <class Number>
+    void fetchNarrow(TableId table, int index, Number& field) const;
+    void fetch(TableId table, int index, uint8_t& field) const;
+    void fetch(TableId table, int index, uint32_t& field) const;
+    void fetch(TableId table, int index, uint64_t& field) const;
+    void fetch(TableId table, int index, std::string& field) const;
+
+    std::string path_;
+    Connection connection_;
+    std::array<Statements, kTableCount> statements_;
+};
+
+class Round {
+  public:
+    /* Rolls back unless committed. */
+    ~Round();
+    Round(const Round&) = delete;
+    Round& operator=(const Round&) = delete;
+
+    /* Makes these the rows of Row's table, in this order. */
+    template <class Row>
+    void replace(const std::vector<Row>& rows);
+
+    /* Appends a row; a second row with the same key is a StoreError. */
+    template <class Row>
+    void add(const Row& row);
+
+    /* Makes the round visible, all of it at once; nothing may follow. */
+    void commit();
+
+  private:
+    friend class Store;
+    explicit Round(Store& store);
+
+    Store& store_;
+    bool open_ = true;
+};
+
+template <class Row>
+std::vector<Row> Store::read() {
+    std::vector<Row> rows;
+    const ActiveStatement active(statements_[indexOf(Row::kTable)].select.get());
+    while (nextRow(Row::kTable)) {
+        int index = 0;
+        Row::forEachColumn(rows.emplace_back(), [&](auto& field) { fetch(Row::kTable, index++, field); });
+    }
+    return rows;
+}
+
+template <class Row>
+void Round::replace(const std::vector<Row>& rows) {
+    store_.run(Row::kTable, store_.statements_[indexOf(Row::kTable)].clear);
+    for (const Row& row : rows) {
+        add(row);
+    }
+}
+
+template <class Row>
+void Round::add(const Row& row) {
+    int position = 0;
+    Row::forEachColumn(row, [&](const auto& field) { store_.bind(Row::kTable, ++position, field); });
+    store_.run(Row::kTable, store_.statements_[indexOf(Row::kTable)].insert);
+}
+
+}  // namespace qosdb
+
+#endif
