@@ -1,0 +1,273 @@
+// The query cycle that all families share, through their entry points, in both encodings.
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <set>
+
+#include "plugin/families.h"
+
+using fake::platform;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr const char* kQueryFailed = "[Tlm QueryFunc] query data failed.";
+
+// Rows for the test of size: all of them only where the code is optimised and not instrumented.
+#if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__)
+constexpr uint32_t kHuge = 64000;
+#else
+constexpr uint32_t kHuge = 2000;
+#endif
+
+class QueryCycleTest : public StartedPluginTest, public testing::WithParamInterface<std::tuple<Family, uint32_t>> {
+  protected:
+    void SetUp() override {
+        StartedPluginTest::SetUp();
+        std::tie(family_, request_.encodeType) = GetParam();
+    }
+    void restart(uint32_t rows) {
+        reload();
+        addRows(rows);
+    }
+    void addRows(uint32_t count) {
+        for (uint32_t number = 0; number < count; ++number) {
+            family_.addRow(number);
+        }
+    }
+    uint32_t query(const QosTlmQueryParam& request) const { return callEntryPoint(family_, request); }
+    uint32_t query() const { return query(request_); }
+    uint32_t& flag() const { return *pluginSymbolAs<uint32_t*>(family_.flag); }
+
+    // What was uploaded is the rows from one number to another, in order.
+    void expectRows(uint32_t from, uint32_t to) {
+        const auto entries = takeEntries(family_, request_.encodeType);
+        ASSERT_EQ(entries.size(), to - from);
+        for (const auto& entry : entries) {
+            const auto expected = family_.entry(from++);
+            ASSERT_TRUE(sameJson(entry, expected)) << entry << " is not " << expected;
+        }
+    }
+    void expectFullPass(uint32_t rows) {
+        platform.uploads.clear();
+        runPass(family_, request_);
+        expectRows(0, rows);
+    }
+    std::string tagged(const std::string& before, const std::string& after) const {
+        return "[Tlm " + before + family_.tag + after;
+    }
+    std::string dbName(const std::string& before, const std::string& after) const {
+        return "db_" + before + "_qos_tlm_" + family_.table + "_" + after;
+    }
+
+    Family family_{};
+    QosTlmQueryParam request_{};
+};
+
+TEST_P(QueryCycleTest, TablesArriveInBatches) {
+    const uint32_t limit = family_.batchLimit;
+    EXPECT_EQ(query(), QOS_TLM_RESULT_DONE) << "an empty table";
+    EXPECT_THAT(platform.uploads, IsEmpty());
+    EXPECT_EQ(fake::callCount("gettimeofday"), 0u) << "nothing is encoded";
+    for (const uint32_t rows : {2 * limit + 44, limit}) {
+        restart(rows);
+        for (int pass = 0; pass < 2; ++pass) {
+            for (uint32_t from = 0; from <= rows; from += limit) {
+                SCOPED_TRACE(testing::Message() << from << " of " << rows);
+                const bool last = from + limit > rows;
+                EXPECT_EQ(query(), last ? QOS_TLM_RESULT_DONE : QOS_TLM_RESULT_MORE);
+                EXPECT_EQ(flag(), last ? 0u : 1u);
+                EXPECT_LE(platform.uploads.size(), from < rows ? 1u : 0u);
+                expectRows(from, last ? rows : from + limit);
+            }
+        }
+        EXPECT_EQ(fake::liveBlocks(), rows) << "the sent keys alone are kept";
+    }
+}
+
+TEST_P(QueryCycleTest, DatabaseIsReadInOrderWhateverFails) {
+    addRows(1);
+    EXPECT_EQ(query(), QOS_TLM_RESULT_DONE);
+    std::vector<std::string> calls{dbName("create", "obj"), "db_create_root_iter", "db_root_iterator_next"};
+    for (const std::string& column : family_.columns) {
+        calls.push_back(dbName("get", column));
+    }
+    calls.insert(calls.end(), {"db_root_iterator_next", dbName("release", "object")});
+    EXPECT_EQ(fake::callsWith("db_"), calls);
+
+    calls.erase(calls.end() - 2);
+    for (const std::string& failing : family_.columns) {
+        platform.calls.clear();
+        fake::failCall(dbName("get", failing), 1, 3);
+        EXPECT_EQ(query(), QOS_TLM_RESULT_FAILED);
+        EXPECT_LOG(tagged("Read", "Field] get field error, ret=3."), kQueryFailed);
+        EXPECT_EQ(fake::callsWith("db_"), calls) << "every accessor is called all the same";
+    }
+    for (const std::string& column : family_.columns) {
+        fake::failCall(dbName("get", column), 1, column == family_.columns[0] ? 0xFFFFFFFF : 10);
+    }
+    EXPECT_EQ(query(), QOS_TLM_RESULT_FAILED);
+    const auto sum = std::to_string(10 * (family_.columns.size() - 1) - 1);
+    EXPECT_LOG(tagged("Read", "Field] get field error, ret=" + sum + "."), kQueryFailed);
+    expectFullPass(1);
+}
+
+TEST_P(QueryCycleTest, FailuresSayWhyAndLeaveNothing) {
+    const bool json = request_.encodeType == QOS_TLM_ENCODE_JSON;
+    const uint32_t entry = json ? 6 : 4;  // the allocation of the first entry, after the buffer and the start nodes
+    const std::string start = tagged("Get", json ? "JsonStartNode] Create " : "GpbStartNode] Create ");
+    // Function, failing call, code, flag afterwards (1 before), message.
+    using Case = std::tuple<std::string, uint32_t, uint32_t, uint32_t, std::string>;
+    std::vector<Case> cases = {
+        {dbName("create", "obj"), 1, 5, 1, tagged("Get", "Iter] create obj failed, ret=5.")},
+        {"db_create_root_iter", 1, 6, 1, tagged("Get", "Iter] create rootIterator failed, ret=6.")},
+        {"db_root_iterator_next", 1, 7, 0, ""},
+        {"db_root_iterator_next", 2, 7, 0, ""},
+        {"db_root_iterator_next", 4, 0xFFFFFFFF, 0, ""},
+        {"strcpy_s", 1, 34, 0, tagged("Read", "Field] strcpy error ret=34.")},
+        {"NIVEX_AllocBuff", 2, 0, 1, start + (json ? "root failed." : "node1 failed.")},
+        {"NIVEX_AllocBuff", 3, 0, 1, start + (json ? "node1 failed." : "node2 failed.")},
+        {"NIVEX_AllocBuff", entry, 0, 0, tagged("Get", "DataNode] Create node2 failed.")},
+        {"NIVEX_AllocBuff", entry + 1, 0, 0, "[TLM AddChildString] malloc failed."},
+    };
+    if (json) {
+        cases.push_back({"NIVEX_AllocBuff", 4, 0, 1, start + "node2 failed."});
+        cases.push_back({"NIVEX_AllocBuff", 5, 0, 1, start + "node3 failed."});
+    }
+    for (const auto& [function, nth, code, flagAfter, message] : cases) {
+        SCOPED_TRACE(testing::Message() << function << " " << nth);
+        restart(3);
+        flag() = 1;
+        fake::failCall(function, nth, code);
+        EXPECT_EQ(query(), QOS_TLM_RESULT_FAILED);
+        EXPECT_EQ(fake::takeLog(), message.empty() ? std::vector<std::string>{kQueryFailed}
+                                                   : std::vector<std::string>({message, kQueryFailed}));
+        EXPECT_EQ(flag(), flagAfter);
+        EXPECT_THAT(platform.uploads, IsEmpty());
+        flag() = 0;
+        expectFullPass(3);
+    }
+    const auto fromDb = GLOBAL(g_qosTlmQueryFuncTable)[family_.index].queryFromDb;
+    QosTlmSampleData sample{};
+    EXPECT_EQ(fromDb(nullptr, &sample), QOS_TLM_RESULT_FAILED);
+    EXPECT_EQ(fromDb(&request_, nullptr), QOS_TLM_RESULT_FAILED);
+    EXPECT_LOG();
+
+    using Name = std::pair<std::optional<std::string>, const char*>;
+    for (const auto& [name, code] : {Name{std::string(32, 'n'), "34"}, Name{std::nullopt, "22"}}) {
+        family_.setName(name);
+        EXPECT_EQ(query(), QOS_TLM_RESULT_FAILED);
+        EXPECT_LOG(tagged("Read", "Field] strcpy error ret=") + code + ".", kQueryFailed);
+    }
+}
+
+TEST_P(QueryCycleTest, LostBatchCountsAsSentForTheRestOfThePass) {
+    const uint32_t limit = family_.batchLimit;
+    addRows(limit + 2);
+    const uint32_t copies = fake::callCount("memcpy_s");
+    fake::failCall("sampleDataUpload", 1);
+    EXPECT_EQ(query(), QOS_TLM_RESULT_FAILED);
+    EXPECT_LOG("[Tlm QueryFunc] upload sample data failed.");
+    const uint32_t intoBuffer = fake::callCount("memcpy_s") - copies;  // the last copy of a batch
+    EXPECT_EQ(query(), QOS_TLM_RESULT_DONE);
+    expectRows(limit, limit + 2);
+
+    fake::failCall("memcpy_s", intoBuffer, 9);
+    EXPECT_EQ(query(), QOS_TLM_RESULT_DONE) << "no batch, so not \"more\" either";
+    EXPECT_LOG("[Tlm SetSampleData] memcpy error, ret=9.");
+    EXPECT_THAT(platform.uploads, IsEmpty());
+    EXPECT_EQ(query(), QOS_TLM_RESULT_DONE);
+    expectRows(limit, limit + 2);
+    expectFullPass(limit + 2);
+}
+
+// Whatever single call of the platform fails: a legal result, nothing left behind, and the next pass is complete.
+TEST_P(QueryCycleTest, EveryFailureIsFollowedByAFullPass) {
+    constexpr uint32_t kRows = 3;
+    for (const char* function : {"NIVEX_AllocBuff", "memcpy_s", "strcpy_s", "memset_s"}) {
+        uint32_t failures = 0;
+        for (bool failed = true; failed; failures += failed) {
+            SCOPED_TRACE(testing::Message() << function << " " << failures + 1);
+            restart(kRows);
+            fake::failCall(function, failures + 1, 75);
+            const uint32_t result = query();
+            failed = fake::hasFailed(function);
+            fake::failNothing();
+            EXPECT_TRUE(result == QOS_TLM_RESULT_DONE || (result == QOS_TLM_RESULT_FAILED && platform.uploads.empty()));
+            for (const auto& [moduleId, sample] : platform.uploads) {
+                EXPECT_LE(sample.recordCount, kRows);
+                EXPECT_LE(sample.dataLen, QOS_TLM_PAYLOAD_SIZE);
+            }
+            EXPECT_TRUE(!fake::takeLog().empty() || !failed || strcmp(function, "memset_s") == 0)
+                << "without a message";
+            EXPECT_EQ(flag(), 0u);
+            EXPECT_EQ(fake::liveObjects(), 0u);
+            EXPECT_LE(fake::liveBlocks(), kRows);
+            expectFullPass(kRows);
+        }
+        EXPECT_GE(failures, strcmp(function, "NIVEX_AllocBuff") == 0 ? 40u : 1u) << function;
+    }
+}
+
+TEST_P(QueryCycleTest, NonsenseInTheRequestIsNeverReadPast) {
+    addRows(3);
+    // The request ends where readable memory ends.
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void* pages = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(pages, MAP_FAILED);
+    auto* fence = static_cast<uint8_t*>(pages) + page;
+    ASSERT_EQ(mprotect(fence, page, PROT_NONE), 0);
+    auto& request = *reinterpret_cast<QosTlmQueryParam*>(fence - sizeof(QosTlmQueryParam));
+    const auto spoil = [&](uint32_t conditionNum) {
+        memset(&request, 0xFF, sizeof request);  // no text ends before the record does
+        request.encodeType = request_.encodeType;
+        request.conditionNum = conditionNum;
+        request.periodCheck = 0;
+    };
+    for (const uint32_t conditionNum : {32u, 33u, 4'000'000'000u, 0xFFFFFFFFu}) {
+        for (const char* field : {"interface-name", "service-class", "queue-id", "slot-id"}) {
+            for (const uint32_t suppress : {0u, 1u}) {
+                spoil(conditionNum);
+                for (QosTlmCondition& condition : request.conditions) {
+                    strcpy(condition.fieldName, field);
+                }
+                request.suppressRedundant = suppress;
+                EXPECT_EQ(query(request), QOS_TLM_RESULT_DONE) << field;
+            }
+        }
+        spoil(conditionNum);  // names that no family knows restrict nothing
+        request.thresholdNum = 0;
+        platform.uploads.clear();
+        EXPECT_EQ(query(request), QOS_TLM_RESULT_DONE);
+        expectRows(0, 3);
+        request.encodeType = 2;
+        EXPECT_EQ(query(request), QOS_TLM_RESULT_FAILED);
+        EXPECT_LOG(kQueryFailed);
+    }
+    munmap(pages, 2 * page);
+}
+
+TEST_P(QueryCycleTest, HugeTableIsDelivered) {
+    platform.quick = true;
+    addRows(kHuge);
+    runPass(family_, request_);
+    std::set<std::string> different;
+    size_t entries = 0;
+    for (const auto& entry : takeEntries(family_, request_.encodeType)) {
+        ++entries;
+        different.insert(entry.dump());
+    }
+    EXPECT_EQ(entries, kHuge);
+    EXPECT_EQ(different.size(), kHuge);
+}
+
+std::string nameOf(const testing::TestParamInfo<std::tuple<Family, uint32_t>>& test) {
+    const auto& [family, encodeType] = test.param;
+    return std::string(family.tag) + (encodeType == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, QueryCycleTest,
+                         testing::Combine(testing::ValuesIn(kFamilies), testing::Values(0u, 1u)), nameOf);
+
+}  // namespace

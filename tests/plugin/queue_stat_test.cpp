@@ -1,0 +1,353 @@
+// The queue statistics family: its filters, its memory of records, its steps one by one.
+#include "nivex_qos/queue_stat.h"
+
+#include <cstring>
+
+#include "nivex_qos/assembly.h"
+#include "platform/qos_db.h"
+#include "plugin/families.h"
+
+using fake::platform;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+using Key = std::pair<std::string, uint32_t>;  // interface name and queue of an entry
+
+class QueueStatTest : public StartedPluginTest {
+  protected:
+    // One call; the entries that it delivered.
+    std::vector<Key> sample() {
+        EXPECT_EQ(CALL(QOS_TLM_QueryQueueStat)(1, 2, &request_), QOS_TLM_RESULT_DONE);
+        std::vector<Key> keys;
+        for (const auto& entry : takeEntries(kFamilies[0], request_.encodeType)) {
+            keys.emplace_back(entry["interface-name"], entry["service-class"]);
+        }
+        return keys;
+    }
+    static void addRow(uint32_t ifIndex, const std::string& name, uint32_t queue) {
+        platform.tables.queue_stat.push_back({ifIndex, name, queue, 1, 2, 3, 4, 5, 6, 7, 8});
+    }
+    static fake::row::queue_stat& row(size_t number) { return platform.tables.queue_stat[number]; }
+    static void setSeconds(uint64_t seconds) { platform.nowMs = seconds * 1000; }
+
+    QosTlmQueryParam request_{};
+};
+
+TEST_F(QueueStatTest, Conditions) {
+    addRow(1, "eth1/0", 0);
+    addRow(1, "eth1/0", 5);
+    addRow(2, "eth1/12", 5);
+    addRow(3, "lo", 7);
+    const Key a{"eth1/0", 0}, b{"eth1/0", 5}, c{"eth1/12", 5}, d{"lo", 7};
+    struct Case {
+        std::vector<std::pair<std::string, std::string>> conditions;
+        std::vector<Key> expected;
+    };
+    const Case cases[] = {
+        {{}, {a, b, c, d}},
+        {{{"interface-name", "ETH1/*"}}, {a, b, c}},
+        {{{"interface-name", "lo"}}, {d}},
+        {{{"interface-name", "none"}}, {}},
+        {{{"interface-name", "eth["}}, {}},
+        {{{"interface-name", ""}}, {}},
+        {{{"service-class", "ef"}}, {b, c}},
+        {{{"service-class", "be"}}, {a}},
+        {{{"service-class", "EF"}}, {a}},
+        {{{"service-class", std::string(34, 'e')}}, {a}},  // fills its field: no class, so queue 0
+        {{{"interface-name", "eth1/*"}, {"service-class", "ef"}}, {b, c}},
+        {{{"service-class", "ef"}, {"service-class", "cs7"}}, {}},
+        {{{"queue-id", "7"}, {"slot-id", "1"}, {"Interface-name", "x"}, {"interface-nam", "x"}}, {a, b, c, d}},
+        {{{std::string("interface-name") + std::string(54, 'x'), "none"}}, {a, b, c, d}},
+        {std::vector<std::pair<std::string, std::string>>(32, {"interface-name", "lo"}), {d}},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(&test - cases);
+        request_ = {};
+        for (const auto& [field, value] : test.conditions) {
+            setCondition(request_, field, value);
+        }
+        EXPECT_EQ(sample(), test.expected);
+    }
+    request_ = {};
+    request_.conditionNum = 31;
+    setCondition(request_, "service-class", "cs7");
+    request_.conditionNum = 4'000'000'000;
+    EXPECT_THAT(sample(), ElementsAre(d)) << "the last of the 32 counts";
+}
+
+TEST_F(QueueStatTest, ThresholdsCompareTheLow32BitsOfEachField) {
+    using Row = fake::row::queue_stat;
+    using Field = std::pair<const char*, uint64_t Row::*>;
+    const Field fields[] = {{"pass-packets", &Row::passPackets},        {"pass-bytes", &Row::passBytes},
+                            {"pass-packet-rate", &Row::passPktRate},    {"pass-byte-rate", &Row::passBytRate},
+                            {"discard-packets", &Row::dropPackets},     {"discard-bytes", &Row::dropBytes},
+                            {"discard-packet-rate", &Row::dropPktRate}, {"discard-byte-rate", &Row::dropBytRate}};
+    const auto passing = [&](const std::string& name, uint8_t op, uint64_t value) {
+        request_ = {};
+        setThreshold(request_, name, op, value);
+        return sample().size();
+    };
+    for (uint32_t value = 99; value < 102; ++value) {
+        addRow(value, "eth", value + 50);
+    }
+    EXPECT_EQ(passing("interface-name", QOS_TLM_OP_GREATER, 100), 1u);
+    EXPECT_EQ(passing("interface-name", QOS_TLM_OP_EQUAL, 99), 1u);
+    EXPECT_EQ(passing("service-class", QOS_TLM_OP_LESS, 150), 1u);
+    EXPECT_EQ(passing("service-class", QOS_TLM_OP_EQUAL, 151), 1u);
+    for (const auto& [name, field] : fields) {
+        row(0).*field = 100;
+        row(1).*field = 101;
+        row(2).*field = (1ull << 32) + 100;
+        EXPECT_EQ(passing(name, QOS_TLM_OP_GREATER, 100), 1u) << name;
+        EXPECT_EQ(passing(name, QOS_TLM_OP_EQUAL, (7ull << 32) + 100), 2u) << name;
+    }
+    for (const std::string& name : {std::string("no such field"), std::string(65, 'p'), std::string()}) {
+        EXPECT_EQ(passing(name, QOS_TLM_OP_EQUAL, 0), 3u) << "an unknown name compares 0";
+    }
+    request_ = {};
+    setThreshold(request_, "pass-packets", QOS_TLM_OP_GREATER_EQUAL, 1);
+    setThreshold(request_, "service-class", QOS_TLM_OP_LESS, 102);  // the first threshold names the field of both
+    request_.thresholdRelation = QOS_TLM_RELATION_AND;
+    EXPECT_EQ(sample().size(), 3u);
+}
+
+TEST_F(QueueStatTest, PeriodicSend) {
+    addRow(1, "a", 0);
+    addRow(1, "a", 1);
+    addRow(2, "b", 0);
+    request_.periodCheck = 1;
+    request_.selfDefPeriod = 10;
+    setSeconds(1000);
+    EXPECT_THAT(sample(), ElementsAre(Key("a", 1))) << "new interfaces wait; a new queue of a known one does not";
+    setSeconds(1010);
+    EXPECT_THAT(sample(), IsEmpty());
+    setSeconds(1011);
+    EXPECT_EQ(sample().size(), 3u);
+    setSeconds(1021);
+    EXPECT_THAT(sample(), IsEmpty());
+
+    setSeconds(1022);
+    setThreshold(request_, "pass-packets", QOS_TLM_OP_GREATER, 1);
+    EXPECT_THAT(sample(), IsEmpty()) << "below the threshold";
+    request_.thresholdNum = 0;
+    setSeconds(1030);
+    EXPECT_THAT(sample(), IsEmpty()) << "the period restarted all the same";
+    request_.periodCheck = 2;
+    EXPECT_EQ(sample().size(), 3u) << "no period check";
+}
+
+TEST_F(QueueStatTest, ChangeSuppression) {
+    addRow(1, "a", 0);
+    addRow(2, "b", 3);
+    request_.suppressRedundant = 1;
+    request_.redundantPeriod = 60;
+    request_.periodCheck = 1;  // not applied, nor is the threshold
+    request_.selfDefPeriod = 1000;
+    setThreshold(request_, "pass-packets", QOS_TLM_OP_EQUAL, 12345);
+    const Key a("a", 0), b("b", 3);
+    setSeconds(1000);
+    EXPECT_THAT(sample(), ElementsAre(a, b));
+    uint64_t digest = 0;
+    for (const uint64_t value : {3u, 1u, 2u, 5u, 6u}) {  // queue, passed and dropped packets and bytes
+        CALL(QOS_TLM_IntegerHash)(&digest, value);
+    }
+    EXPECT_EQ(GLOBAL(g_qosTlmHisData)[1].digest[3][3], digest);
+    setSeconds(1060);
+    EXPECT_THAT(sample(), IsEmpty());
+    row(0).passPktRate = row(0).passBytRate = row(0).dropPktRate = row(0).dropBytRate = 999;
+    EXPECT_THAT(sample(), IsEmpty()) << "rates do not count as a change";
+    using Row = fake::row::queue_stat;
+    for (uint64_t Row::*counter : {&Row::passPackets, &Row::passBytes, &Row::dropPackets, &Row::dropBytes}) {
+        row(0).*counter += 1ull << 40;
+        EXPECT_THAT(sample(), ElementsAre(a));
+        EXPECT_THAT(sample(), IsEmpty());
+    }
+    setSeconds(1061);
+    EXPECT_THAT(sample(), ElementsAre(a, b)) << "over the refresh period";
+    EXPECT_THAT(sample(), IsEmpty());
+    setSeconds(900);
+    EXPECT_THAT(sample(), ElementsAre(a, b)) << "the clock was set back";
+    request_.suppressRedundant = 2;
+    request_.periodCheck = request_.thresholdNum = 0;
+    EXPECT_EQ(sample().size(), 2u);
+}
+
+// A query made of the exported steps.
+uint32_t composedQuery(const QosTlmQueryParam& request, QosTlmSampleData& sample) {
+    void* object = nullptr;
+    void* iterator = nullptr;
+    QosTlmNode* root = nullptr;
+    QosTlmNode* list = nullptr;
+    if (CALL(QOS_TLM_GetQueueStatIter)(&object, &iterator) != 0) {
+        return QOS_TLM_RESULT_FAILED;
+    }
+    uint32_t result = QOS_TLM_RESULT_FAILED;
+    if (CALL(QOS_TLM_GetQueueStatStartNode)(request.encodeType, &root, &list) == 0) {
+        const uint32_t previous = CALL(QOS_TLM_InitQueueStatQueryFlag)();
+        uint32_t count = 0;
+        uint32_t next = 0;
+        QosTlmQueueStat record{};
+        while ((next = db_root_iterator_next(iterator)) == 0) {
+            if (CALL(QOS_TLM_ReadQueueStatField)(object, &record) != 0) {
+                break;
+            }
+            if (CALL(QOS_TLM_CheckQueueStat)(previous, &record, &request, &sample.thresholdValue) == 0) {
+                continue;
+            }
+            if (CALL(QOS_TLM_GetQueueStatDataNode)(list, &record) != 0) {
+                break;
+            }
+            if (CALL(QOS_TLM_IsQueueStatRecordCntOver)(&record, &count) == 1) {
+                CALL(QOS_TLM_EncodingData)(root, request.encodeType, count, &sample);
+                result = QOS_TLM_RESULT_MORE;
+                break;
+            }
+        }
+        if (next == QOS_DB_END) {
+            CALL(QOS_TLM_EncodingData)(root, request.encodeType, count, &sample);
+            result = QOS_TLM_RESULT_DONE;
+        }
+        CALL(QOS_TLM_ReleaseNode)(root);
+    }
+    db_release_qos_tlm_queue_stat_object(object);
+    return result;
+}
+
+TEST_F(QueueStatTest, ComposedStepsGiveTheSameBytes) {
+    for (uint32_t number = 0; number < 300; ++number) {
+        kFamilies[0].addRow(number);
+    }
+    setCondition(request_, "interface-name", "eth*");
+    setThreshold(request_, "pass-packets", QOS_TLM_OP_GREATER, 3);
+    for (request_.encodeType = 0; request_.encodeType < 2; ++request_.encodeType) {
+        runPass(kFamilies[0], request_);
+        ASSERT_EQ(platform.uploads.size(), 3u);
+        for (const fake::Upload& upload : platform.uploads) {
+            QosTlmSampleData sample{};
+            const bool last = &upload == &platform.uploads.back();
+            EXPECT_EQ(composedQuery(request_, sample), last ? QOS_TLM_RESULT_DONE : QOS_TLM_RESULT_MORE);
+            ASSERT_EQ(sample.recordCount, upload.sample.recordCount);
+            ASSERT_EQ(sample.dataLen, upload.sample.dataLen);
+            EXPECT_EQ(memcmp(sample.data, upload.sample.data, sizeof sample.data), 0);
+        }
+        platform.uploads.clear();
+    }
+}
+
+TEST_F(QueueStatTest, QuestionsOneByOne) {
+    QosTlmQueueStat record{3, "eth0", 2, (1ull << 32) + 100, 0, 0, 0, 0, 0, 0, 0};
+    uint32_t value = 77;
+    CALL(QOS_TLM_GetQueueStatFieldValue)("pass-packets", &record, &value);
+    EXPECT_EQ(value, 100u);
+    CALL(QOS_TLM_GetQueueStatFieldValue)("ifName", &record, &value);
+    EXPECT_EQ(value, 0u);
+
+    EXPECT_EQ(CALL(QOS_TLM_IsThresholdQueueStat)(&record, &request_, &value), 1u) << "none is set";
+    setThreshold(request_, "pass-packets", QOS_TLM_OP_GREATER, 100);
+    for (const uint32_t passes : {0u, 1u}) {  // the value goes out only when it passes
+        request_.thresholds[0].op = passes ? QOS_TLM_OP_EQUAL : QOS_TLM_OP_GREATER;
+        value = 77;
+        EXPECT_EQ(CALL(QOS_TLM_IsThresholdQueueStat)(&record, &request_, &value), passes);
+        EXPECT_EQ(value, passes ? 100u : 77u);
+        value = 77;
+        EXPECT_EQ(CALL(QOS_TLM_CheckQueueStat)(0, &record, &request_, &value), passes);
+        EXPECT_EQ(value, passes ? 100u : 77u);
+    }
+    const auto selfDefined = CALL(QOS_TLM_IsSelfDefEvtQueueStat);
+    request_.selfDefPeriod = request_.redundantPeriod = 10;  // periodCheck and suppressRedundant are not asked
+    EXPECT_EQ(selfDefined(&record, &request_, &value), 0u);
+    platform.nowMs += 11'000;
+    EXPECT_EQ(selfDefined(&record, &request_, &value), 1u);
+    platform.nowMs += 11'000;
+    request_.thresholds[0].op = QOS_TLM_OP_LESS;
+    EXPECT_EQ(selfDefined(&record, &request_, &value), 0u);
+    EXPECT_EQ(CALL(QOS_TLM_IsRedundantQueueStat)(&record, &request_), 0u) << "the period restarted";
+    EXPECT_EQ(CALL(QOS_TLM_IsRedundantQueueStat)(&record, &request_), 1u);
+
+    request_.thresholdNum = 0;
+    uint32_t count = 126;
+    EXPECT_EQ(CALL(QOS_TLM_IsQueueStatRecordCntOver)(&record, &count), 0u);
+    EXPECT_EQ(CALL(QOS_TLM_IsQueueStatRecordCntOver)(&record, &count), 1u);
+    EXPECT_EQ(count, 128u);
+    record = {2, "eth0", 10, 0, 0, 0, 0, 0, 0, 0, 0};  // the same key, 26
+    for (const uint32_t previous : {0u, 1u, 2u}) {
+        EXPECT_EQ(CALL(QOS_TLM_IsSentQueueStat)(previous, &record), previous == 1 ? 1u : 0u);
+        EXPECT_EQ(CALL(QOS_TLM_CheckQueueStat)(previous, &record, &request_, &value), previous == 1 ? 0u : 1u);
+    }
+    EXPECT_EQ(CALL(QOS_TLM_InitQueueStatQueryFlag)(), 1u);
+    EXPECT_EQ(CALL(QOS_HashFind)(3, 26), 1u) << "a pass that goes on keeps its keys";
+    EXPECT_EQ(CALL(QOS_TLM_InitQueueStatQueryFlag)(), 0u);
+    EXPECT_EQ(CALL(QOS_HashFind)(3, 26), 0u);
+    record.ifIndex = 0x20000000;  // times 8 wraps
+    CALL(QOS_TLM_IsQueueStatRecordCntOver)(&record, &count);
+    EXPECT_EQ(CALL(QOS_HashFind)(3, 10), 1u);
+}
+
+TEST_F(QueueStatTest, StepsRefuseNull) {
+    const auto* const request = &request_;
+    QosTlmQueueStat record{};
+    QosTlmNode* root = nullptr;
+    void* object = nullptr;
+    uint32_t value = 77;
+    const auto open = CALL(QOS_TLM_GetQueueStatIter);
+    EXPECT_EQ(open(nullptr, &object) + open(&object, nullptr), 2u);
+    const auto start = CALL(QOS_TLM_GetQueueStatStartNode);
+    EXPECT_EQ(start(0, nullptr, &root) + start(1, &root, nullptr) + start(2, &root, &root), 3u);
+    for (const auto startOf : {CALL(QOS_TLM_GetQueueStatGpbStartNode), CALL(QOS_TLM_GetQueueStatJsonStartNode)}) {
+        EXPECT_EQ(startOf(nullptr, &root) + startOf(&root, nullptr), 2u);
+    }
+    const auto read = CALL(QOS_TLM_ReadQueueStatField);
+    EXPECT_EQ(read(nullptr, &record) + read(&value, nullptr), 2u);
+    EXPECT_EQ(CALL(QOS_TLM_GetQueueStatDataNode)(nullptr, &record), 1u);
+
+    const auto check = CALL(QOS_TLM_CheckQueueStat);
+    EXPECT_EQ(check(1, nullptr, request, &value) + check(0, &record, nullptr, &value), 0u);
+    EXPECT_EQ(CALL(QOS_TLM_IsSentQueueStat)(1, nullptr), 0u);
+    for (const auto ask : {CALL(QOS_TLM_IsConditionQueueStat), CALL(QOS_TLM_IsRedundantQueueStat)}) {
+        EXPECT_EQ(ask(nullptr, request) + ask(&record, nullptr), 0u);
+    }
+    for (const auto ask : {CALL(QOS_TLM_IsThresholdQueueStat), CALL(QOS_TLM_IsSelfDefEvtQueueStat)}) {
+        EXPECT_EQ(ask(nullptr, request, &value) + ask(&record, nullptr, &value), 0u);
+    }
+    const auto isFull = CALL(QOS_TLM_IsQueueStatRecordCntOver);
+    EXPECT_EQ(isFull(nullptr, &value) + isFull(&record, nullptr), 0u);
+    CALL(QOS_TLM_GetQueueStatFieldValue)("pass-bytes", nullptr, &value);
+    CALL(QOS_TLM_GetQueueStatFieldValue)("pass-bytes", &record, nullptr);
+    EXPECT_EQ(value, 77u);
+    EXPECT_EQ(fake::liveBlocks(), 0u);
+}
+
+TEST_F(QueueStatTest, FailedStepsLeaveNullBehind) {
+    QosTlmQueueStat record{};
+    auto* const stale = reinterpret_cast<QosTlmNode*>(&record);
+    for (const uint32_t nth : {1u, 2u, 3u, 4u}) {
+        for (const uint32_t type : {0u, 1u}) {
+            QosTlmNode* root = stale;
+            QosTlmNode* list = stale;
+            fake::failCall("NIVEX_AllocBuff", nth);
+            const uint32_t failed = CALL(QOS_TLM_GetQueueStatStartNode)(type, &root, &list);
+            EXPECT_EQ(failed, type == 0 && nth > 2 ? 0u : 1u);
+            EXPECT_TRUE(failed == 0 || (root == nullptr && list == nullptr));
+            CALL(QOS_TLM_ReleaseNode)(root);
+        }
+    }
+    EXPECT_EQ(fake::takeLog().size(), 6u);
+    for (const char* function : {"db_create_qos_tlm_queue_stat_obj", "db_create_root_iter"}) {
+        void* object = &record;
+        void* iterator = &record;
+        fake::failCall(function, 1, 5);
+        EXPECT_EQ(CALL(QOS_TLM_GetQueueStatIter)(&object, &iterator), 1u);
+        EXPECT_TRUE(object == nullptr && iterator == nullptr);
+    }
+    EXPECT_LOG("[Tlm GetQueueStatIter] create obj failed, ret=5.",
+               "[Tlm GetQueueStatIter] create rootIterator failed, ret=5.");
+    const Tree list = makeTree("list", 1);
+    fake::failCall("NIVEX_AllocBuff", 4);  // behind the entry, the name and its text
+    EXPECT_EQ(CALL(QOS_TLM_GetQueueStatDataNode)(list.get(), &record), 1u);
+    EXPECT_LOG("[TLM AddChildUint32] malloc failed.");
+    EXPECT_EQ(fake::liveBlocks(), 1u + 1 + 2 + 8) << "the leaves after the failed one are added all the same";
+}
+
+}  // namespace

@@ -1,0 +1,130 @@
+// The data tree.
+#include "nivex_qos/encode.h"
+#include "support/plugin.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+class TreeTest : public PluginTest {};
+
+TEST_F(TreeTest, NodesHoldWhatWasGivenInOrder) {
+    static const char topName[] = "top";
+    const Tree top = makeTree(topName, 5, 2);
+    EXPECT_EQ(top->data.name, topName);
+    EXPECT_THAT((std::vector<uint64_t>{top->isLeaf, top->data.fieldNumber, top->repeatType, top->data.valueType,
+                                       top->data.value, top->data.valueLen}),
+                ElementsAre(0, 5, 2, 0, 0, 0));
+    EXPECT_TRUE(!top->next && !top->firstChild && !top->lastChild);
+
+    EXPECT_EQ(CALL(QOS_TLM_AddChildBool)(top.get(), "a", 5, 1), 0u);
+    EXPECT_EQ(CALL(QOS_TLM_AddChildUint32)(top.get(), "b", 7, 2), 0u);
+    EXPECT_EQ(CALL(QOS_TLM_AddChildUint64)(top.get(), "c", ~0ull, 3), 0u);
+    char text[] = "ETH1/0/";
+    EXPECT_EQ(CALL(QOS_TLM_AddChildString)(top.get(), "d", text, 4), 0u);
+    text[0] = 'X';
+    EXPECT_EQ(CALL(QOS_TLM_AddChildString)(top.get(), "e", "", 5), 0u);
+    QosTlmNode* inner = addNode(top.get(), "f", 6);
+
+    using Leaf = std::tuple<const char*, uint32_t, uint64_t, uint32_t, const char*>;
+    const QosTlmNode* node = top->firstChild;
+    uint32_t expectedNumber = 0;
+    for (const auto& [name, type, value, length, copy] :
+         {Leaf{"a", QOS_TLM_VALUE_BOOL, 5, 1, nullptr}, Leaf{"b", QOS_TLM_VALUE_UINT32, 7, 4, nullptr},
+          Leaf{"c", QOS_TLM_VALUE_UINT64, ~0ull, 8, nullptr}, Leaf{"d", QOS_TLM_VALUE_STRING, 0, 8, "ETH1/0/"},
+          Leaf{"e", QOS_TLM_VALUE_STRING, 0, 1, ""}}) {
+        SCOPED_TRACE(name);
+        ASSERT_NE(node, nullptr);
+        EXPECT_STREQ(node->data.name, name);
+        EXPECT_THAT((std::vector<uint64_t>{node->isLeaf, node->data.fieldNumber, node->repeatType, node->data.valueType,
+                                           node->data.valueLen}),
+                    ElementsAre(1, ++expectedNumber, 0, type, length));
+        if (copy != nullptr) {
+            EXPECT_STREQ(textOf(*node), copy);
+        } else {
+            EXPECT_EQ(node->data.value, value);
+        }
+        EXPECT_TRUE(!node->firstChild && !node->lastChild);
+        node = node->next;
+    }
+    EXPECT_EQ(node, inner);
+    EXPECT_EQ(inner->next, nullptr);
+    EXPECT_EQ(top->lastChild, inner);
+    EXPECT_THAT(fake::platform.allocSizes, ElementsAre(72, 72, 72, 72, 72, 8, 72, 1, 72));
+}
+
+TEST_F(TreeTest, FailedAddsLeaveTheTree) {
+    using Case = std::tuple<const char*, uint32_t (*)(QosTlmNode*), const char*>;
+    const Tree top = makeTree("top", 5);
+    for (const auto& [name, add, nullMessage] :
+         {Case{"String", [](QosTlmNode* p) { return CALL(QOS_TLM_AddChildString)(p, "n", "text", 1); }, "para error."},
+          Case{"Bool", [](QosTlmNode* p) { return CALL(QOS_TLM_AddChildBool)(p, "n", 1, 1); }, "root is null."},
+          Case{"Uint32", [](QosTlmNode* p) { return CALL(QOS_TLM_AddChildUint32)(p, "n", 1, 1); }, "root is null."},
+          Case{"Uint64", [](QosTlmNode* p) { return CALL(QOS_TLM_AddChildUint64)(p, "n", 1, 1); }, "root is null."}}) {
+        const std::string tag = std::string("[TLM AddChild") + name + "] ";
+        EXPECT_EQ(add(nullptr), 1u);
+        fake::failCall("NIVEX_AllocBuff", 1);
+        EXPECT_EQ(add(top.get()), 1u);
+        EXPECT_LOG(tag + nullMessage, tag + "malloc failed.");
+    }
+    EXPECT_EQ(CALL(QOS_TLM_AddChildString)(top.get(), "n", nullptr, 1), 1u);
+    EXPECT_LOG("[TLM AddChildString] para error.");
+    CALL(QOS_TLM_AddChild)(top.get(), nullptr);
+    CALL(QOS_TLM_AddChild)(nullptr, top.get());
+    EXPECT_TRUE(!top->firstChild && !top->lastChild);
+    fake::failCall("NIVEX_AllocBuff", 1);
+    EXPECT_EQ(CALL(QOS_TLM_CreateNode)("n", 1, 0), nullptr);
+}
+
+TEST_F(TreeTest, LeafWithoutTextCopyIsAttachedAndRefusedLater) {
+    using Case = std::tuple<const char*, uint32_t, std::string>;
+    for (const auto& [function, nth, line] :
+         {Case{"NIVEX_AllocBuff", 2, encodeLine(2, 5, 423)}, Case{"strcpy_s", 1, encodeLine(6, 5, 429)}}) {
+        reload();
+        const Tree top = makeTree("top", 5);
+        fake::failCall(function, nth);
+        EXPECT_EQ(CALL(QOS_TLM_AddChildString)(top.get(), "n", "eth0", 1), 0u);
+        ASSERT_NE(top->firstChild, nullptr);
+        EXPECT_EQ(top->firstChild->data.value, 0u);
+        EXPECT_EQ(top->firstChild->data.valueLen, 5u);
+        uint32_t length = 99;
+        EXPECT_EQ(CALL(QOS_TLM_Encoding)(top.get(), QOS_TLM_ENCODE_GPB, &length), nullptr);
+        EXPECT_EQ(length, 99u);
+        EXPECT_LOG(line, "[Tlm Encoding] validate tree failed, ret=1.", encodeLine(1, 0, 530));
+    }
+}
+
+TEST_F(TreeTest, TextCopy) {
+    uint32_t length = 99;
+    EXPECT_EQ(CALL(QOS_TLM_ConvertToStr)(nullptr, &length), nullptr);
+    fake::failCall("NIVEX_AllocBuff", 1);
+    EXPECT_EQ(CALL(QOS_TLM_ConvertToStr)("abc", &length), nullptr);
+    fake::failCall("strcpy_s", 1);
+    EXPECT_EQ(CALL(QOS_TLM_ConvertToStr)("abc", &length), nullptr);
+    EXPECT_EQ(length, 99u);
+    EXPECT_LOG(encodeLine(2, 4, 423), encodeLine(6, 4, 429));
+    for (uint32_t* out : {&length, static_cast<uint32_t*>(nullptr)}) {
+        const Block copy(CALL(QOS_TLM_ConvertToStr)("abc", out));
+        EXPECT_EQ(hex(copy.get(), 4), "61 62 63 00");
+    }
+    EXPECT_EQ(length, 3u);
+    EXPECT_THAT(fake::platform.allocSizes, ElementsAre(4, 4, 4, 4));
+}
+
+TEST_F(TreeTest, ReleaseFreesEveryLevelAndSibling) {
+    QosTlmNode* top = CALL(QOS_TLM_CreateNode)("top", 1, 0);
+    QosTlmNode* node = top;
+    for (int level = 0; level < 5; ++level) {
+        CALL(QOS_TLM_AddChildString)(node, "before", "text", 1);
+        QosTlmNode* inner = addNode(node, "inner", 2);
+        CALL(QOS_TLM_AddChildUint64)(node, "after", ~0ull, 3);
+        node = inner;
+    }
+    top->next = CALL(QOS_TLM_CreateNode)("sibling", 1, 0);
+    EXPECT_EQ(fake::liveBlocks(), 1u + 5 * 4 + 1);
+    CALL(QOS_TLM_ReleaseNode)(top);
+    EXPECT_EQ(fake::liveBlocks(), 0u);
+    CALL(QOS_TLM_ReleaseNode)(nullptr);
+}
+
+}  // namespace
