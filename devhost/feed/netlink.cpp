@@ -1,0 +1,327 @@
+#include "devhost/feed/netlink.h"
+
+#include <fmt/format.h>
+#include <linux/gen_stats.h>
+#include <linux/pkt_sched.h>
+#include <linux/rtnetlink.h>
+#include <netlink/attr.h>
+#include <netlink/msg.h>
+#include <netlink/netlink.h>
+#include <netlink/socket.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+
+#include "devhost/feed/netns.h"
+
+namespace feed {
+
+namespace {
+
+constexpr int kDumpAttempts = 5;
+constexpr int kLeastError = -4095;  // of the error numbers that a kernel can answer
+
+// A kernel record from the wire: the bytes there are, the rest 0; smallest is what every kernel sends.
+template <typename Record>
+Record copyRecord(const void* data, size_t size, size_t smallest, const char* what) {
+    if (size < smallest) {
+        throw NetlinkError(fmt::format("{} has {} bytes, at least {} are needed", what, size, smallest));
+    }
+    Record record = {};
+    std::memcpy(&record, data, std::min(size, sizeof record));
+    return record;
+}
+
+size_t attributeSize(const nlattr* attribute) {
+    return static_cast<size_t>(nla_len(attribute));
+}
+
+template <typename Record>
+Record attributeRecord(const nlattr* attribute, size_t smallest, const char* what) {
+    return copyRecord<Record>(nla_data(attribute), attributeSize(attribute), smallest, what);
+}
+
+std::string attributeText(const nlattr* attribute) {
+    const auto* text = static_cast<const char*>(nla_data(attribute));
+    return {text, strnlen(text, attributeSize(attribute))};
+}
+
+template <typename Visit>
+void forEachAttribute(const nlattr* first, int size, Visit&& visit) {
+    const nlattr* attribute;
+    int left;
+    nla_for_each_attr(attribute, first, size, left) visit(attribute);
+    if (left > 0) {
+        throw NetlinkError(fmt::format("an attribute ends outside its message ({} bytes are left)", left));
+    }
+}
+
+template <typename Header>
+struct Message {
+    Header header;
+    const nlattr* attributes;
+    int attributesSize;
+};
+
+template <typename Header>
+Message<Header> openMessage(const nlmsghdr* message, const char* what) {
+    const auto size = static_cast<size_t>(nlmsg_datalen(message));
+    Message<Header> result = {copyRecord<Header>(nlmsg_data(message), size, sizeof(Header), what), nullptr, 0};
+    result.attributes = nlmsg_attrdata(message, sizeof(Header));
+    result.attributesSize = nlmsg_attrlen(message, sizeof(Header));
+    return result;
+}
+
+[[noreturn]] void throwKernelError(int error) {
+    throw NetlinkError(fmt::format("the kernel refuses it: {}", std::strerror(-std::max(error, kLeastError))));
+}
+
+// Visits the messages of the wanted type; the answer has to be whole, that is to end with NLMSG_DONE.
+template <typename Visit>
+void forEachMessage(std::span<const std::byte> answer, uint16_t type, Visit&& visit) {
+    bool interrupted = false;
+    for (size_t offset = 0; answer.size() - offset >= sizeof(nlmsghdr);) {
+        const auto* message = reinterpret_cast<const nlmsghdr*>(answer.data() + offset);
+        const size_t left = answer.size() - offset;
+        if (message->nlmsg_len < sizeof(nlmsghdr) || message->nlmsg_len > left) {
+            throw NetlinkError(
+                fmt::format("the message at byte {} claims {} bytes, {} are there", offset, message->nlmsg_len, left));
+        }
+        interrupted = interrupted || (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+
+        const auto size = static_cast<size_t>(nlmsg_datalen(message));
+        if (message->nlmsg_type == NLMSG_ERROR) {
+            throwKernelError(
+                copyRecord<nlmsgerr>(nlmsg_data(message), size, sizeof(nlmsgerr::error), "the error message").error);
+        } else if (message->nlmsg_type == NLMSG_DONE) {
+            const int status = copyRecord<int>(nlmsg_data(message), size, 0, "the end message");
+            if (status < 0) {
+                throwKernelError(status);
+            }
+            if (interrupted) {
+                throw DumpInterrupted("the kernel's tables keep changing");
+            }
+            return;
+        } else if (message->nlmsg_type == type) {
+            visit(message);
+        }
+        offset += std::min<size_t>(NLMSG_ALIGN(message->nlmsg_len), left);
+    }
+    throw NetlinkError(fmt::format("the answer ends after {} bytes without its end message", answer.size()));
+}
+
+std::optional<Counters> parseStats2(const nlattr* stats) {
+    Counters counters;
+    bool counted = false;
+    bool hardware = false;
+    forEachAttribute(static_cast<const nlattr*>(nla_data(stats)), nla_len(stats), [&](const nlattr* attribute) {
+        switch (nla_type(attribute)) {
+            case TCA_STATS_BASIC: {
+                constexpr size_t kSmallest = offsetof(gnet_stats_basic, packets) + sizeof(uint32_t);
+                const auto basic = attributeRecord<gnet_stats_basic>(attribute, kSmallest, "TCA_STATS_BASIC");
+                counters.bytes = basic.bytes;
+                counters.packets = basic.packets;
+                counted = true;
+                break;
+            }
+            case TCA_STATS_BASIC_HW:
+                hardware = true;
+                break;
+            case TCA_STATS_PKT64:
+                if (!hardware) {  // behind TCA_STATS_BASIC_HW it belongs to the hardware's count
+                    counters.packets = attributeRecord<uint64_t>(attribute, sizeof(uint64_t), "TCA_STATS_PKT64");
+                    counters.packets64 = true;
+                }
+                break;
+            case TCA_STATS_QUEUE: {
+                const auto queue =
+                    attributeRecord<gnet_stats_queue>(attribute, sizeof(gnet_stats_queue), "TCA_STATS_QUEUE");
+                counters.drops = queue.drops;
+                counters.overlimits = queue.overlimits;
+                counters.backlogBytes = queue.backlog;
+                counters.backlogPackets = queue.qlen;
+                break;
+            }
+            default:
+                break;
+        }
+    });
+    return counted ? std::optional(counters) : std::nullopt;
+}
+
+Counters parseStats(const nlattr* attribute) {
+    constexpr size_t kSmallest = offsetof(tc_stats, backlog) + sizeof(uint32_t);
+    const auto stats = attributeRecord<tc_stats>(attribute, kSmallest, "TCA_STATS");
+    Counters counters;
+    counters.bytes = stats.bytes;
+    counters.packets = stats.packets;
+    counters.drops = stats.drops;
+    counters.overlimits = stats.overlimits;
+    counters.backlogBytes = stats.backlog;
+    counters.backlogPackets = stats.qlen;
+    return counters;
+}
+
+TcObject parseTcObject(const nlmsghdr* message) {
+    const auto opened = openMessage<tcmsg>(message, "the traffic control message");
+    TcObject object = {
+        static_cast<uint32_t>(opened.header.tcm_ifindex), opened.header.tcm_handle, opened.header.tcm_parent, {}, {}};
+    std::optional<Counters> legacy;
+    bool hasStats2 = false;
+    forEachAttribute(opened.attributes, opened.attributesSize, [&](const nlattr* attribute) {
+        switch (nla_type(attribute)) {
+            case TCA_KIND:
+                object.kind = attributeText(attribute);
+                break;
+            case TCA_STATS:
+                legacy = parseStats(attribute);
+                break;
+            case TCA_STATS2:
+                object.counters = parseStats2(attribute);
+                hasStats2 = true;
+                break;
+            default:
+                break;
+        }
+    });
+    if (!hasStats2) {  // beside TCA_STATS2 the old record is there even for what the kernel does not count
+        object.counters = legacy;
+    }
+    return object;
+}
+
+std::vector<TcObject> parseTcObjects(std::span<const std::byte> answer, uint16_t type) {
+    std::vector<TcObject> objects;
+    forEachMessage(answer, type, [&](const nlmsghdr* message) { objects.push_back(parseTcObject(message)); });
+    return objects;
+}
+
+const char* dumpName(uint16_t type) {
+    switch (type) {
+        case RTM_GETLINK:
+            return "interfaces";
+        case RTM_GETQDISC:
+            return "queueing disciplines";
+        default:
+            return "classes";
+    }
+}
+
+template <typename Parse>
+auto readDump(NetlinkSource& source, uint16_t type, uint32_t ifIndex, Parse parse) {
+    const std::string what = fmt::format("cannot read the kernel's {}{}", dumpName(type),
+                                         ifIndex == 0 ? std::string() : fmt::format(" of interface {}", ifIndex));
+    for (int attempt = 1;; ++attempt) {
+        try {
+            return parse(source.dump(type, ifIndex));
+        } catch (const DumpInterrupted& error) {
+            if (attempt == kDumpAttempts) {
+                throw DumpInterrupted(fmt::format("{}: {} ({} attempts)", what, error.what(), attempt));
+            }
+        } catch (const NetlinkError& error) {
+            throw NetlinkError(fmt::format("{}: {}", what, error.what()));
+        }
+    }
+}
+
+void check(int result, const char* what) {
+    if (result < 0) {
+        throw NetlinkError(fmt::format("{}: {}", what, nl_geterror(result)));
+    }
+}
+
+// True once the datagram ends the answer to the request.
+bool endsAnswer(const nlmsghdr* message, int size) {
+    for (; nlmsg_ok(message, size); message = nlmsg_next(const_cast<nlmsghdr*>(message), &size)) {
+        if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+NetlinkSocket::NetlinkSocket(int netns) : socket_(nl_socket_alloc(), nl_socket_free) {
+    if (socket_ == nullptr) {
+        throw NetlinkError("cannot make a netlink socket: out of memory");
+    }
+    const auto connect = [this] {
+        check(nl_connect(socket_.get(), NETLINK_ROUTE), "cannot connect to the kernel over netlink");
+    };
+    if (netns < 0) {
+        connect();
+    } else {
+        runInNetns(netns, connect);
+    }
+}
+
+std::vector<std::byte> NetlinkSocket::dump(uint16_t type, uint32_t ifIndex) {
+    ifinfomsg linkRequest = {};
+    tcmsg tcRequest = {};
+    tcRequest.tcm_ifindex = static_cast<int>(ifIndex);
+    const int sent = type == RTM_GETLINK
+                         ? nl_send_simple(socket_.get(), type, NLM_F_DUMP, &linkRequest, sizeof linkRequest)
+                         : nl_send_simple(socket_.get(), type, NLM_F_DUMP, &tcRequest, sizeof tcRequest);
+    check(sent, "cannot send the request");
+
+    std::vector<std::byte> answer;
+    for (bool whole = false; !whole;) {
+        sockaddr_nl sender = {};
+        unsigned char* data = nullptr;
+        const int size = nl_recv(socket_.get(), &sender, &data, nullptr);
+        check(size, "cannot receive the answer");
+        const std::unique_ptr<unsigned char, void (*)(void*)> owner(data, std::free);
+        if (size == 0) {
+            throw NetlinkError("the kernel closed the netlink socket");
+        }
+        const auto* bytes = reinterpret_cast<const std::byte*>(data);
+        answer.insert(answer.end(), bytes, bytes + size);
+        whole = endsAnswer(reinterpret_cast<const nlmsghdr*>(data), size);
+    }
+    return answer;
+}
+
+std::vector<Link> parseLinks(std::span<const std::byte> answer) {
+    std::vector<Link> links;
+    forEachMessage(answer, RTM_NEWLINK, [&](const nlmsghdr* message) {
+        const auto opened = openMessage<ifinfomsg>(message, "the interface message");
+        Link link = {static_cast<uint32_t>(opened.header.ifi_index), {}};
+        forEachAttribute(opened.attributes, opened.attributesSize, [&](const nlattr* attribute) {
+            if (nla_type(attribute) == IFLA_IFNAME) {
+                link.name = attributeText(attribute);
+            }
+        });
+        if (link.name.empty()) {
+            throw NetlinkError(fmt::format("interface {} has no name", link.ifIndex));
+        }
+        links.push_back(std::move(link));
+    });
+    return links;
+}
+
+std::vector<TcObject> parseDisciplines(std::span<const std::byte> answer) {
+    return parseTcObjects(answer, RTM_NEWQDISC);
+}
+
+std::vector<TcObject> parseClasses(std::span<const std::byte> answer) {
+    return parseTcObjects(answer, RTM_NEWTCLASS);
+}
+
+KernelState readKernel(NetlinkSource& source) {
+    KernelState state;
+    state.links = readDump(source, RTM_GETLINK, 0, parseLinks);
+    state.disciplines = readDump(source, RTM_GETQDISC, 0, parseDisciplines);
+    for (const TcObject& discipline : state.disciplines) {
+        if (discipline.parent == TC_H_ROOT) {
+            std::ranges::move(readDump(source, RTM_GETTCLASS, discipline.ifIndex, parseClasses),
+                              std::back_inserter(state.classes));
+        }
+    }
+    return state;
+}
+
+}  // namespace feed

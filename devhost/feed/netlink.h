@@ -1,0 +1,99 @@
+/*
+ * What the kernel says of its queueing: links, disciplines and classes, read over rtnetlink.
+ *
+ * Reading has two halves. A NetlinkSource fetches the answer to a dump request as bytes; the parse functions turn such
+ * bytes into values and touch nothing else, so they work on recorded answers as well. readKernel joins the two. Errors
+ * of either half are NetlinkErrors whose text says which dump failed and why.
+ */
+#ifndef DEVHOST_FEED_NETLINK_H
+#define DEVHOST_FEED_NETLINK_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+struct nl_sock;
+
+namespace feed {
+
+class NetlinkError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/* The kernel's tables changed during the dump (NLM_F_DUMP_INTR): the answer may lack or repeat entries. */
+class DumpInterrupted : public NetlinkError {
+  public:
+    using NetlinkError::NetlinkError;
+};
+
+struct Link {
+    uint32_t ifIndex;
+    std::string name;
+};
+
+/* What a discipline or class has counted since it was made. */
+struct Counters {
+    uint64_t bytes = 0;         // passed
+    uint64_t packets = 0;       // passed
+    bool packets64 = false;     // false: packets holds the low 32 bits only, if the kernel counts in 32 bits
+    uint32_t drops = 0;         // packets; wraps
+    uint32_t overlimits = 0;    // wraps
+    uint32_t backlogBytes = 0;  // now in the queue
+    uint32_t backlogPackets = 0;
+};
+
+/* A queueing discipline or a class of one. */
+struct TcObject {
+    uint32_t ifIndex;
+    uint32_t handle;  // major << 16 | minor; a discipline's minor is 0
+    uint32_t parent;  // handle of a class or discipline, or TC_H_ROOT
+    std::string kind;
+    std::optional<Counters> counters;  // none when the kernel does not count what passes it
+};
+
+struct KernelState {
+    std::vector<Link> links;
+    std::vector<TcObject> disciplines;
+    std::vector<TcObject> classes;
+};
+
+class NetlinkSource {
+  public:
+    virtual ~NetlinkSource() = default;
+
+    /*
+     * The kernel's answer to a dump request of this type (RTM_GETLINK, RTM_GETQDISC, RTM_GETTCLASS): its messages one
+     * behind the other, NLMSG_DONE included. Classes are asked for by interface, the rest (ifIndex 0) for all at once.
+     */
+    virtual std::vector<std::byte> dump(uint16_t type, uint32_t ifIndex) = 0;
+};
+
+/* A socket to the running kernel. Used by one thread at a time, and no more after an error. */
+class NetlinkSocket : public NetlinkSource {
+  public:
+    /* Opens it in the network namespace behind the descriptor, which it does not keep; -1: in the caller's own. */
+    explicit NetlinkSocket(int netns = -1);
+
+    std::vector<std::byte> dump(uint16_t type, uint32_t ifIndex) override;
+
+  private:
+    std::unique_ptr<nl_sock, void (*)(nl_sock*)> socket_;
+};
+
+/* The entries of an answer to RTM_GETLINK, RTM_GETQDISC and RTM_GETTCLASS. The bytes are aligned as a vector's are. */
+std::vector<Link> parseLinks(std::span<const std::byte> answer);
+std::vector<TcObject> parseDisciplines(std::span<const std::byte> answer);
+std::vector<TcObject> parseClasses(std::span<const std::byte> answer);
+
+/* All interfaces at this moment; an interrupted dump is repeated a few times before it counts as an error. */
+KernelState readKernel(NetlinkSource& source);
+
+}  // namespace feed
+
+#endif

@@ -1,0 +1,443 @@
+// The kernel feed on recorded answers of a kernel, and on answers made here for what that kernel does not do.
+#include "devhost/feed/kernel_feed.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/gen_stats.h>
+#include <linux/pkt_sched.h>
+#include <linux/rtnetlink.h>
+#include <netlink/attr.h>
+#include <netlink/msg.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+namespace feed {
+namespace {
+
+using namespace std::chrono_literals;
+using qosdb::row::queue_stat;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Bytes = std::vector<std::byte>;
+
+const std::filesystem::path kRecorded = NETLINK_DATA_DIR;
+
+std::string fileName(uint16_t type, uint32_t ifIndex) {
+    switch (type) {
+        case RTM_GETLINK:
+            return "links.bin";
+        case RTM_GETQDISC:
+            return "disciplines.bin";
+        default:
+            return "classes-" + std::to_string(ifIndex) + ".bin";
+    }
+}
+
+class RecordedKernel : public NetlinkSource {
+  public:
+    Bytes dump(uint16_t type, uint32_t ifIndex) override {
+        std::ifstream file(kRecorded / fileName(type, ifIndex), std::ios::binary);
+        EXPECT_TRUE(file) << fileName(type, ifIndex);
+        const std::string text(std::istreambuf_iterator<char>(file), {});
+        const auto* bytes = reinterpret_cast<const std::byte*>(text.data());
+        return Bytes(bytes, bytes + text.size());
+    }
+};
+
+using Message = std::unique_ptr<nl_msg, void (*)(nl_msg*)>;
+
+template <typename Header>
+Message message(uint16_t type, int flags, const Header& header) {
+    Message made(nlmsg_alloc_simple(type, flags), nlmsg_free);
+    nlmsg_append(made.get(), const_cast<Header*>(&header), sizeof header, NLMSG_ALIGNTO);
+    return made;
+}
+
+Bytes bytesOf(const Message& made) {
+    const auto* header = nlmsg_hdr(made.get());
+    const auto* bytes = reinterpret_cast<const std::byte*>(header);
+    return Bytes(bytes, bytes + header->nlmsg_len);
+}
+
+struct Stats {
+    uint64_t bytes = 0;
+    uint32_t packets = 0;
+    uint32_t drops = 0;
+    std::optional<uint64_t> packets64 = {};
+    bool legacy = false;    // TCA_STATS alone, as very old kernels
+    bool counted = true;    // false: as a flow bucket, with a queue length only
+    bool hardware = false;  // counts of the hardware as well
+};
+
+Bytes tcMessage(uint16_t type, const TcObject& object, const Stats& stats) {
+    tcmsg header = {};
+    header.tcm_ifindex = static_cast<int>(object.ifIndex);
+    header.tcm_handle = object.handle;
+    header.tcm_parent = object.parent;
+    const Message made = message(type, NLM_F_MULTI, header);
+    nl_msg* msg = made.get();
+    nla_put_string(msg, TCA_KIND, object.kind.c_str());
+    tc_stats old = {};
+    if (stats.legacy) {
+        old.bytes = stats.bytes;
+        old.packets = stats.packets;
+        old.drops = stats.drops;
+    } else {
+        nlattr* nest = nla_nest_start(msg, TCA_STATS2);
+        gnet_stats_basic basic = {stats.bytes, stats.packets};
+        if (stats.counted) {
+            nla_put(msg, TCA_STATS_BASIC, sizeof basic, &basic);
+        }
+        if (stats.packets64) {
+            nla_put_u64(msg, TCA_STATS_PKT64, *stats.packets64);
+        }
+        if (stats.hardware) {
+            basic = {7, 7};
+            nla_put(msg, TCA_STATS_BASIC_HW, sizeof basic, &basic);
+            nla_put_u64(msg, TCA_STATS_PKT64, uint64_t{7} << 32);
+        }
+        gnet_stats_queue queue = {};
+        queue.drops = stats.drops;
+        nla_put(msg, TCA_STATS_QUEUE, sizeof queue, &queue);
+        nla_nest_end(msg, nest);
+    }
+    nla_put(msg, TCA_STATS, sizeof old, &old);
+    return bytesOf(made);
+}
+
+/* A kernel that shows what the test puts into it. */
+class MadeKernel : public NetlinkSource {
+  public:
+    struct Entry {
+        TcObject object;
+        Stats stats;
+    };
+
+    std::vector<Link> links = {{3, "eth0"}};
+    std::vector<Entry> disciplines = {{{3, 0x10000, TC_H_ROOT, "htb", {}}, {}}};
+    std::vector<Entry> classes;
+    int interruptions = 0;  // so many dumps more are marked as such
+    int status = 0;         // in the message that ends an answer
+
+    /* The root discipline's own class, or one under another. */
+    Stats& addClass(uint32_t handle, Stats stats = {}, uint32_t parent = TC_H_ROOT) {
+        classes.push_back({{3, handle, parent, "htb", {}}, stats});
+        return classes.back().stats;
+    }
+
+    Bytes dump(uint16_t type, uint32_t ifIndex) override {
+        Bytes answer;
+        const auto add = [&answer](const Bytes& bytes) { answer.insert(answer.end(), bytes.begin(), bytes.end()); };
+        if (type == RTM_GETLINK) {
+            for (const Link& link : links) {
+                ifinfomsg header = {};
+                header.ifi_index = static_cast<int>(link.ifIndex);
+                const Message made = message(RTM_NEWLINK, NLM_F_MULTI, header);
+                nla_put_string(made.get(), IFLA_IFNAME, link.name.c_str());
+                add(bytesOf(made));
+            }
+        }
+        for (const Entry& entry : type == RTM_GETQDISC ? disciplines : classes) {
+            if (type == RTM_GETQDISC || (type == RTM_GETTCLASS && entry.object.ifIndex == ifIndex)) {
+                add(tcMessage(type == RTM_GETQDISC ? RTM_NEWQDISC : RTM_NEWTCLASS, entry.object, entry.stats));
+            }
+        }
+        add(bytesOf(message(NLMSG_DONE, interruptions-- > 0 ? NLM_F_MULTI | NLM_F_DUMP_INTR : NLM_F_MULTI, status)));
+        return answer;
+    }
+};
+
+class KernelFeedTest : public testing::Test {
+  protected:
+    ~KernelFeedTest() override {
+        store_.reset();
+        std::filesystem::remove_all(directory_);
+    }
+
+    std::vector<queue_stat> round(std::chrono::milliseconds later = 0ms) {
+        now_ += later;
+        feed_.round(now_);
+        return store_->read<queue_stat>();
+    }
+
+    static std::filesystem::path makeDirectory() {
+        std::string path = testing::TempDir() + "kernel_feed-XXXXXX";
+        return mkdtemp(path.data());
+    }
+
+    MadeKernel kernel_;
+    std::vector<std::string> log_;
+    const std::filesystem::path directory_ = makeDirectory();
+    std::optional<qosdb::Store> store_{std::in_place, (directory_ / "qos.db").string()};
+    KernelFeed feed_{kernel_, *store_, [this](const std::string& line) { log_.push_back(line); }};
+    KernelFeed::Clock::time_point now_ = KernelFeed::Clock::now();
+};
+
+// Fields of a row that a test looks at.
+struct Counts {
+    uint64_t packets;
+    uint64_t bytes;
+    uint64_t drops;
+
+    bool operator==(const Counts&) const = default;
+    friend void PrintTo(const Counts& counts, std::ostream* out) {
+        *out << counts.packets << " packets, " << counts.bytes << " bytes, " << counts.drops << " drops";
+    }
+};
+
+Counts totals(const queue_stat& row) {
+    return {row.passPackets, row.passBytes, row.dropPackets};
+}
+Counts rates(const queue_stat& row) {
+    return {row.passPktRate, row.passBytRate, row.dropPktRate};
+}
+
+TEST_F(KernelFeedTest, RecordedNetwork) {
+    RecordedKernel recorded;
+    KernelFeed feed(recorded, *store_, {});
+    EXPECT_EQ(feed.round(now_), 14u);
+    struct Expected {
+        uint32_t ifIndex;
+        const char* ifName;
+        uint32_t queueId;
+        Counts counts;
+    };
+    const Expected expected[] = {
+        {10, "qos0", 0, {3, 300, 3}},     // 1:10
+        {10, "qos0", 1, {16, 3200, 0}},   // 1:11
+        {10, "qos0", 2, {16, 4800, 2}},   // 1:12
+        {10, "qos0", 3, {15, 6000, 5}},   // 1:13
+        {10, "qos0", 4, {14, 7000, 8}},   // 1:14
+        {10, "qos0", 5, {13, 7800, 11}},  // 1:15
+        {10, "qos0", 6, {13, 9100, 13}},  // 1:16
+        {10, "qos0", 7, {28, 22400, 0}},  // 1:17, a leaf although there is a discipline with a class below it
+        {11, "qos1", 0, {0, 0, 0}},       // noqueue
+        {12, "qos2", 0, {9, 4500, 0}},    // 2:1
+        {12, "qos2", 1, {33, 16500, 0}},  // 2:2
+        {12, "qos2", 2, {9, 4500, 0}},    // 2:3
+        {12, "qos2", 3, {9, 4500, 0}},    // 2:4
+        {13, "qos3", 0, {30, 30000, 0}},  // the discipline, since its class has no counters
+    };
+    auto rows = store_->read<queue_stat>();
+    std::ranges::sort(rows, {}, [](const queue_stat& row) { return std::pair(row.ifIndex, row.queueId); });
+    ASSERT_THAT(rows, SizeIs(std::size(expected)));
+    for (size_t index = 0; index < rows.size(); ++index) {
+        SCOPED_TRACE(index);
+        EXPECT_EQ(rows[index].ifIndex, expected[index].ifIndex);
+        EXPECT_EQ(rows[index].ifName, expected[index].ifName);
+        EXPECT_EQ(rows[index].queueId, expected[index].queueId);
+        EXPECT_EQ(totals(rows[index]), expected[index].counts);
+        EXPECT_EQ(rates(rows[index]), Counts{});
+    }
+
+    const KernelState state = readKernel(recorded);
+    const auto waiting = std::ranges::find(state.classes, 0x10010u, &TcObject::handle);
+    ASSERT_NE(waiting, state.classes.end());
+    EXPECT_EQ(waiting->counters->backlogPackets, 8u);
+    EXPECT_EQ(waiting->counters->backlogBytes, 800u);
+    EXPECT_EQ(waiting->counters->overlimits, 3u);
+    EXPECT_EQ(waiting->parent, 0x10001u);
+    EXPECT_EQ(waiting->kind, "htb");
+}
+
+TEST_F(KernelFeedTest, RatesAreOverTheTimeBetweenRounds) {
+    kernel_.addClass(0x10010, {.bytes = 1000, .packets = 10, .drops = 1});
+    EXPECT_EQ(rates(round().at(0)), Counts{}) << "first sight";
+
+    kernel_.classes[0].stats = {.bytes = 4000, .packets = 13, .drops = 5};
+    queue_stat row = round(1500ms).at(0);
+    EXPECT_EQ(totals(row), (Counts{13, 4000, 5}));
+    EXPECT_EQ(rates(row), (Counts{2, 2000, 3})) << "3 packets, 3000 bytes and 4 drops in 1.5 s, to the nearest";
+    EXPECT_EQ(row.dropBytes, 0u);
+    EXPECT_EQ(row.dropBytRate, 0u);
+
+    EXPECT_EQ(rates(round(1s).at(0)), Counts{}) << "nothing happened";
+    kernel_.classes[0].stats.bytes += 1000;
+    EXPECT_EQ(rates(round(0ms).at(0)), Counts{}) << "no time has passed";
+
+    // A class that comes later has no rate yet, the one that was there keeps its own although its queue number moves.
+    kernel_.classes[0].stats.packets += 7;
+    kernel_.addClass(0x10001, {.bytes = 50, .packets = 5});
+    const auto rows = round(1s);
+    EXPECT_EQ(totals(rows.at(0)), (Counts{5, 50, 0}));
+    EXPECT_EQ(rates(rows.at(0)), Counts{});
+    EXPECT_EQ(rates(rows.at(1)), (Counts{7, 0, 0}));
+}
+
+TEST_F(KernelFeedTest, CountsGoOnPast32Bits) {
+    constexpr uint64_t k32 = uint64_t{1} << 32;
+    Stats& stats = kernel_.addClass(0x10010, {.bytes = 5 * k32, .packets = 0xFFFF'FFF0, .drops = 0xFFFF'FFFF});
+    round();
+
+    stats = {.bytes = 5 * k32 + 6400, .packets = 0x10, .drops = 2};
+    queue_stat row = round(1s).at(0);
+    EXPECT_EQ(totals(row), (Counts{k32 + 0x10, 5 * k32 + 6400, k32 + 2})) << "wrapped";
+    EXPECT_EQ(rates(row), (Counts{0x20, 6400, 3}));
+    stats.packets += 8;
+    EXPECT_EQ(rates(round(1s).at(0)), (Counts{8, 0, 0})) << "high bits are kept";
+
+    stats.packets64 = 3 * k32 + 1;
+    row = round(1s).at(0);
+    EXPECT_EQ(row.passPackets, 3 * k32 + 1) << "the kernel's own 64 bits";
+    EXPECT_EQ(row.passPktRate, 2 * k32 + 1 - 0x18);
+    stats.hardware = true;
+    row = round(1s).at(0);
+    EXPECT_EQ(row.passPackets, 3 * k32 + 1) << "those of the hardware are another count";
+    EXPECT_EQ(row.passBytes, 5 * k32 + 6400);
+
+    stats = {.bytes = 600, .packets = 6, .drops = 1};
+    row = round(1s).at(0);
+    EXPECT_EQ(totals(row), (Counts{6, 600, 1})) << "a new discipline counts from 0";
+    EXPECT_EQ(rates(row), Counts{});
+
+    // Passed more bytes than the one before it, but fewer packets: no wrap, since it would be of nearly 2^32 packets.
+    stats = {.bytes = 700, .packets = 1, .drops = 1};
+    row = round(1s).at(0);
+    EXPECT_EQ(totals(row), (Counts{1, 700, 1}));
+    EXPECT_EQ(rates(row), Counts{});
+    stats.drops = 0;
+    EXPECT_EQ(round(1s).at(0).dropPackets, 0u) << "fewer drops alone tell as well";
+    stats = {.bytes = 200, .packets = 4, .drops = 0};
+    EXPECT_EQ(rates(round(1s).at(0)), Counts{}) << "and fewer bytes";
+}
+
+TEST_F(KernelFeedTest, LegacyCountersAlone) {
+    kernel_.addClass(0x10010, {.bytes = 300, .packets = 3, .drops = 2, .legacy = true});
+    EXPECT_EQ(totals(round().at(0)), (Counts{3, 300, 2}));
+}
+
+TEST_F(KernelFeedTest, QueuesAreTheFirstEightCountedLeaves) {
+    kernel_.addClass(0x10002, {.packets = 99});  // inner
+    for (uint32_t minor = 0x19; minor >= 0x10; --minor) {
+        kernel_.addClass(0x10000 + minor, {.packets = minor}, 0x10002);
+    }
+    kernel_.addClass(0x10003, {.packets = 99, .counted = false});
+    kernel_.addClass(0x20001, {.packets = 99}, 0x20000);  // of a discipline below
+    kernel_.classes.push_back({{4, 0x10010, TC_H_ROOT, "htb", {}}, {.packets = 99}});
+    kernel_.disciplines.push_back({{4, 0x10000, TC_H_ROOT, "htb", {}}, {}});
+    kernel_.links.push_back({4, "eth1"});
+    for (int time = 0; time < 2; ++time) {
+        const auto rows = round(1s);
+        ASSERT_THAT(rows, SizeIs(9));
+        EXPECT_EQ(rows[8].ifName, "eth1");
+        for (uint32_t queue = 0; queue < 8; ++queue) {
+            EXPECT_EQ(rows[queue].queueId, queue);
+            EXPECT_EQ(rows[queue].passPackets, 0x10 + queue);
+        }
+    }
+    EXPECT_THAT(log_, ElementsAre(HasSubstr("eth0 has 10 leaf classes")));
+}
+
+TEST_F(KernelFeedTest, InterfacesComeAndGo) {
+    kernel_.disciplines = {{{3, 0, TC_H_ROOT, "pfifo_fast", {}}, {.bytes = 100, .packets = 1}},
+                           {{3, 0xFFFF0000, TC_H_INGRESS, "ingress", {}}, {.packets = 9}},
+                           {{4, 0, TC_H_ROOT, "pfifo_fast", {}}, {.bytes = 200, .packets = 2}}};
+    EXPECT_THAT(round(), SizeIs(1)) << "interface 4 has no link yet";
+    kernel_.links.push_back({4, "eth1"});
+    EXPECT_THAT(round(), SizeIs(2));
+
+    kernel_.disciplines.erase(kernel_.disciplines.begin());
+    kernel_.links.erase(kernel_.links.begin());
+    const auto rows = round();
+    ASSERT_THAT(rows, SizeIs(1));
+    EXPECT_EQ(rows[0].ifName, "eth1");
+    EXPECT_EQ(totals(rows[0]), (Counts{2, 200, 0}));
+
+    kernel_.disciplines.clear();
+    EXPECT_THAT(round(), IsEmpty());
+}
+
+std::string errorOf(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const NetlinkError& error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+TEST_F(KernelFeedTest, InterruptedAndRefusedDumps) {
+    kernel_.addClass(0x10010, {.packets = 1});
+    kernel_.interruptions = 4;
+    EXPECT_THAT(round(), SizeIs(1));
+    kernel_.interruptions = 5;
+    EXPECT_THROW(round(), DumpInterrupted);
+
+    kernel_.interruptions = 0;
+    kernel_.status = -EPERM;
+    EXPECT_THAT(errorOf([&] { round(); }), HasSubstr("interfaces: the kernel refuses it: Operation not permitted"));
+    EXPECT_THAT(store_->read<queue_stat>(), SizeIs(1)) << "what the last good round wrote";
+
+    nlmsgerr refusal = {};
+    refusal.error = -ENODEV;
+    EXPECT_THAT(errorOf([&] { parseClasses(bytesOf(message(NLMSG_ERROR, 0, refusal))); }), HasSubstr("No such device"));
+}
+
+// A copy of its own for each answer, so that the sanitizers see a read behind its end.
+TEST(NetlinkParserTest, DamagedAnswersAreErrorsAndNothingElse) {
+    RecordedKernel recorded;
+    const struct {
+        Bytes whole;
+        std::function<void(const Bytes&)> parse;
+    } dumps[] = {
+        {recorded.dump(RTM_GETLINK, 0), parseLinks},
+        {recorded.dump(RTM_GETQDISC, 0), parseDisciplines},
+        {recorded.dump(RTM_GETTCLASS, 10), parseClasses},
+    };
+    for (const auto& [whole, parse] : dumps) {
+        const auto outcome = [&parse = parse](const Bytes& bytes) { return errorOf([&] { parse(bytes); }); };
+        EXPECT_EQ(outcome(whole), "no error");
+        for (size_t size = 0; size < whole.size(); ++size) {
+            const Bytes part(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+            ASSERT_NE(outcome(part), "no error") << size;
+        }
+        for (size_t place = 0; place < whole.size(); ++place) {
+            for (const unsigned flip : {0x01u, 0x80u, 0xFFu}) {
+                Bytes damaged = whole;
+                damaged[place] ^= std::byte(flip);
+                outcome(damaged);
+            }
+        }
+    }
+
+    // A message says how long it is, and an attribute in it: the answers name what does not fit.
+    Bytes classes = recorded.dump(RTM_GETTCLASS, 10);
+    const auto put = [](Bytes bytes, size_t offset, uint16_t value) {
+        std::memcpy(bytes.data() + offset, &value, sizeof value);
+        return bytes;
+    };
+    const auto outcome = [](const Bytes& bytes) { return errorOf([&] { parseClasses(bytes); }); };
+    constexpr size_t kFirstAttribute = NLMSG_HDRLEN + NLMSG_ALIGN(sizeof(tcmsg));
+    EXPECT_THAT(outcome(put(classes, 0, 15)), HasSubstr("the message at byte 0 claims 15 bytes"));
+    EXPECT_THAT(outcome(put(classes, 0, 0xFFFF)), HasSubstr("the message at byte 0 claims 65535 bytes"));
+    EXPECT_THAT(outcome(put(classes, kFirstAttribute, 3)), HasSubstr("an attribute ends outside its message"));
+    EXPECT_THAT(outcome(put(classes, kFirstAttribute, 0xFFF0)), HasSubstr("an attribute ends outside its message"));
+    const Message shortStats = message(RTM_NEWTCLASS, 0, tcmsg{});
+    nla_put_u32(shortStats.get(), TCA_STATS, 1);
+    EXPECT_THAT(outcome(bytesOf(shortStats)), HasSubstr("TCA_STATS has 4 bytes, at least 36 are needed"));
+}
+
+TEST(NetlinkSocketTest, ReadsTheRunningKernel) {
+    NetlinkSocket kernel;
+    const KernelState state = readKernel(kernel);
+    EXPECT_NE(std::ranges::find(state.links, "lo", &Link::name), state.links.end());
+    EXPECT_THAT(errorOf([&] { kernel.dump(RTM_GETLINK + 1000, 0); }), "no error") << "a refusal is part of the answer";
+    EXPECT_THROW(NetlinkSocket(STDIN_FILENO), std::system_error) << "no namespace";
+}
+
+}  // namespace
+}  // namespace feed

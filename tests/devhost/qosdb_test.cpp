@@ -1,0 +1,432 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "devhost/platform/stand_in.h"
+#include "devhost/qosdb/qosdb.h"
+#include "devhost/qosdb/store.h"
+#include "platform/qos_db.h"
+
+namespace {
+
+using qosdb::Round;
+using qosdb::Store;
+using qosdb::StoreError;
+using testing::AllOf;
+using testing::HasSubstr;
+using Ecn = qosdb::row::port_ecn_stat;
+namespace fs = std::filesystem;
+
+/* The C functions of a row's table; read() answers the sum of the accessors' codes, as a reader of records does. */
+template <class Row>
+struct Face;
+#define READ_COLUMN(table, column, kind, role)                              \
+    {                                                                       \
+        QOS_DB_TYPE_##kind value{};                                         \
+        const uint32_t code = db_get_qos_tlm_##table##_##column(o, &value); \
+        sum += code;                                                        \
+        if (code == 0) {                                                    \
+            row.column = value;                                             \
+        }                                                                   \
+    }
+#define FACE(table, columns)                                                 \
+    template <>                                                              \
+    struct Face<qosdb::row::table> {                                         \
+        static constexpr auto create = db_create_qos_tlm_##table##_obj;      \
+        static constexpr auto release = db_release_qos_tlm_##table##_object; \
+        static uint32_t read(void* o, qosdb::row::table& row) {              \
+            uint32_t sum = 0;                                                \
+            columns(READ_COLUMN, table) return sum;                          \
+        }                                                                    \
+    };
+QOS_DB_TABLES(FACE)
+#undef FACE
+#undef READ_COLUMN
+
+/* A database object with its iterator. */
+template <class Row>
+class Object {
+  public:
+    Object() {
+        code_ = Face<Row>::create(5, 0, &object_);
+        if (code_ == 0) {
+            code_ = db_create_root_iter(object_, nullptr, nullptr, &iterator_);
+        }
+    }
+    ~Object() { Face<Row>::release(object_); }
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+
+    uint32_t code() const { return code_; }
+    void* object() const { return object_; }
+    uint32_t next() { return db_root_iterator_next(iterator_); }
+
+    /* The records that are left. */
+    std::vector<Row> rest() {
+        std::vector<Row> rows;
+        uint32_t code = 0;
+        while ((code = next()) == 0) {
+            EXPECT_EQ(Face<Row>::read(object_, rows.emplace_back()), 0u) << QosDb_LastError();
+        }
+        EXPECT_EQ(code, QOS_DB_END);
+        return rows;
+    }
+
+  private:
+    uint32_t code_ = 0;
+    void* object_ = nullptr;
+    void* iterator_ = nullptr;
+};
+
+std::vector<Ecn> ecnRows(std::initializer_list<uint32_t> ifIndices) {
+    std::vector<Ecn> rows;
+    for (const uint32_t ifIndex : ifIndices) {
+        rows.push_back({ifIndex, "eth" + std::to_string(ifIndex), ifIndex * 10});
+    }
+    return rows;
+}
+
+template <class Row>
+void write(Store& store, const std::vector<Row>& rows) {
+    Round round = store.begin();
+    round.replace(rows);
+    round.commit();
+}
+
+std::string messageOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const StoreError& error) {
+        return error.what();
+    }
+    return "no StoreError";
+}
+
+class QosDb : public testing::Test {
+  protected:
+    QosDb() {
+        std::string name = (fs::temp_directory_path() / "qosdb-test-XXXXXX").string();
+        directory_ = mkdtemp(name.data());
+        use("qos.db");
+        devhost::setLogSink([this](uint32_t level, uint32_t logId, std::string_view text) {
+            EXPECT_EQ(level, QOS_DB_LOG_LEVEL);
+            EXPECT_EQ(logId, QOS_DB_LOG_ID);
+            logged_.emplace_back(text);
+        });
+    }
+    ~QosDb() override {
+        devhost::setLogSink(nullptr);
+        QosDb_SetFile(nullptr);
+        fs::remove_all(directory_);
+    }
+
+    void use(const std::string& name) {
+        path_ = directory_ / name;
+        QosDb_SetFile(path_.c_str());
+    }
+
+    /* Runs SQL on the file, as a user would. */
+    void sql(const std::string& text) {
+        sqlite3* raw = nullptr;
+        ASSERT_EQ(sqlite3_open(path_.c_str(), &raw), SQLITE_OK);
+        const qosdb::Connection connection(raw);
+        ASSERT_EQ(sqlite3_exec(raw, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(raw);
+    }
+
+    /* Checks that the last message went to the log as well, and answers it. */
+    std::string lastMessage() const {
+        EXPECT_FALSE(logged_.empty());
+        EXPECT_EQ(logged_.empty() ? "" : logged_.back(), QosDb_LastError());
+        return QosDb_LastError();
+    }
+
+    size_t openFiles() const {
+        const auto opened = fs::directory_iterator("/proc/self/fd");
+        return static_cast<size_t>(std::count_if(begin(opened), end(opened), [&](const auto& entry) {
+            std::error_code gone;
+            return fs::read_symlink(entry, gone).string().starts_with(path_.string());
+        }));
+    }
+
+    fs::path directory_;
+    fs::path path_;
+    std::vector<std::string> logged_;
+};
+
+enum class Fill { kZero, kMax, kDistinct };
+
+template <class Row>
+Row filled(Fill fill) {
+    Row row;
+    uint8_t count = 0;
+    Row::forEachColumn(row, [&]<class Field>(Field& field) {
+        ++count;
+        if constexpr (std::is_same_v<Field, std::string>) {
+            field = fill == Fill::kZero  ? ""
+                    : fill == Fill::kMax ? std::string(31, 'x')
+                                         : "text " + std::to_string(count);
+        } else {
+            field = fill == Fill::kZero  ? Field{0}
+                    : fill == Fill::kMax ? std::numeric_limits<Field>::max()
+                                         : Field{count};
+        }
+    });
+    return row;
+}
+
+template <class Row>
+void expectRoundTrip(Store& store) {
+    // Keys neither ascending nor descending: rows come back in the order in which they were written.
+    const std::vector<Row> rows = {filled<Row>(Fill::kDistinct), filled<Row>(Fill::kMax), filled<Row>(Fill::kZero)};
+    write(store, rows);
+    EXPECT_TRUE(store.read<Row>() == rows);
+    Object<Row> object;
+    ASSERT_EQ(object.code(), 0u) << QosDb_LastError();
+    EXPECT_TRUE(object.rest() == rows);
+}
+
+TEST_F(QosDb, EveryColumnOfEveryTableRoundTrips) {
+    Store store(path_);
+#define ROUND_TRIP(table, columns)                 \
+    {                                              \
+        SCOPED_TRACE(#table);                      \
+        expectRoundTrip<qosdb::row::table>(store); \
+    }
+    QOS_DB_TABLES(ROUND_TRIP)
+#undef ROUND_TRIP
+    EXPECT_THAT(logged_, testing::IsEmpty());
+}
+
+TEST_F(QosDb, AnObjectKeepsTheStateInWhichItWasMade) {
+    Store store(path_);
+    write(store, ecnRows({1, 2, 3}));
+    {
+        Object<Ecn> old;
+        write(store, ecnRows({7, 8}));  // not held up by the reader
+        ASSERT_EQ(old.next(), 0u);
+        {
+            Round abandoned = store.begin();
+            abandoned.replace(ecnRows({9}));
+            EXPECT_TRUE(Object<Ecn>().rest() == ecnRows({7, 8}));
+        }
+        EXPECT_TRUE(Object<Ecn>().rest() == ecnRows({7, 8}));
+        EXPECT_TRUE(old.rest() == ecnRows({2, 3}));
+    }
+    EXPECT_TRUE(Object<Ecn>().rest() == ecnRows({7, 8}));
+}
+
+TEST_F(QosDb, ReadersSeeWholeRoundsWhileAThreadWrites) {
+    Store store(path_);
+    std::atomic<bool> done = false;
+    std::string failure;
+    std::thread writer([&] {
+        failure = messageOf([&] {
+            for (uint64_t n = 1; n <= 300; ++n) {
+                write(store, std::vector<Ecn>{{1, "a", n}, {2, "b", n}, {3, "c", n}});
+            }
+        });
+        done = true;
+    });
+    const auto read = [&done] {
+        uint64_t newest = 0;
+        do {
+            Object<Ecn> object;
+            ASSERT_EQ(object.code(), 0u);
+            for (const Ecn& row : object.rest()) {
+                EXPECT_GE(row.packets, newest);
+                newest = std::max(newest, row.packets);
+                EXPECT_EQ(row.packets, newest);
+            }
+        } while (!done);
+    };
+    std::thread other(read);
+    read();
+    other.join();
+    writer.join();
+    EXPECT_EQ(failure, "no StoreError");
+}
+
+TEST_F(QosDb, OneConnectionServesObjectAfterObject) {
+    Store store(path_);
+    write(store, ecnRows({1}));
+    EXPECT_EQ(Object<Ecn>().rest().size(), 1u);
+    const size_t opened = openFiles();
+    for (uint32_t i = 0; i < 50; ++i) {
+        write(store, ecnRows({i, i + 1}));
+        Object<Ecn> early;
+        ASSERT_EQ(early.next(), 0u);  // released in the middle
+        EXPECT_EQ(Object<qosdb::row::queue_stat>().rest().size(), 0u);
+    }
+    EXPECT_TRUE(Object<Ecn>().rest() == ecnRows({49, 50}));
+    const size_t openedByTwo = openFiles();
+    EXPECT_LE(openedByTwo, opened + 2);  // a second connection to the file and its log
+
+    use("other.db");
+    EXPECT_EQ(Object<Ecn>().code(), uint32_t{SQLITE_CANTOPEN});
+    path_ = directory_ / "qos.db";
+    EXPECT_LT(openFiles(), openedByTwo);  // idle connections to another file were closed
+}
+
+TEST_F(QosDb, CodesOfTheEndAndOfMisuse) {
+    Store store(path_);
+    write(store, ecnRows({1}));
+    Object<Ecn> object;
+    uint64_t packets = 5;
+    uint32_t queue = 5;
+    const auto misused = [&](uint32_t code) { return code == SQLITE_MISUSE && !lastMessage().empty(); };
+    EXPECT_TRUE(misused(db_get_qos_tlm_port_ecn_stat_packets(object.object(), &packets)));
+    ASSERT_EQ(object.next(), 0u);
+    EXPECT_TRUE(misused(db_get_qos_tlm_queue_stat_queueId(object.object(), &queue)));
+    EXPECT_TRUE(misused(db_get_qos_tlm_port_ecn_stat_packets(nullptr, &packets)));
+    EXPECT_TRUE(misused(db_get_qos_tlm_port_ecn_stat_packets(object.object(), nullptr)));
+    EXPECT_EQ(object.next(), QOS_DB_END);
+    EXPECT_EQ(object.next(), QOS_DB_END);
+    EXPECT_TRUE(misused(db_get_qos_tlm_port_ecn_stat_packets(object.object(), &packets)));
+    EXPECT_EQ(packets, 5u);
+    EXPECT_EQ(queue, 5u);
+
+    void* second = &second;
+    EXPECT_TRUE(misused(db_create_root_iter(object.object(), nullptr, nullptr, &second)));
+    EXPECT_EQ(second, nullptr);
+    EXPECT_TRUE(misused(db_create_root_iter(nullptr, nullptr, nullptr, &second)));
+    EXPECT_TRUE(misused(db_create_qos_tlm_port_ecn_stat_obj(5, 0, nullptr)));
+    EXPECT_TRUE(misused(db_root_iterator_next(nullptr)));
+    void* bare = nullptr;
+    ASSERT_EQ(db_create_qos_tlm_port_ecn_stat_obj(5, 0, &bare), 0u);
+    EXPECT_TRUE(misused(db_root_iterator_next(bare)));  // it has no iterator yet
+    db_release_qos_tlm_port_ecn_stat_object(bare);
+    db_release_qos_tlm_port_ecn_stat_object(nullptr);
+
+    std::thread([] { EXPECT_STREQ(QosDb_LastError(), ""); }).join();
+}
+
+TEST_F(QosDb, WhatCannotBeReadIsNamed) {
+    const auto refused = [this](uint32_t expected) {
+        void* object = &object;
+        EXPECT_EQ(db_create_qos_tlm_port_ecn_stat_obj(5, 0, &object), expected);
+        EXPECT_EQ(object, nullptr);
+        return lastMessage();
+    };
+    EXPECT_THAT(refused(SQLITE_CANTOPEN),
+                AllOf(HasSubstr(path_), HasSubstr("port_ecn_stat"), HasSubstr("No such file")));
+    EXPECT_FALSE(fs::exists(path_));
+
+    std::ofstream(path_) << std::string(5000, 'x');
+    EXPECT_THAT(refused(SQLITE_NOTADB),
+                AllOf(HasSubstr(path_), HasSubstr("port_ecn_stat"), HasSubstr("not a database")));
+    EXPECT_THAT(messageOf([this] { const Store refusing(path_); }),
+                AllOf(HasSubstr(path_), HasSubstr("not a database")));
+
+    use("tables.db");
+    sql("CREATE TABLE other (a)");
+    EXPECT_THAT(refused(SQLITE_ERROR), AllOf(HasSubstr(path_), HasSubstr("no such table: port_ecn_stat")));
+    sql("CREATE TABLE port_ecn_stat (ifIndex INT, packets INT)");
+    EXPECT_THAT(refused(SQLITE_ERROR), AllOf(HasSubstr(path_), HasSubstr("port_ecn_stat: no such column: ifName")));
+    EXPECT_THAT(messageOf([this] { const Store refusing(path_); }),
+                AllOf(HasSubstr(path_), HasSubstr("port_ecn_stat"), HasSubstr("ifName")));
+
+    use("lost.db");
+    const Store store(path_);
+    EXPECT_EQ(Object<Ecn>().code(), 0u);
+    sql("DROP TABLE port_ecn_stat");  // under a statement that is kept
+    EXPECT_THAT(refused(SQLITE_ERROR), AllOf(HasSubstr(path_), HasSubstr("no such table: port_ecn_stat")));
+
+    use("");
+    EXPECT_THAT(refused(SQLITE_CANTOPEN), HasSubstr(path_.string()));
+    QosDb_SetFile(nullptr);
+    unsetenv("NIVEX_QOS_DB");
+    EXPECT_THAT(refused(SQLITE_CANTOPEN), HasSubstr("NIVEX_QOS_DB"));
+    setenv("NIVEX_QOS_DB", (directory_ / "lost.db").c_str(), 1);
+    EXPECT_EQ(Object<qosdb::row::queue_stat>().code(), 0u);
+    unsetenv("NIVEX_QOS_DB");
+}
+
+TEST_F(QosDb, AValueThatDoesNotFitItsColumnIsRefused) {
+    using Ingress = qosdb::row::ing_buf_usage_stat;
+    Store(path_).begin();
+    // The same table without its constraints, which a user is free to make.
+    sql("CREATE TABLE free AS SELECT * FROM ing_buf_usage_stat; DROP TABLE ing_buf_usage_stat;"
+        "ALTER TABLE free RENAME TO ing_buf_usage_stat");
+    const Ingress good{.if_index = 1, .queue = 2, .if_name = "eth1", .is_lossless = 1, .is_pfc_dynamic = 1};
+    {
+        Store store(path_);
+        write(store, std::vector<Ingress>{good});
+    }
+    struct Case {
+        const char* assignment;
+        const char* complaint;
+    };
+    for (const auto& [assignment, complaint] : {
+             Case{"queue = 4294967296", "column queue: an integer (4294967296) where an integer from 0 to 4294967295"},
+             Case{"queue = -1", "column queue: an integer (-1) where"},
+             Case{"queue = 1.5", "column queue: a real number where"},
+             Case{"queue = 'two'", "column queue: a text where"},
+             Case{"queue = NULL", "column queue: NULL where"},
+             Case{"is_pfc_dynamic = 256", "column is_pfc_dynamic: an integer (256) where an integer from 0 to 255"},
+             Case{"if_name = x'41'", "column if_name: a blob where a text"},
+             Case{"if_name = NULL", "column if_name: NULL where a text"},
+         }) {
+        SCOPED_TRACE(assignment);
+        sql(std::string("UPDATE ing_buf_usage_stat SET queue = 2, if_name = 'eth1', is_pfc_dynamic = 1; "
+                        "UPDATE ing_buf_usage_stat SET ") +
+            assignment);
+        Object<Ingress> object;
+        ASSERT_EQ(object.next(), 0u);
+        Ingress row = good;
+        EXPECT_EQ(Face<Ingress>::read(object.object(), row), uint32_t{SQLITE_MISMATCH});
+        EXPECT_TRUE(row == good);  // the others read, the wrong one not stored
+        EXPECT_THAT(lastMessage(), AllOf(HasSubstr(path_), HasSubstr("ing_buf_usage_stat"), HasSubstr(complaint)));
+        EXPECT_THAT(messageOf([this] { Store(path_).read<Ingress>(); }), HasSubstr(path_));
+    }
+}
+
+TEST_F(QosDb, AReplacedFileIsOpenedAnew) {
+    {
+        Store store(path_);
+        write(store, ecnRows({1}));
+    }
+    Object<Ecn> old;
+    ASSERT_EQ(old.code(), 0u);
+    EXPECT_TRUE(Object<Ecn>().rest() == ecnRows({1}));
+    {
+        Store next(directory_ / "next.db");
+        write(next, ecnRows({2}));
+    }
+    fs::rename(directory_ / "next.db", path_);
+    EXPECT_TRUE(Object<Ecn>().rest() == ecnRows({2}));
+    EXPECT_TRUE(old.rest() == ecnRows({1}));
+    fs::remove(path_);
+    EXPECT_EQ(Object<Ecn>().code(), uint32_t{SQLITE_CANTOPEN});
+    EXPECT_FALSE(fs::exists(path_));
+}
+
+TEST_F(QosDb, ARoundIsAllOrNothing) {
+    Store store(path_);
+    write(store, ecnRows({1}));
+    EXPECT_THAT(messageOf([&] {
+                    write(store, ecnRows({5, 6, 5}));
+                }),
+                AllOf(HasSubstr(path_), HasSubstr("UNIQUE constraint failed: port_ecn_stat.ifIndex")));
+    EXPECT_TRUE(store.read<Ecn>() == ecnRows({1}));
+    {
+        Round round = store.begin();
+        round.add(ecnRows({4})[0]);
+        EXPECT_THAT(messageOf([&] { store.begin(); }), HasSubstr(path_));
+        round.commit();
+    }
+    EXPECT_TRUE(store.read<Ecn>() == ecnRows({1, 4}));
+    EXPECT_THAT(messageOf([] { const Store memory(":memory:"); }), HasSubstr("must be a file"));
+    EXPECT_THAT(messageOf([this] { const Store lost(directory_ / "none" / "qos.db"); }), HasSubstr("none/qos.db"));
+}
+
+}  // namespace
