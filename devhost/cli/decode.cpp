@@ -1,0 +1,192 @@
+#include "devhost/cli/decode.h"
+
+#include <fmt/format.h>
+#include <google/protobuf/util/json_util.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+
+#include "vexlor_qos.pb.h"
+
+namespace host {
+
+namespace {
+
+using google::protobuf::FieldDescriptor;
+using google::protobuf::Message;
+using google::protobuf::Reflection;
+
+void refuseUnknownFields(const Message& message) {
+    const Reflection& reflection = *message.GetReflection();
+    if (const auto& unknown = reflection.GetUnknownFields(message); !unknown.empty()) {
+        throw std::runtime_error(fmt::format("the GPB sample has field {} in {}, which the schema does not know",
+                                             unknown.field(0).number(), message.GetDescriptor()->name()));
+    }
+    std::vector<const FieldDescriptor*> present;
+    reflection.ListFields(message, &present);
+    for (const FieldDescriptor* field : present) {
+        if (field->cpp_type() != FieldDescriptor::CPPTYPE_MESSAGE) {
+            continue;
+        }
+        if (!field->is_repeated()) {
+            refuseUnknownFields(reflection.GetMessage(message, field));
+            continue;
+        }
+        for (int index = 0; index < reflection.FieldSize(message, field); ++index) {
+            refuseUnknownFields(reflection.GetRepeatedMessage(message, field, index));
+        }
+    }
+}
+
+vexlor_qos::Sample parseSample(std::string_view payload) {
+    vexlor_qos::Sample sample;
+    if (!sample.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
+        throw std::runtime_error(fmt::format("the sample of {} bytes is no GPB message of the schema", payload.size()));
+    }
+    refuseUnknownFields(sample);
+    return sample;
+}
+
+std::string valueText(const Message& record, const FieldDescriptor& field) {
+    const Reflection& reflection = *record.GetReflection();
+    switch (field.cpp_type()) {
+        case FieldDescriptor::CPPTYPE_UINT32:
+            return std::to_string(reflection.GetUInt32(record, &field));
+        case FieldDescriptor::CPPTYPE_UINT64:
+            return std::to_string(reflection.GetUInt64(record, &field));
+        case FieldDescriptor::CPPTYPE_BOOL:
+            return reflection.GetBool(record, &field) ? "true" : "false";
+        case FieldDescriptor::CPPTYPE_STRING:
+            return reflection.GetString(record, &field);
+        default:
+            throw std::logic_error(fmt::format("field {} has type {}", field.full_name(), field.type_name()));
+    }
+}
+
+// Receives the parser's events. A record is an object at qos/global-query/<container>/<list>/<element>.
+class JsonRows : public nlohmann::json_sax<nlohmann::json> {
+  public:
+    explicit JsonRows(const Catalogued& path)
+        : path_(path), recordPlace_{"qos", "global-query", path.container->json_name(), path.list->json_name(), ""} {}
+
+    std::vector<Row> take() { return std::move(rows_); }
+
+    bool start_object(size_t) override {
+        if (place_ == recordPlace_) {
+            rows_.emplace_back();
+            cells_.assign(static_cast<size_t>(path_.fieldCount()), std::nullopt);
+        }
+        place_.emplace_back();
+        return true;
+    }
+
+    bool key(string_t& name) override {
+        place_.back() = name;
+        return true;
+    }
+
+    bool end_object() override {
+        place_.pop_back();
+        if (place_ != recordPlace_) {
+            return true;
+        }
+        for (size_t index = 0; index < cells_.size(); ++index) {
+            if (!cells_[index]) {
+                const std::string& name = path_.field(static_cast<int>(index)).json_name();
+                refuse(fmt::format("record {} has no '{}'", rows_.size(), name));
+            }
+            rows_.back().push_back(std::move(*cells_[index]));
+        }
+        return true;
+    }
+
+    bool start_array(size_t) override {
+        place_.emplace_back();
+        return true;
+    }
+
+    bool end_array() override {
+        place_.pop_back();
+        return true;
+    }
+
+    bool null() override { return store("null", {}); }
+    bool binary(binary_t&) override { return store("binary", {}); }
+    bool boolean(bool value) override { return store(value ? "true" : "false", {FieldDescriptor::TYPE_BOOL}); }
+    bool number_integer(number_integer_t value) override { return store(std::to_string(value), {}); }
+    bool number_unsigned(number_unsigned_t value) override { return store(std::to_string(value), kUnsigned); }
+    bool number_float(number_float_t, const string_t& text) override { return store(text, kUnsigned); }
+    bool string(string_t& value) override { return store(std::move(value), {FieldDescriptor::TYPE_STRING}); }
+
+    bool parse_error(size_t, const std::string&, const nlohmann::detail::exception& error) override {
+        refuse(error.what());
+    }
+
+  private:
+    using Types = std::initializer_list<FieldDescriptor::Type>;
+    static constexpr Types kUnsigned = {FieldDescriptor::TYPE_UINT32, FieldDescriptor::TYPE_UINT64};
+
+    [[noreturn]] static void refuse(const std::string& what) {
+        throw std::runtime_error("the JSON sample does not fit the schema: " + what);
+    }
+
+    // Keeps the value that stands at the current place; types are those of the leaves that may have it.
+    bool store(std::string text, Types types) {
+        const bool inRecord = place_.size() == recordPlace_.size() + 1 &&
+                              std::equal(recordPlace_.begin(), recordPlace_.end(), place_.begin());
+        for (int index = 0; inRecord && index < path_.fieldCount(); ++index) {
+            const FieldDescriptor& field = path_.field(index);
+            std::optional<std::string>& cell = cells_[static_cast<size_t>(index)];
+            if (field.json_name() == place_.back() && !cell &&
+                std::find(types.begin(), types.end(), field.type()) != types.end()) {
+                cell = std::move(text);
+                return true;
+            }
+        }
+        refuse(fmt::format("{} stands at {}", text, fmt::join(place_, "/")));
+    }
+
+    const Catalogued& path_;
+    const std::vector<std::string> recordPlace_;
+    std::vector<std::string> place_;  // the names that lead to the current value; an element of an array has none
+    std::vector<std::optional<std::string>> cells_;  // of the record being read
+    std::vector<Row> rows_;
+};
+
+}  // namespace
+
+std::vector<Row> decodeGpb(const Catalogued& path, std::string_view payload) {
+    const vexlor_qos::Sample sample = parseSample(payload);
+    const Message& globalQuery = sample.global_query();
+    const Message& container = globalQuery.GetReflection()->GetMessage(globalQuery, path.container);
+    const Reflection& reflection = *container.GetReflection();
+    std::vector<Row> rows;
+    for (int number = 0; number < reflection.FieldSize(container, path.list); ++number) {
+        const Message& record = reflection.GetRepeatedMessage(container, path.list, number);
+        Row& row = rows.emplace_back();
+        for (int index = 0; index < path.fieldCount(); ++index) {
+            row.push_back(valueText(record, path.field(index)));
+        }
+    }
+    return rows;
+}
+
+std::vector<Row> decodeJson(const Catalogued& path, std::string_view payload) {
+    JsonRows rows(path);
+    nlohmann::json::sax_parse(payload, &rows);
+    return rows.take();
+}
+
+std::string gpbToJson(std::string_view payload) {
+    google::protobuf::util::JsonPrintOptions options;
+    options.always_print_primitive_fields = true;
+    std::string text;
+    if (const auto status = MessageToJsonString(parseSample(payload), &text, options); !status.ok()) {
+        throw std::runtime_error(fmt::format("the GPB sample cannot be written as JSON: {}", status.ToString()));
+    }
+    return fmt::format(R"({{"vexlor-qos:qos":{}}})", text);
+}
+
+}  // namespace host

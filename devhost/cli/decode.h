@@ -1,0 +1,31 @@
+/*
+ * Reads the payload of a sample, independently of the plug-in: GPB through libprotobuf and the schema's messages, JSON
+ * through a JSON parser. Whatever does not fit the schema of the path (an unknown field or name, a missing leaf, a
+ * value of another type) throws std::runtime_error.
+ */
+#ifndef DEVHOST_CLI_DECODE_H
+#define DEVHOST_CLI_DECODE_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "devhost/cli/catalogue.h"
+
+namespace host {
+
+/* One record: a text for each field of the path, in the schema's order. */
+using Row = std::vector<std::string>;
+
+/* Numbers are shown with all their digits. */
+std::vector<Row> decodeGpb(const Catalogued& path, std::string_view payload);
+
+/* Numbers are shown as the text has them. */
+std::vector<Row> decodeJson(const Catalogued& path, std::string_view payload);
+
+/* A GPB payload as one line of JSON by RFC 7951: 64-bit numbers as strings, the top name with its module. */
+std::string gpbToJson(std::string_view payload);
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,287 @@
+#include <fmt/format.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+#include "devhost/cli/catalogue.h"
+#include "devhost/cli/commands.h"
+#include "devhost/cli/decode.h"
+#include "devhost/cli/host.h"
+#include "devhost/cli/lab.h"
+#include "devhost/cli/output.h"
+#include "devhost/cli/stop.h"
+#include "devhost/feed/kernel_feed.h"
+#include "devhost/feed/netlink.h"
+#include "devhost/qosdb/qosdb.h"
+#include "devhost/qosdb/store.h"
+
+namespace host {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+constexpr const char* kAlias = "queue-statistics";
+constexpr uint32_t kSubscriptionId = 1;
+constexpr int kStopped = 128 + 2;  // what a program that SIGINT ends is reported as
+constexpr size_t kShownQueues = 16;
+
+struct DemoOptions {
+    uint32_t seconds = 8;
+    std::string database;
+};
+
+class TemporaryDirectory {
+  public:
+    TemporaryDirectory() : path_((std::filesystem::temp_directory_path() / "qos-host-XXXXXX").string()) {
+        if (mkdtemp(path_.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(), "cannot make a directory " + path_);
+        }
+    }
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    std::string file(const char* name) const { return path_ + "/" + name; }
+
+  private:
+    std::string path_;
+};
+
+/* A record whose values are found by the names of the schema. */
+struct Queue {
+    const Catalogued& entry;
+    Row row;
+
+    const std::string& operator[](std::string_view field) const {
+        const std::vector<std::string> names = entry.fieldNames();
+        return row.at(static_cast<size_t>(std::ranges::find(names, field) - names.begin()));
+    }
+};
+
+struct Sample {
+    const char* name;
+    Pass pass;
+    std::vector<Queue> queues;
+};
+
+/* The three parts that the demo joins: the kernel's counters go through the database into the plug-in. */
+class Demo {
+  public:
+    Demo(const std::string& database, const std::string& pluginFile, int netns)
+        : store_(database),
+          kernel_(netns),
+          feed_(kernel_, store_, [](const std::string& line) { fmt::print("  {}\n", line); }),
+          plugin_(pluginFile),
+          path_(plugin_.path(kAlias)),
+          entry_(*findInCatalogue(kAlias)) {}
+
+    void feed() { feed_.round(Clock::now()); }
+
+    Sample sample(QosTlmEncodeType encoding) {
+        const bool gpb = encoding == QOS_TLM_ENCODE_GPB;
+        QosTlmQueryParam request = {};
+        request.encodeType = encoding;
+        Sample sample = {gpb ? "GPB" : "JSON", plugin_.runPass(path_, request, kSubscriptionId), {}};
+        for (const std::string& message : sample.pass.messages) {
+            fmt::print(stderr, "qos-host: {}\n", message);
+        }
+        if (sample.pass.result == QOS_TLM_RESULT_FAILED) {
+            throw std::runtime_error(fmt::format("sampling {} failed", kAlias));
+        }
+        for (const Batch& batch : sample.pass.batches) {
+            for (Row& row : (gpb ? decodeGpb : decodeJson)(entry_, batch.payload)) {
+                sample.queues.push_back({entry_, std::move(row)});
+            }
+        }
+        if (sample.queues.size() != sample.pass.records()) {
+            throw std::runtime_error(fmt::format("a sample has {} records, its header says {}", sample.queues.size(),
+                                                 sample.pass.records()));
+        }
+        return sample;
+    }
+
+  private:
+    qosdb::Store store_;
+    feed::NetlinkSocket kernel_;
+    feed::KernelFeed feed_;
+    Host plugin_;
+    const Path& path_;
+    const Catalogued& entry_;
+};
+
+void printSample(const Sample& sample) {
+    fmt::print("  {:<4}  records {}, bytes {}, batches {}, encoding time {} us\n", sample.name, sample.pass.records(),
+               sample.pass.bytes(), sample.pass.batches.size(), sample.pass.encodeTime());
+}
+
+void printQueues(const std::vector<Queue>& queues) {
+    constexpr const char* kLine = "  {:<15} {:>5}  {:>12} {:>12} {:>12}  {:>12} {:>12}\n";
+    fmt::print(kLine, "interface", "queue", "pass pkt/s", "pass byte/s", "pass packets", "drop pkt/s", "drop packets");
+    for (size_t index = 0; index < std::min(queues.size(), kShownQueues); ++index) {
+        const Queue& queue = queues[index];
+        fmt::print(kLine, queue["interface-name"], queue["service-class"], queue["pass-packet-rate"],
+                   queue["pass-byte-rate"], queue["pass-packets"], queue["discard-packet-rate"],
+                   queue["discard-packets"]);
+    }
+    if (queues.size() > kShownQueues) {
+        fmt::print("  ... and {} more\n", queues.size() - kShownQueues);
+    }
+}
+
+// A round each second; false when the stop was requested.
+bool showRounds(Demo& demo, uint32_t seconds) {
+    demo.feed();
+    const auto begin = Clock::now();
+    for (uint32_t second = 1; second <= seconds; ++second) {
+        if (waitUntil(begin + std::chrono::seconds(second))) {
+            return false;
+        }
+        demo.feed();
+        const Sample gpb = demo.sample(QOS_TLM_ENCODE_GPB);
+        const Sample json = demo.sample(QOS_TLM_ENCODE_JSON);
+        fmt::print("\nsecond {} of {}\n", second, seconds);
+        printQueues(gpb.queues);
+        printSample(gpb);
+        printSample(json);
+        flushOutput();
+    }
+    return true;
+}
+
+// Prints what differs; answers how many classes are as tc says.
+size_t compare(const Sample& sample, const std::vector<ClassCounters>& classes) {
+    size_t equal = 0;
+    for (size_t index = 0; index < classes.size(); ++index) {
+        const ClassCounters& counters = classes[index];
+        const auto queue = std::ranges::find_if(
+            sample.queues, [&](const Queue& each) { return each["service-class"] == std::to_string(index); });
+        if (queue == sample.queues.end()) {
+            fmt::print("  class {}: the {} sample has no queue {}\n", counters.handle, sample.name, index);
+            continue;
+        }
+        bool same = true;
+        const auto expect = [&](const char* field, uint64_t value) {
+            if ((*queue)[field] != std::to_string(value)) {
+                fmt::print("  class {}: {} is {} in the {} sample, tc says {}\n", counters.handle, field,
+                           (*queue)[field], sample.name, value);
+                same = false;
+            }
+        };
+        expect("pass-packets", counters.packets);
+        expect("pass-bytes", counters.bytes);
+        expect("discard-packets", counters.drops);
+        equal += same ? 1 : 0;
+    }
+    return equal;
+}
+
+// Waits until nothing is queued any more; false when the stop was requested.
+bool drain(const Lab& lab) {
+    const auto deadline = Clock::now() + 5s;
+    const auto queued = [](const ClassCounters& counters) { return counters.queued != 0; };
+    while (std::ranges::any_of(lab.readClasses(), queued)) {
+        if (Clock::now() > deadline) {
+            throw std::runtime_error("the lab's queues do not empty");
+        }
+        if (waitUntil(Clock::now() + 50ms)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+int checkAgainstTc(Demo& demo, const Lab& lab) {
+    constexpr int kAttempts = 5;
+    for (int attempt = 0; attempt < kAttempts && !stopRequested(); ++attempt) {
+        const std::vector<ClassCounters> classes = lab.readClasses();
+        demo.feed();
+        const Sample samples[] = {demo.sample(QOS_TLM_ENCODE_GPB), demo.sample(QOS_TLM_ENCODE_JSON)};
+        if (lab.readClasses() != classes) {
+            continue;
+        }
+        fmt::print("\nafter the traffic\n");
+        printQueues(samples[0].queues);
+        for (const ClassCounters& counters : classes) {
+            if (counters.packets == 0) {
+                throw std::runtime_error(fmt::format("no traffic has passed class {}", counters.handle));
+            }
+        }
+        bool good = true;
+        for (const Sample& sample : samples) {
+            const size_t equal = compare(sample, classes);
+            good = good && equal == classes.size() && sample.queues.size() == classes.size();
+            fmt::print("the plug-in's {} sample equals tc: {} of {} classes\n", sample.name, equal, classes.size());
+        }
+        return good ? kDone : kFailed;
+    }
+    if (stopRequested()) {
+        return kStopped;
+    }
+    throw std::runtime_error("the lab's counters do not come to rest");
+}
+
+std::unique_ptr<Lab> makeLab() {
+    try {
+        auto lab = std::make_unique<Lab>();
+        fmt::print(
+            "Lab: a network of two namespaces; HTB with classes 1:10 to 1:17, from 400 to 1800 kbit/s.\n"
+            "Traffic: UDP into every class, from 70 to 210 percent of its rate.\n");
+        return lab;
+    } catch (const LabUnavailable& error) {
+        fmt::print("No lab on this machine ({}): sampling its own disciplines, with nothing to check them against.\n",
+                   error.what());
+        return nullptr;
+    }
+}
+
+int runDemo(const DemoOptions& options, const std::string& pluginFile) {
+    std::optional<TemporaryDirectory> directory;
+    if (options.database.empty()) {
+        directory.emplace();
+    }
+    const std::string database = directory ? directory->file("qos.db") : options.database;
+    const std::unique_ptr<Lab> lab = makeLab();
+    flushOutput();
+    QosDb_SetFile(database.c_str());
+    Demo demo(database, pluginFile, lab ? lab->netns() : -1);
+    if (lab) {
+        lab->startTraffic();
+    }
+    if (!showRounds(demo, options.seconds)) {
+        return kStopped;
+    }
+    if (!lab) {
+        return kDone;
+    }
+    lab->stopTraffic();
+    return drain(*lab) ? checkAgainstTc(demo, *lab) : kStopped;
+}
+
+}  // namespace
+
+void addDemoCommand(CLI::App& app, Invocation& invocation) {
+    CLI::App* command =
+        app.add_subcommand("demo", "Show the plug-in sampling a kernel's queues that fill and overflow");
+    const auto options = std::make_shared<DemoOptions>();
+    command->add_option("--seconds", options->seconds, "How long to send and sample")
+        ->check(CLI::Range(1, 3600))
+        ->capture_default_str();
+    command->add_option("--db", options->database, "Keep the database in this file, for looking at it")
+        ->type_name("FILE");
+    command->callback([options, &invocation] {
+        invocation.action = [options, &invocation] { return runDemo(*options, invocation.pluginFile); };
+    });
+}
+
+}  // namespace host

@@ -1,0 +1,150 @@
+#include "devhost/cli/host.h"
+
+#include <dlfcn.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+#include <utility>
+
+#include "devhost/cli/commands.h"
+#include "devhost/cli/stop.h"
+#include "devhost/platform/stand_in.h"
+
+namespace host {
+
+namespace {
+
+constexpr uint32_t kModuleId = 1;
+constexpr const char* kPluginName = "libnivex_qos_plugin.so";
+
+// The plug-in calls back without an argument of ours: this is where its calls leave what they bring.
+struct Received {
+    std::vector<Path> paths;
+    std::vector<Batch> batches;
+    std::vector<std::string> messages;
+};
+Received received;
+
+std::string boundedText(const char* text, size_t size) {
+    return {text, strnlen(text, size)};
+}
+
+uint32_t registerPath(uint32_t moduleId, const char* xpath, const QosTlmXpathRegInfo* info) noexcept {
+    if (moduleId != kModuleId || info->queryFunc == nullptr) {
+        return 1;
+    }
+    received.paths.push_back({boundedText(info->xpathAlias, sizeof info->xpathAlias), xpath, info->queryFunc});
+    return 0;
+}
+
+uint32_t takeBatch(uint32_t moduleId, const QosTlmSampleData* sample) noexcept {
+    if (moduleId != kModuleId || sample->dataLen > sizeof sample->data) {
+        return 1;
+    }
+    received.batches.push_back({
+        .hostArg1 = sample->hostArg1,
+        .hostArg2 = sample->hostArg2,
+        .collectStartTime = sample->collectStartTime,
+        .collectEndTime = sample->collectEndTime,
+        .encodeTimeSpend = sample->encodeTimeSpend,
+        .recordCount = sample->recordCount,
+        .payload = {reinterpret_cast<const char*>(sample->data), sample->dataLen},
+    });
+    return 0;
+}
+
+constexpr QosTlmFrmVtbl kFunctionTable = {
+    .hostDefined = {}, .sampleXpathRegister = registerPath, .sampleDataUpload = takeBatch};
+
+// The library's handle is never given back: the plug-in stays for the life of the process.
+void* loadPlugin(const std::string& pluginFile) {
+    std::vector<std::string> candidates = {pluginFile};
+    if (pluginFile.empty()) {
+        const auto program = std::filesystem::read_symlink("/proc/self/exe");
+        candidates = {program.parent_path().parent_path() / "lib" / kPluginName, kPluginName};
+    } else if (pluginFile.find('/') == std::string::npos) {
+        candidates = {"./" + pluginFile};  // a file, where the loader would search its path for a bare name
+    }
+    std::vector<std::string> failures;
+    for (const std::string& candidate : candidates) {
+        if (void* library = dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+            return library;
+        }
+        failures.emplace_back(dlerror());
+    }
+    throw std::runtime_error(fmt::format("cannot load the plug-in: {}", fmt::join(failures, "; ")));
+}
+
+template <class Member>
+uint64_t sumOf(const std::vector<Batch>& batches, Member member) {
+    uint64_t sum = 0;
+    for (const Batch& batch : batches) {
+        sum += batch.*member;
+    }
+    return sum;
+}
+
+}  // namespace
+
+uint64_t Pass::records() const {
+    return sumOf(batches, &Batch::recordCount);
+}
+
+uint64_t Pass::bytes() const {
+    uint64_t sum = 0;
+    for (const Batch& batch : batches) {
+        sum += batch.payload.size();
+    }
+    return sum;
+}
+
+uint64_t Pass::encodeTime() const {
+    return sumOf(batches, &Batch::encodeTimeSpend);
+}
+
+Host::Host(const std::string& pluginFile) {
+    const auto initPlugin =
+        reinterpret_cast<decltype(&QOS_TLM_InitPlugin)>(dlsym(loadPlugin(pluginFile), "QOS_TLM_InitPlugin"));
+    if (initPlugin == nullptr) {
+        throw std::runtime_error(fmt::format("{} is not the plug-in: it has no QOS_TLM_InitPlugin", pluginFile));
+    }
+    devhost::setFunctionTable(&kFunctionTable);
+    devhost::setLogSink([](uint32_t, uint32_t, std::string_view text) { received.messages.emplace_back(text); });
+    const uint32_t result = initPlugin(kModuleId);
+    if (result != 0 || !received.messages.empty() || received.paths.empty()) {
+        throw std::runtime_error(fmt::format("the plug-in does not start, result {}, {} paths registered: {}", result,
+                                             received.paths.size(), fmt::join(received.messages, " ")));
+    }
+    paths_ = std::exchange(received.paths, {});
+}
+
+const Path& Host::path(std::string_view name) const {
+    std::vector<std::string> aliases;
+    for (const Path& path : paths_) {
+        if (path.alias == name || path.xpath == name) {
+            return path;
+        }
+        aliases.push_back(path.alias);
+    }
+    throw UsageError(fmt::format("there is no path '{}'; the paths are {}", name, fmt::join(aliases, ", ")));
+}
+
+Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId) {
+    Pass pass;
+    size_t batchesBefore = 0;
+    do {
+        batchesBefore = received.batches.size();
+        pass.result = path.queryFunc(subscriptionId, ++callNumber_, &request);
+    } while (pass.result == QOS_TLM_RESULT_MORE && received.batches.size() > batchesBefore && !stopRequested());
+    if (pass.result == QOS_TLM_RESULT_MORE && received.batches.size() == batchesBefore) {
+        throw std::runtime_error(fmt::format("{} says that records remain, but sends none", path.alias));
+    }
+    pass.batches = std::exchange(received.batches, {});
+    pass.messages = std::exchange(received.messages, {});
+    return pass;
+}
+
+}  // namespace host

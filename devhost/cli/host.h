@@ -1,0 +1,77 @@
+/*
+ * The host side of the plug-in: loads it as a device would, hands it the host function table, remembers what it
+ * registers, and runs passes over its paths.
+ *
+ * One Host per process, made before the first sampling call and alive until the process ends; the plug-in is never
+ * unloaded. The plug-in finds the platform's functions in this process and libdb_qos beside itself. It reads the
+ * database named with QosDb_SetFile. Calls are made from one thread.
+ */
+#ifndef DEVHOST_CLI_HOST_H
+#define DEVHOST_CLI_HOST_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "nivex_qos/plugin.h"
+#include "nivex_qos/sample.h"
+
+namespace host {
+
+/* A registered path. */
+struct Path {
+    std::string alias;
+    std::string xpath;
+    QosTlmQueryFunc queryFunc;
+};
+
+/* A copy of one uploaded buffer. */
+struct Batch {
+    uint32_t hostArg1;          // the subscription id
+    uint32_t hostArg2;          // the running number of the sampling call
+    uint64_t collectStartTime;  // milliseconds since 1970
+    uint64_t collectEndTime;
+    uint64_t encodeTimeSpend;  // microseconds
+    uint32_t recordCount;
+    std::string payload;
+};
+
+/* All sampling calls from the beginning to the end of a path's table, or to the first that failed. */
+struct Pass {
+    uint32_t result = QOS_TLM_RESULT_DONE;  // of the last call; MORE when a stop was requested in mid-pass
+    std::vector<Batch> batches;             // in the order of upload
+    std::vector<std::string> messages;      // what the plug-in and the database logged meanwhile
+
+    uint64_t records() const;
+    uint64_t bytes() const;
+    uint64_t encodeTime() const;  // microseconds
+};
+
+class Host {
+  public:
+    /*
+     * Loads and starts the plug-in: pluginFile, or when it is empty the library beside this program or where the loader
+     * finds it. Throws std::runtime_error, with all that was tried or logged, when it cannot run.
+     */
+    explicit Host(const std::string& pluginFile = {});
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+
+    /* In the order of their registration. */
+    const std::vector<Path>& paths() const { return paths_; }
+
+    /* By alias or xpath; throws UsageError, which names the aliases, for any other text. */
+    const Path& path(std::string_view name) const;
+
+    /* Calls the path until its pass ends, a call fails, or a stop is requested. */
+    Pass runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId);
+
+  private:
+    std::vector<Path> paths_;
+    uint32_t callNumber_ = 0;
+};
+
+}  // namespace host
+
+#endif

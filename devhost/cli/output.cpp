@@ -1,0 +1,110 @@
+#include "devhost/cli/output.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <iterator>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+
+#include "devhost/cli/catalogue.h"
+#include "devhost/cli/decode.h"
+
+namespace host {
+
+namespace {
+
+std::string tableText(const Catalogued& entry, const std::vector<Row>& rows) {
+    std::vector<Row> lines = {entry.fieldNames()};
+    lines.insert(lines.end(), rows.begin(), rows.end());
+    std::vector<size_t> widths(lines.front().size());
+    for (const Row& line : lines) {
+        for (size_t column = 0; column < line.size(); ++column) {
+            widths[column] = std::max(widths[column], line[column].size());
+        }
+    }
+    std::string text;
+    for (const Row& line : lines) {
+        for (size_t column = 0; column < line.size(); ++column) {
+            const std::string padding(widths[column] - line[column].size(), ' ');
+            const bool left =
+                entry.field(static_cast<int>(column)).type() == google::protobuf::FieldDescriptor::TYPE_STRING;
+            text += fmt::format("{}{}{}", column == 0 ? "" : "  ", left ? line[column] : padding,
+                                left ? padding : line[column]);
+        }
+        text += '\n';
+    }
+    return text;
+}
+
+std::string hexText(std::string_view payload) {
+    constexpr size_t kLine = 16;
+    std::string text;
+    for (size_t offset = 0; offset < payload.size(); offset += kLine) {
+        std::string shown(payload.substr(offset, kLine));
+        text += fmt::format("{:08x} ", offset);
+        for (size_t index = 0; index < kLine; ++index) {
+            text += index == kLine / 2 ? "  " : " ";
+            text += index < shown.size() ? fmt::format("{:02x}", static_cast<unsigned char>(shown[index])) : "  ";
+        }
+        std::replace_if(
+            shown.begin(), shown.end(), [](char each) { return each < ' ' || each > '~'; }, '.');
+        text += fmt::format("  |{}|\n", shown);
+    }
+    return text + fmt::format("{:08x}\n", payload.size());
+}
+
+void printTable(const std::vector<Batch>& batches, const Catalogued& entry, QosTlmEncodeType encoding) {
+    std::vector<Row> rows;
+    for (const Batch& batch : batches) {
+        auto decoded = (encoding == QOS_TLM_ENCODE_GPB ? decodeGpb : decodeJson)(entry, batch.payload);
+        if (decoded.size() != batch.recordCount) {
+            throw std::runtime_error(
+                fmt::format("a sample has {} records, its header says {}", decoded.size(), batch.recordCount));
+        }
+        std::move(decoded.begin(), decoded.end(), std::back_inserter(rows));
+    }
+    fmt::print("{}", tableText(entry, rows));
+}
+
+}  // namespace
+
+void printBatches(const std::vector<Batch>& batches, const std::string& alias, QosTlmEncodeType encoding,
+                  const std::string& output) {
+    if (batches.empty()) {
+        return;
+    }
+    if (output == "table") {
+        const Catalogued* entry = findInCatalogue(alias);
+        if (entry == nullptr) {
+            throw std::runtime_error(fmt::format("the schema of {} is not in this build", alias));
+        }
+        printTable(batches, *entry, encoding);
+    }
+    for (const Batch& batch : batches) {
+        if (output == "json") {
+            fmt::print("{}\n", encoding == QOS_TLM_ENCODE_GPB ? gpbToJson(batch.payload) : batch.payload);
+        } else if (output == "hex") {
+            fmt::print("{}", hexText(batch.payload));
+        }
+    }
+}
+
+void printSummary(uint64_t number, const Pass& pass) {
+    const char* result = pass.result == QOS_TLM_RESULT_DONE   ? "done"
+                         : pass.result == QOS_TLM_RESULT_MORE ? "stopped"
+                                                              : "failed";
+    fmt::print("pass {}: records {}, batches {}, bytes {}, encoding time {} us, result {} ({})\n", number,
+               pass.records(), pass.batches.size(), pass.bytes(), pass.encodeTime(), pass.result, result);
+}
+
+void flushOutput() {
+    if (std::fflush(stdout) != 0) {
+        throw std::system_error(errno, std::generic_category(), "cannot write the output");
+    }
+}
+
+}  // namespace host

@@ -1,0 +1,75 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "devhost/cli/catalogue.h"
+#include "devhost/cli/commands.h"
+#include "devhost/cli/host.h"
+
+namespace host {
+
+namespace {
+
+void printText(const std::vector<Path>& paths) {
+    for (const Path& path : paths) {
+        fmt::print("{}\n  xpath        {}\n", path.alias, path.xpath);
+        const Catalogued* entry = findInCatalogue(path.alias);
+        if (entry == nullptr) {
+            fmt::print("  no query in this build\n");
+            continue;
+        }
+        const char* heading = "fields";
+        for (int index = 0; index < entry->fieldCount(); ++index) {
+            const auto& field = entry->field(index);
+            fmt::print("  {:<11}{:>3} {} {}\n", heading, field.number(), field.json_name(), field.type_name());
+            heading = "";
+        }
+        heading = "conditions";
+        for (const Condition& condition : entry->conditions) {
+            fmt::print("  {:<12} {}: {}\n", heading, condition.field, condition.takes);
+            heading = "";
+        }
+        fmt::print("  batch limit  {} records\n", entry->batchLimit);
+    }
+}
+
+// One path per line, so that line tools can read it as well.
+void printJson(const std::vector<Path>& paths) {
+    const char* before = "[\n";
+    for (const Path& path : paths) {
+        nlohmann::ordered_json item = {{"alias", path.alias}, {"xpath", path.xpath}, {"query", false}};
+        if (const Catalogued* entry = findInCatalogue(path.alias)) {
+            item["query"] = true;
+            auto& fields = item["fields"] = nlohmann::ordered_json::array();
+            for (int index = 0; index < entry->fieldCount(); ++index) {
+                const auto& field = entry->field(index);
+                fields.push_back(
+                    {{"number", field.number()}, {"name", field.json_name()}, {"type", field.type_name()}});
+            }
+            item["conditions"] = entry->conditionNames();
+            item["batch-limit"] = entry->batchLimit;
+        }
+        fmt::print("{}  {}", before, item.dump());
+        before = ",\n";
+    }
+    fmt::print("\n]\n");
+}
+
+}  // namespace
+
+void addPathsCommand(CLI::App& app, Invocation& invocation) {
+    CLI::App* command = app.add_subcommand("paths", "List the sampling paths that the plug-in registers");
+    const auto json = std::make_shared<bool>(false);
+    command->add_flag("--json", *json, "Print JSON, for programs");
+    command->callback([json, &invocation] {
+        invocation.action = [json, &invocation]() -> int {
+            const Host plugin(invocation.pluginFile);
+            (*json ? printJson : printText)(plugin.paths());
+            return kDone;
+        };
+    });
+}
+
+}  // namespace host

@@ -1,0 +1,133 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+#include <memory>
+#include <optional>
+
+#include "devhost/cli/catalogue.h"
+#include "devhost/cli/commands.h"
+#include "devhost/cli/duration.h"
+#include "devhost/cli/host.h"
+#include "devhost/cli/output.h"
+#include "devhost/cli/request.h"
+#include "devhost/cli/stop.h"
+#include "devhost/qosdb/qosdb.h"
+
+namespace host {
+
+namespace {
+
+constexpr uint32_t kSubscriptionId = 1;
+
+struct SampleOptions {
+    std::string path;
+    std::string database;
+    std::string encoding = "gpb";
+    std::string output = "table";
+    std::vector<std::string> conditions;
+    std::vector<std::string> thresholds;
+    std::string relation;
+    std::chrono::milliseconds every{0};
+    std::optional<uint64_t> count;
+    std::optional<uint32_t> period;
+    std::optional<uint32_t> redundantPeriod;
+
+    QosTlmEncodeType encodeType() const { return encoding == "json" ? QOS_TLM_ENCODE_JSON : QOS_TLM_ENCODE_GPB; }
+};
+
+QosTlmQueryParam buildRequest(const SampleOptions& options, const Path& path) {
+    const Catalogued* entry = findInCatalogue(path.alias);
+    QosTlmQueryParam request = {};
+    request.encodeType = options.encodeType();
+    for (const std::string& text : options.conditions) {
+        addCondition(request, path.alias, entry, text);
+    }
+    for (const std::string& text : options.thresholds) {
+        addThreshold(request, path.alias, entry, text);
+    }
+    if (!options.relation.empty() && request.thresholdNum < 2) {
+        throw UsageError("--relation says how two thresholds combine: give --threshold twice");
+    }
+    request.thresholdRelation = options.relation == "second" ? QOS_TLM_RELATION_SECOND : QOS_TLM_RELATION_AND;
+    if (options.redundantPeriod && (options.period || request.thresholdNum > 0)) {
+        throw UsageError("--suppress-redundant makes the plug-in ignore --threshold and --period: leave them out");
+    }
+    request.periodCheck = options.period ? 1 : 0;
+    request.selfDefPeriod = options.period.value_or(0);
+    request.suppressRedundant = options.redundantPeriod ? 1 : 0;
+    request.redundantPeriod = options.redundantPeriod.value_or(0);
+    return request;
+}
+
+int runSample(const SampleOptions& options, const std::string& pluginFile) {
+    QosDb_SetFile(options.database.c_str());
+    Host plugin(pluginFile);
+    const Path& path = plugin.path(options.path);
+    const QosTlmQueryParam request = buildRequest(options, path);
+    const uint64_t last = options.count.value_or(options.every.count() == 0 ? 1 : std::numeric_limits<uint64_t>::max());
+    auto next = std::chrono::steady_clock::now();
+    int code = kDone;
+    for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
+        const Pass pass = plugin.runPass(path, request, kSubscriptionId);
+        printBatches(pass.batches, path.alias, options.encodeType(), options.output);
+        if (options.output != "json") {
+            printSummary(number, pass);
+        }
+        flushOutput();
+        for (const std::string& message : pass.messages) {
+            fmt::print(stderr, "qos-host: {}\n", message);
+            code = kFailed;  // a message is a failure: a batch refused, a clock not read
+        }
+        if (pass.result == QOS_TLM_RESULT_FAILED) {
+            throw std::runtime_error(fmt::format("sampling {} failed", path.alias));
+        }
+        next = std::max(next + options.every, std::chrono::steady_clock::now());
+    }
+    return code;
+}
+
+}  // namespace
+
+void addSampleCommand(CLI::App& app, Invocation& invocation) {
+    CLI::App* command = app.add_subcommand("sample", "Sample a path and show what the plug-in sends");
+    const auto options = std::make_shared<SampleOptions>();
+    command->add_option("PATH", options->path, "Alias or xpath of the path, see qos-host paths")->required();
+    command->add_option("--db", options->database, "Database of the statistics")
+        ->envname("NIVEX_QOS_DB")
+        ->type_name("FILE")
+        ->required();
+    command->add_option("--encoding", options->encoding, "Encoding that the plug-in is asked for")
+        ->check(CLI::IsMember({"gpb", "json"}))
+        ->capture_default_str();
+    command->add_option("--where", options->conditions, "Only records whose field has the value; repeatable")
+        ->type_name("FIELD=VALUE")
+        ->allow_extra_args(false);
+    command
+        ->add_option("--threshold", options->thresholds,
+                     "Only records whose field compares so (= == > >= < <=); at most two, both on the same field")
+        ->type_name("FIELD>=VALUE")
+        ->allow_extra_args(false);
+    command->add_option("--relation", options->relation, "With two thresholds: both must pass, or the second decides")
+        ->check(CLI::IsMember({"and", "second"}))
+        ->default_str("and");
+    addDurationOption(*command, "--every", options->every, "Begin a pass in each such span, until --count or Ctrl-C");
+    command->add_option("--count", options->count, "Passes to make (1 without --every)")
+        ->check(CLI::Range(uint64_t{1}, std::numeric_limits<uint64_t>::max()))
+        ->type_name("NUMBER");
+    command->add_option("--period", options->period, "Send a record at most once in so many seconds")
+        ->type_name("SECONDS");
+    command
+        ->add_option("--suppress-redundant", options->redundantPeriod,
+                     "Send a record when it changed, or after so many seconds")
+        ->type_name("SECONDS");
+    command->add_option("--output", options->output, "Form of the output; json of GPB is RFC 7951 JSON")
+        ->check(CLI::IsMember(kOutputs))
+        ->capture_default_str();
+    command->callback([options, &invocation] {
+        invocation.action = [options, &invocation] { return runSample(*options, invocation.pluginFile); };
+    });
+}
+
+}  // namespace host

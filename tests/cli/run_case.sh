@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Runs the commands of a transcript and compares what they print with it.
+#
+#   run_case.sh PROGRAM_DIR CASE_FILE        UPDATE=1 writes the transcript anew instead
+#
+# In a transcript "$ " begins a command line for bash, which finds qos-host in PROGRAM_DIR and few.db, many.db and other
+# files of make_databases.sh around it. Its output follows (standard output, then standard error), then "? " and the
+# exit code. Lines that begin with "#" are remarks. Times spent encoding are shown as N.
+set -uo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+case_file=$(realpath "$2")
+programs=$(cd "$1" && pwd)
+PATH=$programs:$PATH
+unset NIVEX_QOS_DB NIVEX_QOS_PLUGIN
+export LC_ALL=C
+
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+cd "$scratch" || exit 1
+for name in few many; do
+    cat "$here/queue_stat.sql" "$here/$name.sql" | sqlite3 -bail "$name.db" >make.log 2>&1 || { cat make.log; exit 1; }
+done
+sqlite3 empty.db 'CREATE TABLE other (x)'
+echo 'this is a text, not a database' >text.db
+
+while IFS= read -r line; do
+    case $line in
+    '$ '*)
+        echo "$line"
+        eval "${line#\$ }" 2>errors </dev/null
+        code=$?
+        cat errors
+        echo "? $code"
+        ;;
+    '#'* | '') echo "$line" ;;
+    esac
+done <"$case_file" | sed -E 's/encoding time [0-9]+ us/encoding time N us/' >transcript
+
+if [ -n "${UPDATE:-}" ]; then
+    cp transcript "$case_file"
+else
+    diff -u "$case_file" transcript
+fi
