@@ -168,6 +168,20 @@ QOS_TLM_API uint32_t QOS_TLM_QueryFunc(uint32_t hostArg1, uint32_t hostArg2, con
 /* Stores the two values in the header of the buffer; nothing for a null buffer. */
 QOS_TLM_API void QOS_TLM_FullSampleData(uint32_t hostArg1, uint32_t hostArg2, QosTlmSampleData* sampleData);
 
+/* When a batch ends, besides at the end of the table. */
+typedef enum QosTlmBatchPolicy {
+    QOS_TLM_BATCH_BY_COUNT = 0,  /* at the path's batch limit; a batch that outgrows the payload is refused whole */
+    QOS_TLM_BATCH_BY_PAYLOAD = 1 /* also before it would outgrow the payload: no record is lost */
+} QosTlmBatchPolicy;
+
+/*
+ * Chooses when the batches of all paths end, from the next sampling call on; QOS_TLM_BATCH_BY_COUNT at load. A batch
+ * that ends early is answered like one at the limit (QOS_TLM_RESULT_MORE); the record that did not fit comes first in
+ * the next call. Monitoring results always end their batches by payload. 0, or 1 for another value, which changes
+ * nothing.
+ */
+QOS_TLM_API uint32_t QOS_TLM_SetBatchPolicy(uint32_t policy);
+
 /* Fills a zeroed buffer with the next batch of a family's table; answers a QosTlmResult. */
 typedef uint32_t (*QosTlmQueryFromDbFunc)(const QosTlmQueryParam* request, QosTlmSampleData* sampleData);
 

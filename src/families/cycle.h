@@ -13,6 +13,8 @@
 #include "nivex_qos/assembly.h"
 #include "nivex_qos/log.h"
 #include "platform/qos_db.h"
+#include "sampling/batch_room.h"
+#include "sampling/history.h"
 
 namespace qos {
 
@@ -25,6 +27,7 @@ inline constexpr Node kGlobalQueryNode = {"global-query", 5};
 template <class F>
 class Cycle {
     using Record = typename F::Record;
+    static constexpr bool kPlain = std::is_same_v<decltype(F::steps), const NamedSteps<Record, PlainCheck<Record>>>;
 
   public:
     static uint32_t query(const QosTlmQueryParam* request, QosTlmSampleData* sampleData) {
@@ -129,7 +132,11 @@ class Cycle {
         if (record == nullptr || count == nullptr) {
             return 0;
         }
-        QOS_HashInsert(F::index, F::keys.sent(*record));
+        Key key;
+        if (!F::keys.find(*record, KeyUse::count, key)) {
+            return 0;
+        }
+        QOS_HashInsert(F::index, key.sent);
         if (++*count < F::batchLimit) {
             return 0;
         }
@@ -168,6 +175,11 @@ class Cycle {
         if (record == nullptr || request == nullptr || thresholdValue == nullptr) {
             return 0;
         }
+        if constexpr (requires { F::admits(*record); }) {
+            if (!F::admits(*record)) {
+                return 0;
+            }
+        }
         if (isSent(previousFlag, record) != 0 || isCondition(record, request) == 0) {
             return 0;
         }
@@ -178,18 +190,46 @@ class Cycle {
                                          : isThreshold(record, request, thresholdValue);
     }
 
+    // The check of a family without change suppression, period and thresholds.
+    static uint32_t plainCheck(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request) {
+        if (record == nullptr || request == nullptr) {
+            return 0;
+        }
+        return isSent(previousFlag, record) == 0 ? isCondition(record, request) : 0;
+    }
+
     static uint32_t isSent(uint32_t previousFlag, const Record* record) {
-        return previousFlag == 1 && record != nullptr && QOS_HashFind(F::index, F::keys.sent(*record)) != 0 ? 1 : 0;
+        Key key;
+        if (record == nullptr || !F::keys.find(*record, KeyUse::sentTest, key)) {
+            return 0;
+        }
+        return previousFlag == 1 ? QOS_HashFind(F::index, key.sent) : 0;
     }
 
     static uint32_t isCondition(const Record* record, const QosTlmQueryParam* request) {
         if (record == nullptr || request == nullptr) {
             return 0;
         }
+        return everyCondition(*request,
+                              [&](const auto& honoured, const char* value) { return honoured.holds(*record, value); });
+    }
+
+    // Whether the test of a condition and its value succeeds for each one that the family honours; others restrict
+    // nothing.
+    template <class Test>
+    static uint32_t everyCondition(const QosTlmQueryParam& request, Test test) {
         const uint32_t count =
-            request->conditionNum < QOS_TLM_CONDITION_MAX ? request->conditionNum : QOS_TLM_CONDITION_MAX;
+            request.conditionNum < QOS_TLM_CONDITION_MAX ? request.conditionNum : QOS_TLM_CONDITION_MAX;
         for (uint32_t i = 0; i < count; ++i) {
-            if (!holds(*record, request->conditions[i])) {
+            const QosTlmCondition& condition = request.conditions[i];
+            const bool holds = std::apply(
+                [&](const auto&... honoured) {
+                    return ((!fieldEquals(condition.fieldName, honoured.name) ||
+                             test(honoured, BoundedText(condition.value).get())) &&
+                            ...);
+                },
+                F::conditions);
+            if (!holds) {
                 return 0;
             }
         }
@@ -200,24 +240,26 @@ class Cycle {
         if (record == nullptr || request == nullptr) {
             return 0;
         }
-        const uint32_t first = F::keys.first(*record);
-        const uint32_t second = F::keys.second(*record);
-        if (QOS_TLM_IsOverPeriod(first, second, F::index, request->redundantPeriod) != 0) {
+        Key key;
+        if (!F::keys.find(*record, KeyUse::redundancy, key) ||
+            QOS_TLM_IsOverPeriod(key.first, key.second, F::index, request->redundantPeriod) != 0) {
             return 0;
         }
         uint64_t digest = 0;
         std::apply([&](auto... fields) { (QOS_TLM_IntegerHash(&digest, record->*fields), ...); }, F::digest);
-        return QOS_TLM_IsRedundantData(first, second, digest, F::index);
+        return QOS_TLM_IsRedundantData(key.first, key.second, digest, F::index);
     }
 
     static uint32_t isSelfDefEvt(const Record* record, const QosTlmQueryParam* request, uint32_t* value) {
         if (record == nullptr || request == nullptr || value == nullptr) {
             return 0;
         }
-        return QOS_TLM_IsOverPeriod(F::keys.first(*record), F::keys.second(*record), F::index,
-                                    request->selfDefPeriod) == 0
-                   ? 0
-                   : isThreshold(record, request, value);
+        Key key;
+        if (!F::keys.find(*record, KeyUse::period, key) ||
+            QOS_TLM_IsOverPeriod(key.first, key.second, F::index, request->selfDefPeriod) == 0) {
+            return 0;
+        }
+        return isThreshold(record, request, value);
     }
 
     static uint32_t isThreshold(const Record* record, const QosTlmQueryParam* request, uint32_t* value) {
@@ -266,10 +308,11 @@ class Cycle {
     }
 
   private:
-    // Steps 6 to 8 of a call: from the first record to the encoded batch.
+    // From the first record of the table to the encoded batch.
     static uint32_t walk(const QosTlmQueryParam* request, QosTlmSampleData* sampleData, void* object, void* iterator,
                          QosTlmNode* root, QosTlmNode* list) {
         const uint32_t previous = beginPass();
+        BatchRoom room(F::endsByPayload, request->encodeType, root);
         Record record = {};
         uint32_t count = 0;
         uint32_t moved = 0;
@@ -277,11 +320,20 @@ class Cycle {
             if (F::steps.read(object, &record) != 0) {
                 return QOS_TLM_RESULT_FAILED;
             }
-            if (F::steps.check(previous, &record, request, &sampleData->thresholdValue) == 0) {
+            const TrackingMark mark = room.isScarce() ? markOf(record) : TrackingMark();
+            if (check(previous, record, request, sampleData) == 0) {
                 continue;
             }
+            QosTlmNode* lastEntry = list->lastChild;
             if (F::steps.addEntry(list, &record) != 0) {
                 return QOS_TLM_RESULT_FAILED;
+            }
+            // A batch is never ended before its first counted record, so that every call gets further.
+            if (!room.takes(list->lastChild) && count > 0) {
+                removeAfter(list, lastEntry);
+                mark.restore();
+                *F::queryToEnd = 1;
+                break;
             }
             if (isBatchFull(&record, &count) != 0) {
                 break;
@@ -294,15 +346,28 @@ class Cycle {
         return *F::queryToEnd == 0 ? QOS_TLM_RESULT_DONE : QOS_TLM_RESULT_MORE;
     }
 
-    // Conditions on fields that the family does not honour restrict nothing.
-    static bool holds(const Record& record, const QosTlmCondition& condition) {
-        return std::apply(
-            [&](const auto&... honoured) {
-                return ((!fieldEquals(condition.fieldName, honoured.name) ||
-                         honoured.holds(record, BoundedText(condition.value).get())) &&
-                        ...);
-            },
-            F::conditions);
+    static uint32_t check(uint32_t previous, const Record& record, const QosTlmQueryParam* request,
+                          QosTlmSampleData* sampleData) {
+        if constexpr (kPlain) {
+            return F::steps.check(previous, &record, request);
+        } else {
+            return F::steps.check(previous, &record, request, &sampleData->thresholdValue);
+        }
+    }
+
+    // What the tracking tables hold of a record before its check: a record that is put off must not count as seen.
+    static TrackingMark markOf(const Record& record) {
+        Key key;
+        if (kPlain || !F::keys.find(record, KeyUse::mark, key)) {
+            return {};
+        }
+        return {key.first, key.second, F::index};
+    }
+
+    static void removeAfter(QosTlmNode* list, QosTlmNode* lastEntry) {
+        QOS_TLM_ReleaseNode(list->lastChild);
+        list->lastChild = lastEntry;
+        (lastEntry == nullptr ? list->firstChild : lastEntry->next) = nullptr;
     }
 
     // Makes a node under *last, or as *root; on failure logs and leaves neither root nor node.
@@ -360,14 +425,16 @@ class Cycle {
     uint32_t QOS_TLM_Init##TAG##QueryFlag() {                                                         \
         return qos::Cycle<FAMILY>::beginPass();                                                       \
     }                                                                                                 \
-    uint32_t QOS_TLM_Read##TAG##Field(void* object, FAMILY::Record* record) {                         \
-        return qos::Cycle<FAMILY>::read(object, record);                                              \
-    }                                                                                                 \
     uint32_t QOS_TLM_IsSent##TAG(uint32_t previousFlag, const FAMILY::Record* record) {               \
         return qos::Cycle<FAMILY>::isSent(previousFlag, record);                                      \
     }                                                                                                 \
     uint32_t QOS_TLM_Get##TAG##DataNode(QosTlmNode* list, const FAMILY::Record* record) {             \
         return qos::Cycle<FAMILY>::addEntry(list, record);                                            \
+    }
+
+#define QOS_TLM_DEFINE_READ(TAG, FAMILY)                                      \
+    uint32_t QOS_TLM_Read##TAG##Field(void* object, FAMILY::Record* record) { \
+        return qos::Cycle<FAMILY>::read(object, record);                      \
     }
 
 #define QOS_TLM_DEFINE_START_NODES(TAG, FAMILY)                                      \
@@ -398,6 +465,12 @@ class Cycle {
     uint32_t QOS_TLM_IsThreshold##TAG(const FAMILY::Record* record, const QosTlmQueryParam* request,                  \
                                       uint32_t* value) {                                                              \
         return qos::Cycle<FAMILY>::isThreshold(record, request, value);                                               \
+    }
+
+#define QOS_TLM_DEFINE_PLAIN_CHECK(TAG, FAMILY)                                      \
+    uint32_t QOS_TLM_Check##TAG(uint32_t previousFlag, const FAMILY::Record* record, \
+                                const QosTlmQueryParam* request) {                   \
+        return qos::Cycle<FAMILY>::plainCheck(previousFlag, record, request);        \
     }
 
 #define QOS_TLM_DEFINE_FIELD_VALUE(NAME, FAMILY)                                      \

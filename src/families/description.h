@@ -14,6 +14,7 @@
 #include <tuple>
 
 #include "nivex_qos/filter.h"
+#include "nivex_qos/log.h"
 #include "nivex_qos/tracking.h"
 #include "nivex_qos/tree.h"
 #include "platform/bounded.h"
@@ -21,10 +22,9 @@
 
 namespace qos {
 
-inline constexpr size_t kTextSize = 32;  // every text of a record, NUL included
-
-template <class Record>
-using TextField = char (Record::*)[kTextSize];
+// A text of a record, its size with the NUL.
+template <class Record, size_t Size>
+using TextField = char (Record::*)[Size];
 
 // --- Columns: how a record is read -------------------------------------------------------------------------------
 
@@ -41,19 +41,17 @@ struct NumberColumn {
 };
 
 // A text belongs to the database; it is copied once every accessor has succeeded.
-template <class Record>
+template <class Record, size_t Size>
 struct TextColumn {
-    TextField<Record> field;
+    TextField<Record, Size> field;
     uint32_t (*get)(void* object, const char** value);
-    static constexpr size_t size = kTextSize;
+    static constexpr size_t size = Size;
 
     struct Pending {
         const char* text = nullptr;
     };
     uint32_t read(void* object, Record&, Pending& pending) const { return get(object, &pending.text); }
-    int finish(Record& record, const Pending& pending) const {
-        return strcpy_s(record.*field, kTextSize, pending.text);
-    }
+    int finish(Record& record, const Pending& pending) const { return strcpy_s(record.*field, Size, pending.text); }
 };
 
 template <class Record, class Number>
@@ -61,8 +59,8 @@ constexpr NumberColumn<Record, Number> column(Number Record::*field, uint32_t (*
     return {field, get};
 }
 
-template <class Record>
-constexpr TextColumn<Record> column(TextField<Record> field, uint32_t (*get)(void*, const char**)) {
+template <class Record, size_t Size>
+constexpr TextColumn<Record, Size> column(TextField<Record, Size> field, uint32_t (*get)(void*, const char**)) {
     return {field, get};
 }
 
@@ -87,11 +85,11 @@ struct NumberLeaf {
 };
 
 // A text has no number of its own: a threshold that names it compares another field, or 0.
-template <class Record>
+template <class Record, size_t Size>
 struct TextLeaf {
     const char* name;
     uint32_t number;
-    TextField<Record> field;
+    TextField<Record, Size> field;
     uint32_t Record::*comparedField;
 
     uint32_t add(QosTlmNode* entry, const Record& record) const {
@@ -105,22 +103,49 @@ constexpr NumberLeaf<Record, Number> leaf(const char* name, uint32_t number, Num
     return {name, number, field};
 }
 
-template <class Record>
-constexpr TextLeaf<Record> leaf(const char* name, uint32_t number, TextField<Record> field,
-                                uint32_t Record::*comparedField = nullptr) {
+template <class Record, size_t Size>
+constexpr TextLeaf<Record, Size> leaf(const char* name, uint32_t number, TextField<Record, Size> field,
+                                      uint32_t Record::*comparedField = nullptr) {
     return {name, number, field, comparedField};
 }
 
 // --- Conditions: what a request may ask of a record --------------------------------------------------------------
 
 // An interface name against a pattern.
-template <class Record>
+template <class Record, size_t Size>
 struct PatternCondition {
     const char* name;
-    TextField<Record> field;
+    TextField<Record, Size> field;
 
     bool holds(const Record& record, const char* value) const {
-        return QOS_TLM_CheckIfName(value, record.*field, kTextSize) != 0;
+        return QOS_TLM_CheckIfName(value, record.*field, Size) != 0;
+    }
+};
+
+// A text, byte for byte.
+template <class Record, size_t Size>
+struct ExactCondition {
+    const char* name;
+    TextField<Record, Size> field;
+
+    static bool matches(const char* text, const char* value) { return strcmp(text, value) == 0; }
+    bool holds(const Record& record, const char* value) const { return matches(record.*field, value); }
+};
+
+// A decimal number; a value that is none is logged and lets no record pass.
+template <class Record>
+struct NumberCondition {
+    const char* name;
+    uint32_t Record::*field;
+    const char* noNumber;
+
+    bool holds(const Record& record, const char* value) const {
+        uint32_t wanted = 0;
+        if (QOS_TLM_ParsesString2Number(value, &wanted) != 0) {
+            QOS_TLM_DiagErr("%s", noNumber);
+            return false;
+        }
+        return wanted == record.*field;
     }
 };
 
@@ -137,9 +162,19 @@ struct ServiceClassCondition {
     }
 };
 
-template <class Record>
-constexpr PatternCondition<Record> pattern(const char* name, TextField<Record> field) {
+template <class Record, size_t Size>
+constexpr PatternCondition<Record, Size> pattern(const char* name, TextField<Record, Size> field) {
     return {name, field};
+}
+
+template <class Record, size_t Size>
+constexpr ExactCondition<Record, Size> exactText(const char* name, TextField<Record, Size> field) {
+    return {name, field};
+}
+
+template <class Record>
+constexpr NumberCondition<Record> number(const char* name, uint32_t Record::*field, const char* noNumber) {
+    return {name, field, noNumber};
 }
 
 template <class Record>
@@ -149,17 +184,57 @@ constexpr ServiceClassCondition<Record> serviceClass(const char* name, uint32_t 
 
 // --- Keys: what identifies a record in the tracking tables -------------------------------------------------------
 
+struct Key {
+    uint32_t sent;    // in the sent-record hash
+    uint32_t first;   // in the history and the period table
+    uint32_t second;  // their sub-index
+};
+
+// What a key is wanted for: a family whose keys can fail has a message for each use but the last.
+enum class KeyUse { sentTest, count, redundancy, period, mark };
+
+// An interface.
+template <class Record>
+struct InterfaceKeys {
+    uint32_t Record::*ifIndex;
+
+    bool find(const Record& record, KeyUse, Key& key) const {
+        key = {record.*ifIndex, record.*ifIndex, 0};
+        return true;
+    }
+};
+
 // A queue of an interface. The sent key is unique for queues 0 to 7 and interface indexes below 2^29.
 template <class Record>
 struct InterfaceQueueKeys {
     uint32_t Record::*ifIndex;
     uint32_t Record::*queueId;
 
-    uint32_t sent(const Record& record) const {
-        return record.*ifIndex * QOS_TLM_TRACK_SUB_INDEX_NUM + record.*queueId;
+    bool find(const Record& record, KeyUse, Key& key) const {
+        const uint32_t interface = record.*ifIndex;
+        const uint32_t queue = record.*queueId;
+        key = {interface * QOS_TLM_TRACK_SUB_INDEX_NUM + queue, interface, queue};
+        return true;
     }
-    uint32_t first(const Record& record) const { return record.*ifIndex; }
-    uint32_t second(const Record& record) const { return record.*queueId; }
+};
+
+// A slot given as text, which need not be one.
+template <class Record, size_t Size>
+struct SlotKeys {
+    TextField<Record, Size> slot;
+    const char* noSlot[4];  // by KeyUse
+
+    bool find(const Record& record, KeyUse use, Key& key) const {
+        uint32_t number = 0;
+        if (QOS_TLM_StrSlot2IntSlot(record.*slot, &number) != 0) {
+            if (use != KeyUse::mark) {
+                QOS_TLM_DiagErr("%s", noSlot[static_cast<size_t>(use)]);
+            }
+            return false;
+        }
+        key = {number, number, 0};
+        return true;
+    }
 };
 
 // --- Messages ----------------------------------------------------------------------------------------------------
@@ -204,12 +279,18 @@ struct Node {
     uint32_t number;
 };
 
-// The steps that the query calls by their exported names, so that they stay replaceable.
 template <class Record>
+using Check = uint32_t(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request,
+                       uint32_t* thresholdValue);
+// The check of a family without thresholds.
+template <class Record>
+using PlainCheck = uint32_t(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request);
+
+// The steps that the query calls by their exported names, so that they stay replaceable.
+template <class Record, class CheckStep = Check<Record>>
 struct NamedSteps {
     uint32_t (*read)(void* object, Record* record);
-    uint32_t (*check)(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request,
-                      uint32_t* thresholdValue);
+    CheckStep* check;
     uint32_t (*addEntry)(QosTlmNode* list, const Record* record);
 };
 

@@ -11,6 +11,7 @@ struct QueueStat {
 
     static constexpr uint32_t index = QOS_TLM_FAMILY_QUEUE;
     static constexpr uint32_t batchLimit = QOS_TLM_QUEUE_STAT_BATCH_LIMIT;
+    static constexpr bool endsByPayload = false;
     static constexpr uint32_t* queryToEnd = &g_qosTlmQueStatQueryToEnd;
 
     static constexpr qos::Table table = {db_create_qos_tlm_queue_stat_obj, db_release_qos_tlm_queue_stat_object};
@@ -67,6 +68,7 @@ struct QueueStat {
 
 QOS_TLM_DEFINE_QUERY(QOS_TLM_QueryQueueStatFromDb, QueueStat)
 QOS_TLM_DEFINE_STEPS(QueueStat, QueueStat)
+QOS_TLM_DEFINE_READ(QueueStat, QueueStat)
 QOS_TLM_DEFINE_START_NODES(QueueStat, QueueStat)
 QOS_TLM_DEFINE_CONDITION(QueueStat, QueueStat)
 QOS_TLM_DEFINE_CHECKS(QueueStat, QueueStat)

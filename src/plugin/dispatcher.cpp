@@ -1,16 +1,28 @@
+#include "nivex_qos/buf_ing_stat.h"
+#include "nivex_qos/buf_monitor_stat.h"
+#include "nivex_qos/ing_port_drop_stat.h"
 #include "nivex_qos/log.h"
 #include "nivex_qos/plugin.h"
+#include "nivex_qos/port_buf_stat.h"
+#include "nivex_qos/port_ecn_stat.h"
+#include "nivex_qos/queue_buf_stat.h"
+#include "nivex_qos/queue_drop_stat.h"
 #include "nivex_qos/queue_stat.h"
 #include "nivex_qos/sample.h"
+#include "nivex_qos/tm_buf_stat.h"
 #include "platform/bounded.h"
 #include "platform/host_framework.h"
 
 const QosTlmQueryFuncEntry g_qosTlmQueryFuncTable[QOS_TLM_FAMILY_NUM] = {
-    {QOS_TLM_FAMILY_PORT_ECN, nullptr},    {QOS_TLM_FAMILY_PORT_BUF, nullptr},
-    {QOS_TLM_FAMILY_QUEUE_BUF, nullptr},   {QOS_TLM_FAMILY_QUEUE, QOS_TLM_QueryQueueStatFromDb},
-    {QOS_TLM_FAMILY_QUEUE_DROP, nullptr},  {QOS_TLM_FAMILY_ING_PORT_DROP, nullptr},
-    {QOS_TLM_FAMILY_TM_BUF, nullptr},      {QOS_TLM_FAMILY_BUF_ING, nullptr},
-    {QOS_TLM_FAMILY_BUF_MONITOR, nullptr},
+    {QOS_TLM_FAMILY_PORT_ECN, QOS_TLM_QueryPortEcnStatFromDb},
+    {QOS_TLM_FAMILY_PORT_BUF, QOS_TLM_QueryPortBufStatFromDb},
+    {QOS_TLM_FAMILY_QUEUE_BUF, QOS_TLM_QueryQueueBufStatFromDb},
+    {QOS_TLM_FAMILY_QUEUE, QOS_TLM_QueryQueueStatFromDb},
+    {QOS_TLM_FAMILY_QUEUE_DROP, QOS_TLM_QueryQueueDropStatFromDb},
+    {QOS_TLM_FAMILY_ING_PORT_DROP, QOS_TLM_QueryIngPortDropStatFromDb},
+    {QOS_TLM_FAMILY_TM_BUF, QOS_TLM_QueryTmBufStatFromDb},
+    {QOS_TLM_FAMILY_BUF_ING, QOS_TLM_QueryBufIngStatFromDb},
+    {QOS_TLM_FAMILY_BUF_MONITOR, QOS_TLM_QueryTmBufMonitorStatFromDb},
 };
 
 namespace {

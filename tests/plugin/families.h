@@ -1,16 +1,32 @@
 /*
- * What the shared query tests need to know of a family: its names, its rows in the fake tables and the entries that
- * these must become. A new family adds its description to kFamilies.
+ * What the shared query tests need to know of a family: its names, how its table is filled, and what of a row must
+ * come out. A new family adds its description to kFamilies.
  */
 #ifndef TESTS_PLUGIN_FAMILIES_H
 #define TESTS_PLUGIN_FAMILIES_H
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "support/plugin.h"
 #include "support/sample_reader.h"
+
+// A leaf of an entry: the column that it shows and, for thresholds, the column that is compared ("" = 0 is compared).
+struct Leaf {
+    const char* name;
+    std::string column;
+    std::string compared;
+};
+
+enum class Match { pattern, exact, number, serviceClass };
+
+struct Condition {
+    const char* field;
+    Match match;
+    const char* column;
+};
 
 struct Family {
     const char* tag;
@@ -21,9 +37,22 @@ struct Family {
     const char* container;
     const char* list;
     std::vector<std::string> columns;  // in reading order
-    void (*addRow)(uint32_t number);   // another row for each number
-    nlohmann::json (*entry)(uint32_t number);
-    void (*setName)(std::optional<std::string> name);  // of the first row
+    std::vector<Leaf> leaves;
+    std::vector<Condition> conditions;
+    std::vector<std::string> digest;  // columns whose change makes a record a changed one
+    const char* nameColumn;           // the text that names a row
+
+    // Messages, up to the code or the full stop.
+    std::string createObject{};
+    std::string createIterator{};
+    std::string gpbStart{};
+    std::string jsonStart{};
+    std::string copyText{};
+    std::string entryNode{};
+    std::string noNumber{};  // a "queue-id" condition that is no number
+
+    bool isMonitor() const { return index == QOS_TLM_FAMILY_BUF_MONITOR; }
+    std::string columnMessage(const std::string& column, uint32_t sum) const;  // an accessor failed
 };
 
 inline void PrintTo(const Family& family, std::ostream* out) {
@@ -31,12 +60,31 @@ inline void PrintTo(const Family& family, std::ostream* out) {
 }
 
 extern const std::vector<Family> kFamilies;
+const Family& familyOf(uint32_t index);
 
-// A sampling call; sampling calls until the pass is over.
+// Another row for each number. Small numbers keep a JSON batch within the payload; rows 1 and 2 hold extremes.
+void addRow(const Family& family, uint32_t number);
+void addRows(const Family& family, uint32_t count);
+
+// A column of a row in the family's table.
+nlohmann::json valueOf(const Family& family, size_t row, const std::string& column);
+void setValue(const Family& family, size_t row, const std::string& column, uint64_t value);
+void setText(const Family& family, size_t row, const std::string& column, std::optional<std::string> text);
+size_t rowCount(const Family& family);
+void clearRows(const Family& family);
+
+// The entry that a row must become, its leaves in order.
+nlohmann::ordered_json entryOf(const Family& family, size_t row);
+
 uint32_t callEntryPoint(const Family& family, const QosTlmQueryParam& request);
+
+// Sampling calls until the pass is over.
 void runPass(const Family& family, const QosTlmQueryParam& request);
 
 // The entries of all uploads, which are taken away.
 std::vector<nlohmann::json> takeEntries(const Family& family, uint32_t encodeType);
+
+// One pass; the numbers of the rows that it delivered, by the text that names them and its queue.
+std::vector<size_t> deliveredRows(const Family& family, const QosTlmQueryParam& request);
 
 #endif

@@ -290,6 +290,22 @@ void KAT_SystimeSecSince1970(const KatSystime* time, uint32_t* high, uint32_t* l
     fake::split(fake::millisecondsOf(time) / 1000, high, low);
 }
 
+uint32_t KAT_SystimeSec2Time(uint64_t seconds, KatCalendar* calendar) {
+    EXPECT_EQ(calendar->year | calendar->month | calendar->second, 0) << "calendar not zeroed before use";
+    MAY_FAIL(__func__)
+    tm utc{};
+    const auto time = static_cast<time_t>(seconds);
+    gmtime_r(&time, &utc);
+    *calendar = {static_cast<uint16_t>(utc.tm_year + 1900),
+                 static_cast<uint8_t>(utc.tm_mon + 1),
+                 static_cast<uint8_t>(utc.tm_mday),
+                 static_cast<uint8_t>(utc.tm_hour),
+                 static_cast<uint8_t>(utc.tm_min),
+                 static_cast<uint8_t>(utc.tm_sec),
+                 {0xA5, 0xA5, 0xA5, 0xA5, 0xA5}};
+    return 0;
+}
+
 uint32_t DEVM_DB_GetGlobalSlotIdByLocalSlotId(uint32_t* globalSlot, uint32_t second, uint32_t first) {
     MAY_FAIL(__func__)
     *globalSlot = first * 1000 + second;
@@ -311,6 +327,14 @@ int memcpy_s(void* dest, size_t size, const void* source, size_t count) {
 int memset_s(void* dest, size_t size, int byte, size_t count) {
     const int result = fake::boundedResult(__func__, dest, dest, count <= size);
     return result != 0 ? result : (memset(dest, byte, count), 0);
+}
+
+int sprintf_s(char* dest, size_t size, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = failureOf(__func__) ? -1 : vsnprintf(dest, size, format, arguments);
+    va_end(arguments);
+    return length < static_cast<int>(size) ? length : -1;
 }
 
 int sscanf_s(const char* text, const char* format, ...) {

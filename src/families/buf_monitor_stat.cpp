@@ -1,0 +1,172 @@
+#include "nivex_qos/buf_monitor_stat.h"
+
+#include "families/cycle.h"
+#include "platform/system_time.h"
+
+uint32_t g_qosTlmBufMonStatQueryToEnd = 0;
+
+namespace {
+
+struct BufMonitorStat {
+    using Record = QosTlmBufMonitorStat;
+
+    static constexpr uint32_t index = QOS_TLM_FAMILY_BUF_MONITOR;
+    static constexpr uint32_t batchLimit = QOS_TLM_BUF_MONITOR_STAT_BATCH_LIMIT;
+    static constexpr bool endsByPayload = true;
+    static constexpr uint32_t* queryToEnd = &g_qosTlmBufMonStatQueryToEnd;
+
+    static constexpr qos::Table table = {db_create_qos_tlm_buffer_monitor_result_obj,
+                                         db_release_qos_tlm_buffer_monitor_result_object};
+    static constexpr qos::Node container = {"interface-monitoring-results", 61};
+    static constexpr qos::Node list = {"interface-monitoring-result", 61};
+    static constexpr qos::Node entry = {"interface-monitoring-result", 1};
+
+    static constexpr std::tuple leaves = {
+        qos::leaf("interface-name", 1, &Record::ifName),
+        qos::leaf("queue-id", 2, &Record::queueIndex),
+        qos::leaf("record-number", 3, &Record::recordNumber),
+        qos::leaf("query-type", 4, &Record::queryType),
+        qos::leaf("time", 5, &Record::time),
+        qos::leaf("buffer-usage", 6, &Record::usedBuf),
+        qos::leaf("percent", 7, &Record::percent),
+        qos::leaf("burst-start-time", 8, &Record::startTime),
+        qos::leaf("burst-start-buffer", 9, &Record::startUsedBuf),
+        qos::leaf("burst-start-buffer-percent", 10, &Record::startPercent),
+        qos::leaf("burst-peak-time", 11, &Record::peakTime),
+        qos::leaf("burst-peak-buffer", 12, &Record::peakUsedBuf),
+        qos::leaf("burst-peak-buffer-percent", 13, &Record::peakPercent),
+        qos::leaf("slot-id", 14, &Record::slot),
+        qos::leaf("burst-number", 15, &Record::burstNumber),
+    };
+
+    static constexpr std::tuple conditions = {
+        qos::exactText("interface-name", &Record::ifName),
+        qos::number("queue-id", &Record::queueIndex, "[Tlm IsConditionBufMonitorStat] parse string to num failed."),
+    };
+
+    static constexpr qos::InterfaceQueueKeys<Record> keys = {&Record::ifIndex, &Record::queueIndex};
+
+    static constexpr qos::Messages messages = {
+        "[TLM GetBufMonitorStatIter] create obj failed, ret = ",
+        "[TLM GetBufMonitorStatIter] create iter failed, ret = ",
+        "[Tlm GetBufMonitorGpbStartNode] Create node1 failed.",
+        "[Tlm GetBufMonitorGpbStartNode] Create node2 failed.",
+        "[TLM GetBufMonitorJsonStartNode] Create root failed.",
+        "[TLM GetBufMonitorJsonStartNode] Create node1 failed.",
+        "[TLM GetBufMonitorJsonStartNode] Create node2 failed.",
+        "[TLM GetBufMonitorJsonStartNode] Create node3 failed.",
+        "",  // each accessor has its own, see readColumns
+        "[Tlm ReadBufMonitorStatField] strcpy error, ret=",
+        "[Tlm GetBufMonitorDataNode] Create node2 failed.",
+    };
+
+    static constexpr qos::NamedSteps<Record, qos::PlainCheck<Record>> steps = {
+        QOS_TLM_ReadBufMonitorStatField, QOS_TLM_CheckBufMonitorStat, QOS_TLM_GetBufMonitorStatDataNode};
+};
+
+// What a row holds besides the record's own fields.
+struct Moment {
+    uint64_t seconds;  // since 1970
+    uint32_t milliseconds;
+};
+
+struct Raw {
+    const char* ifName;
+    Moment end;
+    Moment start;
+    Moment peak;
+};
+
+bool wasRead(uint32_t code, const char* column) {
+    if (code != 0) {
+        QOS_TLM_DiagErr("[DB][Read Qos Buffer Monitor Result From Object] Get %s", column);
+    }
+    return code == 0;
+}
+
+#define QOS_READ(column, destination, text) \
+    wasRead(db_get_qos_tlm_buffer_monitor_result_##column(object, &(destination)), text)
+
+// Ends at the first accessor that fails.
+bool readColumns(void* object, QosTlmBufMonitorStat& record, Raw& raw) {
+    return QOS_READ(if_index, record.ifIndex, "interface index") &&
+           QOS_READ(queue_index, record.queueIndex, "queue index") && QOS_READ(ifName, raw.ifName, "queue index") &&
+           QOS_READ(used_buf, record.usedBuf, "used buffer") && QOS_READ(percent, record.percent, "percent") &&
+           QOS_READ(time_stamp, raw.end.seconds, "time stamp") &&
+           QOS_READ(milli_second, raw.end.milliseconds, "milli second") &&
+           QOS_READ(start_used_buf, record.startUsedBuf, "start used buf") &&
+           QOS_READ(start_percent, record.startPercent, "start percent") &&
+           QOS_READ(start_time_stamp, raw.start.seconds, "start time stamp") &&
+           QOS_READ(start_milli_second, raw.start.milliseconds, "start mill second") &&
+           QOS_READ(peak_used_buf, record.peakUsedBuf, "peak used buf") &&
+           QOS_READ(peak_percent, record.peakPercent, "peak percent") &&
+           QOS_READ(peak_time_stamp, raw.peak.seconds, "peak time stamp") &&
+           QOS_READ(peak_milli_second, raw.peak.milliseconds, "peak mill second") &&
+           QOS_READ(slot, record.slot, "slot") && QOS_READ(burst_number, record.burstNumber, "burst number");
+}
+
+#undef QOS_READ
+
+bool writeTime(const Moment& moment, char* text, const char* what) {
+    const uint32_t result = QOS_TLM_TimeStampToDateTime(moment.seconds, text, moment.milliseconds);
+    if (result != 0) {
+        QOS_TLM_DiagErr("[Tlm ReadBufMonitorStatField] read %s failed, ret=%d.", what, static_cast<int>(result));
+    }
+    return result == 0;
+}
+
+}  // namespace
+
+uint32_t QOS_TLM_ReadBufMonitorStatField(void* object, QosTlmBufMonitorStat* record) {
+    if (object == nullptr || record == nullptr) {
+        return 1;
+    }
+    Raw raw = {};
+    if (!readColumns(object, *record, raw)) {
+        return 1;
+    }
+    record->queryType = 0;
+    record->recordNumber = 1;
+    const int copied = strcpy_s(record->ifName, sizeof record->ifName, raw.ifName);
+    if (copied != 0) {
+        QOS_TLM_DiagErr("%s%d.", BufMonitorStat::messages.copyText, copied);
+        return 1;
+    }
+    const bool written = writeTime(raw.end, record->time, "end-time") &&
+                         writeTime(raw.start, record->startTime, "start-time") &&
+                         writeTime(raw.peak, record->peakTime, "peak-time");
+    return written ? 0 : 1;
+}
+
+uint32_t QOS_TLM_TimeStampToDateTime(uint64_t seconds, char* text, uint32_t milliseconds) {
+    if (text == nullptr) {
+        return 1;
+    }
+    KatCalendar calendar = {};
+    KAT_SystimeSec2Time(seconds, &calendar);
+    const int length =
+        sprintf_s(text, QOS_TLM_DATE_TIME_SIZE, "%04u-%02u-%02u %02u:%02u:%02u.%03u", calendar.year, calendar.month,
+                  calendar.day, calendar.hour, calendar.minute, calendar.second, milliseconds);
+    if (length == -1) {
+        QOS_TLM_DiagErr("DATETIME to String failed.");
+        return 1;
+    }
+    return 0;
+}
+
+uint32_t QOS_ConvertTimestampToDateTime(uint64_t seconds, QosTlmDateTime* dateTime) {
+    if (dateTime == nullptr) {
+        return 1;
+    }
+    KatCalendar calendar = {};
+    const uint32_t result = KAT_SystimeSec2Time(seconds, &calendar);
+    *dateTime = {calendar.year, calendar.month, calendar.day, calendar.hour, calendar.minute, calendar.second};
+    return result;
+}
+
+QOS_TLM_DEFINE_QUERY(QOS_TLM_QueryTmBufMonitorStatFromDb, BufMonitorStat)
+QOS_TLM_DEFINE_STEPS(BufMonitorStat, BufMonitorStat)
+QOS_TLM_DEFINE_START_NODES(BufMonitor, BufMonitorStat)
+QOS_TLM_DEFINE_CONDITION(BufMonitorStat, BufMonitorStat)
+QOS_TLM_DEFINE_PLAIN_CHECK(BufMonitorStat, BufMonitorStat)
+QOS_TLM_DEFINE_BATCH_FULL(QOS_TLM_IsBufMonRecordCntOver, BufMonitorStat)

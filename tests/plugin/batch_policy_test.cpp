@@ -1,0 +1,140 @@
+// Batches that end before they outgrow the payload.
+#include <algorithm>
+#include <cstring>
+
+#include "plugin/families.h"
+
+using fake::platform;
+using testing::IsEmpty;
+
+namespace {
+
+constexpr uint64_t kLong = 123'456'789'012'345'678;  // 18 digits
+
+class BatchPolicyTest : public StartedPluginTest {
+  protected:
+    static void setPolicy(uint32_t policy) { EXPECT_EQ(CALL(QOS_TLM_SetBatchPolicy)(policy), 0u); }
+    // Rows whose JSON is long: every counter has 18 digits, and a different value in each row.
+    static void addLongRows(const Family& family, uint32_t count) {
+        addRows(family, count);
+        for (uint32_t row = 0; row < count; ++row) {
+            for (const std::string& column : family.columns) {
+                if (valueOf(family, row, column).is_number() && column.find("nde") == std::string::npos &&
+                    column.find("queueI") != 0 && column != "queue" && column.find("time") == std::string::npos) {
+                    setValue(family, row, column, kLong + row * 1'000'000);
+                }
+            }
+        }
+    }
+    QosTlmQueryParam request_{};
+};
+
+TEST_F(BatchPolicyTest, OtherPoliciesAreRefused) {
+    for (const uint32_t policy : {2u, 0xFFFFFFFFu}) {
+        setPolicy(1);
+        EXPECT_EQ(CALL(QOS_TLM_SetBatchPolicy)(policy), 1u);
+        addLongRows(familyOf(3), 300);
+        request_.encodeType = QOS_TLM_ENCODE_JSON;
+        EXPECT_EQ(deliveredRows(familyOf(3), request_).size(), 300u) << "policy 1 is still in force";
+        clearRows(familyOf(3));
+    }
+}
+
+TEST_F(BatchPolicyTest, RefusalByDefaultAndNoLossOnRequest) {
+    for (const Family& family : kFamilies) {
+        SCOPED_TRACE(family.tag);
+        const uint32_t rows = 2 * family.batchLimit + 3;
+        for (const uint32_t encodeType : {0u, 1u}) {
+            request_.encodeType = encodeType;
+            reload();
+            addLongRows(family, rows);
+            setPolicy(1);
+            std::vector<size_t> expected(rows);
+            std::generate(expected.begin(), expected.end(), [n = size_t{0}]() mutable { return n++; });
+            EXPECT_EQ(deliveredRows(family, request_), expected) << "every row once, in order";
+            EXPECT_LOG();
+            EXPECT_EQ(fake::liveBlocks(), rows);
+        }
+        const bool refused = family.index != QOS_TLM_FAMILY_TM_BUF && !family.isMonitor();
+        setPolicy(0);
+        EXPECT_EQ(callEntryPoint(family, request_), refused ? QOS_TLM_RESULT_DONE : QOS_TLM_RESULT_MORE);
+        if (refused) {
+            EXPECT_LOG("[Tlm SetSampleData] memcpy error, ret=34.");
+            EXPECT_THAT(platform.uploads, IsEmpty());
+        }
+        fake::takeLog();
+        platform.uploads.clear();
+    }
+}
+
+TEST_F(BatchPolicyTest, TenThousandQueuesArriveComplete) {
+    const Family& family = familyOf(QOS_TLM_FAMILY_QUEUE);
+    platform.quick = true;
+    addLongRows(family, 10'000);
+    setPolicy(1);
+    request_.encodeType = QOS_TLM_ENCODE_JSON;
+    runPass(family, request_);
+    size_t row = 0;
+    for (const auto& entry : takeEntries(family, request_.encodeType)) {
+        ASSERT_TRUE(sameJson(entry, nlohmann::json(entryOf(family, row)))) << row;
+        ++row;
+    }
+    EXPECT_EQ(row, 10'000u);
+    EXPECT_LOG();
+}
+
+// A record that is put off to the next call must not count as seen by the checks that remember.
+TEST_F(BatchPolicyTest, RecordsPutOffAreNotForgotten) {
+    for (const Family& family : {familyOf(3), familyOf(4)}) {
+        for (const bool suppress : {true, false}) {
+            SCOPED_TRACE(testing::Message() << family.tag << suppress);
+            reload();
+            const uint32_t rows = 200;
+            addLongRows(family, rows);
+            setPolicy(1);
+            request_ = {};
+            request_.encodeType = QOS_TLM_ENCODE_JSON;
+            (suppress ? request_.suppressRedundant : request_.periodCheck) = 1;
+            request_.redundantPeriod = request_.selfDefPeriod = 10;
+            if (!suppress) {
+                deliveredRows(family, request_);  // first sight
+                platform.nowMs += 11'000;
+            }
+            EXPECT_EQ(deliveredRows(family, request_).size(), rows);
+            deliveredRows(family, request_);
+            EXPECT_THAT(deliveredRows(family, request_), IsEmpty()) << "and then each is known";
+        }
+    }
+}
+
+// Batches that fit: the same bytes by the same calls of the platform.
+TEST_F(BatchPolicyTest, BatchesThatFitAreUnchanged) {
+    for (const Family& family : kFamilies) {
+        for (request_.encodeType = 0; request_.encodeType < 2; ++request_.encodeType) {
+            SCOPED_TRACE(testing::Message() << family.tag << " " << request_.encodeType);
+            std::vector<std::string> calls;
+            std::vector<std::string> payloads;
+            for (const uint32_t policy : {0u, 1u}) {
+                reload();
+                addRows(family, family.isMonitor() ? 50 : family.batchLimit + 1);
+                setPolicy(policy);
+                platform.calls.clear();
+                runPass(family, request_);
+                std::vector<std::string> seen(platform.calls.begin(), platform.calls.end());
+                std::vector<std::string> sent;
+                for (const fake::Upload& upload : platform.uploads) {
+                    sent.emplace_back(reinterpret_cast<const char*>(upload.sample.data), upload.sample.dataLen);
+                }
+                platform.uploads.clear();
+                if (policy == 1) {
+                    EXPECT_EQ(sent, payloads);
+                    EXPECT_EQ(seen, calls);
+                }
+                calls = seen;
+                payloads = sent;
+            }
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,259 @@
+// Conditions, thresholds and change suppression of every family, from the families' descriptions.
+#include <algorithm>
+
+#include "plugin/families.h"
+
+using fake::platform;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace {
+
+using Rows = std::vector<size_t>;
+
+class FamilyFiltersTest : public StartedPluginTest, public testing::WithParamInterface<Family> {
+  protected:
+    void SetUp() override {
+        StartedPluginTest::SetUp();
+        for (uint32_t number = 10; number < 22; ++number) {
+            addRow(family_, number);
+        }
+    }
+    Rows all() const {
+        return rowsWhere([](size_t) { return true; });
+    }
+    template <typename Test>
+    Rows rowsWhere(Test test) const {
+        Rows rows;
+        for (size_t row = 0; row < rowCount(family_); ++row) {
+            if (test(row)) {
+                rows.push_back(row);
+            }
+        }
+        return rows;
+    }
+    // The rows that pass one condition, or one threshold.
+    Rows passing(const std::string& field, const std::string& value) {
+        QosTlmQueryParam request{};
+        setCondition(request, field, value);
+        return deliveredRows(family_, request);
+    }
+    Rows above(const std::string& field, uint8_t op, uint64_t value) {
+        QosTlmQueryParam request{};
+        setThreshold(request, field, op, value);
+        return deliveredRows(family_, request);
+    }
+
+    const Family family_ = GetParam();
+};
+
+TEST_P(FamilyFiltersTest, Conditions) {
+    for (const char* field : {"interface-name", "service-class", "queue-id", "slot-id", "Interface-name", ""}) {
+        SCOPED_TRACE(field);
+        const auto honoured = std::find_if(family_.conditions.begin(), family_.conditions.end(),
+                                           [&](const Condition& each) { return std::string(each.field) == field; });
+        if (honoured == family_.conditions.end()) {
+            EXPECT_EQ(passing(field, "no such value"), all()) << "restricts nothing";
+            continue;
+        }
+        const std::string column = honoured->column;
+        const auto equal = [&](const nlohmann::json& value) {
+            return rowsWhere([&](size_t row) { return valueOf(family_, row, column) == value; });
+        };
+        if (honoured->match == Match::number) {
+            EXPECT_EQ(passing(field, "3"), equal(3));
+            EXPECT_EQ(passing(field, " +3"), equal(3));
+            EXPECT_EQ(passing(field, "4294967299"), equal(3)) << "modulo 2^32";
+            EXPECT_THAT(passing(field, "9"), IsEmpty());
+            EXPECT_LOG();
+            EXPECT_THAT(passing(field, "3x"), IsEmpty());
+            EXPECT_THAT(fake::takeLog(), testing::AllOf(SizeIs(rowCount(family_)), Each(family_.noNumber)));
+        } else if (honoured->match == Match::serviceClass) {
+            EXPECT_EQ(passing(field, "ef"), equal(5));
+            EXPECT_EQ(passing(field, "EF"), equal(0));
+        } else {
+            const std::string text = valueOf(family_, 4, column);
+            EXPECT_THAT(equal(text), testing::Contains(4));
+            EXPECT_EQ(passing(field, text), equal(text));
+            EXPECT_THAT(passing(field, text + " "), IsEmpty());
+            EXPECT_THAT(passing(field, ""), IsEmpty());
+            const bool pattern = honoured->match == Match::pattern;
+            if (column != "slotId") {  // a text with a letter
+                std::string upper = text;
+                std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+                EXPECT_EQ(passing(field, upper), pattern ? equal(text) : Rows{});
+                EXPECT_EQ(passing(field, text.substr(0, 1) + "*"), pattern ? all() : Rows{});
+            }
+        }
+        QosTlmQueryParam both{};
+        setCondition(both, field, honoured->match == Match::serviceClass ? "ef" : "1");
+        setCondition(both, field, honoured->match == Match::serviceClass ? "cs6" : "2");
+        EXPECT_THAT(deliveredRows(family_, both), IsEmpty()) << "all conditions must hold";
+    }
+}
+
+TEST_P(FamilyFiltersTest, ThresholdsCompareTheLow32Bits) {
+    if (family_.isMonitor()) {
+        EXPECT_EQ(above("percent", QOS_TLM_OP_LESS, 0), all()) << "thresholds have no effect";
+        EXPECT_EQ(platform.uploads.size(), 0u);
+        return;
+    }
+    for (const Leaf& leaf : family_.leaves) {
+        SCOPED_TRACE(leaf.name);
+        const auto compared = [&](size_t row) {
+            return leaf.compared.empty() ? 0
+                                         : static_cast<uint32_t>(valueOf(family_, row, leaf.compared).get<uint64_t>());
+        };
+        if (!leaf.compared.empty() && leaf.compared == leaf.column) {
+            setValue(family_, 3, leaf.column, valueOf(family_, 3, leaf.column).get<uint64_t>() + (1ull << 32));
+        }
+        for (const size_t row : {3u, 7u}) {
+            const uint32_t value = compared(row);
+            EXPECT_EQ(above(leaf.name, QOS_TLM_OP_EQUAL, (7ull << 32) + value),
+                      rowsWhere([&](size_t each) { return compared(each) == value; }));
+            EXPECT_EQ(above(leaf.name, QOS_TLM_OP_GREATER, value),
+                      rowsWhere([&](size_t each) { return compared(each) > value; }));
+        }
+    }
+    EXPECT_EQ(above("no such field", QOS_TLM_OP_EQUAL, 0), all());
+    EXPECT_THAT(above("no such field", QOS_TLM_OP_GREATER, 0), IsEmpty());
+}
+
+TEST_P(FamilyFiltersTest, ChangeSuppressionLooksAtTheDigestsColumns) {
+    QosTlmQueryParam request{};
+    request.suppressRedundant = 1;
+    request.redundantPeriod = 1000;
+    request.periodCheck = 1;  // not applied, nor is the threshold
+    setThreshold(request, "no such field", QOS_TLM_OP_GREATER, 0);
+    // A queue of an interface that is known already is over its period at once: the second pass settles it.
+    deliveredRows(family_, request);
+    if (family_.isMonitor()) {
+        EXPECT_EQ(deliveredRows(family_, request), all()) << "no change suppression";
+        return;
+    }
+    deliveredRows(family_, request);
+    EXPECT_THAT(deliveredRows(family_, request), IsEmpty());
+    for (const std::string& column : family_.columns) {
+        SCOPED_TRACE(column);
+        const auto before = valueOf(family_, 5, column);
+        if (before.is_string() || column == "ifIndex" || column == "if_index" || column.find("queue") == 0) {
+            if (column.find("Drop") == std::string::npos) {
+                continue;  // what identifies the row
+            }
+        }
+        const bool counts = std::count(family_.digest.begin(), family_.digest.end(), column) > 0;
+        const bool wide = family_.index != 7 && column != "usedPct" && column != "slotId";
+        setValue(family_, 5, column, before.get<uint64_t>() + (wide ? 1ull << 40 : 1));
+        EXPECT_EQ(deliveredRows(family_, request), counts ? Rows{5} : Rows{});
+        EXPECT_THAT(deliveredRows(family_, request), IsEmpty());
+    }
+    platform.nowMs += 1'000'000;
+    EXPECT_THAT(deliveredRows(family_, request), IsEmpty());
+    platform.nowMs += 1'000;
+    EXPECT_EQ(deliveredRows(family_, request), all()) << "over the refresh period";
+}
+
+TEST_P(FamilyFiltersTest, PeriodicSend) {
+    QosTlmQueryParam request{};
+    request.periodCheck = 1;
+    request.selfDefPeriod = 10;
+    deliveredRows(family_, request);
+    const Rows whenever = family_.isMonitor() ? all() : Rows{};
+    EXPECT_EQ(deliveredRows(family_, request), whenever);
+    platform.nowMs += 10'000;
+    EXPECT_EQ(deliveredRows(family_, request), whenever);
+    platform.nowMs += 1'000;
+    EXPECT_EQ(deliveredRows(family_, request), all());
+    EXPECT_EQ(deliveredRows(family_, request), whenever);
+}
+
+std::string tagOf(const testing::TestParamInfo<Family>& test) {
+    return test.param.tag;
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, FamilyFiltersTest, testing::ValuesIn(kFamilies), tagOf);
+
+// --- What single families do on their own ---
+
+class FamilySpecialsTest : public StartedPluginTest {
+  protected:
+    QosTlmQueryParam request_{};
+};
+
+TEST_F(FamilySpecialsTest, OnlyLosslessQueuesAreReported) {
+    const Family& family = familyOf(QOS_TLM_FAMILY_BUF_ING);
+    addRows(family, 3);
+    setValue(family, 1, "is_lossless", 0);
+    setValue(family, 2, "is_lossless", 7);
+    request_.suppressRedundant = 1;
+    EXPECT_THAT(deliveredRows(family, request_), ElementsAre(0, 2));
+    EXPECT_EQ(GLOBAL(g_qosTlmHisData)[0].digest[1][7], 0u) << "the others are dropped before any other test";
+    setValue(family, 2, "is_pfc_dynamic", 0);
+    platform.nowMs += 1;
+    EXPECT_THAT(deliveredRows(family, request_), ElementsAre(2));
+}
+
+TEST_F(FamilySpecialsTest, SlotsThatAreNone) {
+    const Family& family = familyOf(QOS_TLM_FAMILY_TM_BUF);
+    const std::string message = " parse string slot to num slot failed.";
+    const std::string notSent = "[Tlm IsSentTmBufStat]" + message;
+    const std::string notCounted = "[Tlm IsTmBufStatRecordCntOver]" + message;
+    addRows(family, family.batchLimit + 1);
+    setText(family, 4, "slotId", "x");
+    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_MORE);
+    EXPECT_LOG(notSent, notCounted);
+    ASSERT_EQ(platform.uploads.size(), 1u);
+    EXPECT_EQ(platform.uploads[0].sample.recordCount, family.batchLimit) << "sent, but not counted";
+    EXPECT_EQ(readEntries(platform.uploads[0].sample, 0, family.container, family.list).size(), family.batchLimit + 1);
+    platform.uploads.clear();
+    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE);
+    EXPECT_LOG(notSent, notCounted);
+    EXPECT_THAT(platform.uploads, IsEmpty()) << "nothing that counts";
+
+    clearRows(family);
+    addRow(family, 6);
+    addRow(family, 4);
+    setText(family, 1, "slotId", "1/");
+    request_.suppressRedundant = 1;
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE);
+        EXPECT_LOG(notSent, "[Tlm IsRedundantTmBufStat]" + message, notCounted);
+        EXPECT_EQ(platform.uploads.size(), 1u) << "the good slot once, with it the other; then that alone is no batch";
+    }
+    platform.uploads.clear();
+    request_.suppressRedundant = 0;
+    request_.periodCheck = 1;
+    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE);
+    EXPECT_LOG(notSent, "[Tlm IsSelfDefEvtTmBufStat]" + message);
+    EXPECT_THAT(platform.uploads, IsEmpty());
+    const auto holds =
+        pluginSymbolAs<uint32_t (*)(const char*, const QosTlmQueryParam*)>("QOS_TLM_IsConditionTmBufStat");
+    setCondition(request_, "slot-id", "1/0");
+    EXPECT_EQ(holds("1/0", &request_), 1u);
+    EXPECT_EQ(holds("01/0", &request_), 0u);
+    EXPECT_EQ(holds(nullptr, &request_), 0u);
+}
+
+TEST_F(FamilySpecialsTest, TimesOfMonitoringResults) {
+    const Family& family = familyOf(QOS_TLM_FAMILY_BUF_MONITOR);
+    addRow(family, 0);
+    setValue(family, 0, "milli_second", 1234);
+    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE);
+    const auto entry = takeEntries(family, 0).at(0);
+    EXPECT_EQ(entry["time"], "2024-03-07 09:05:02.1234");
+    EXPECT_EQ(entry["burst-start-time"], "2024-03-07 09:05:02.007");
+    const char* moments[] = {"end-time", "start-time", "peak-time"};
+    for (uint32_t nth = 1; nth <= 3; ++nth) {
+        fake::failCall("sprintf_s", nth);
+        EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_FAILED);
+        EXPECT_LOG("DATETIME to String failed.",
+                   std::string("[Tlm ReadBufMonitorStatField] read ") + moments[nth - 1] + " failed, ret=1.",
+                   "[Tlm QueryFunc] query data failed.");
+    }
+    fake::failCall("KAT_SystimeSec2Time", 1, 5);
+    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE) << "its result is not examined";
+}
+
+}  // namespace
