@@ -12,7 +12,11 @@ namespace feed {
 
 namespace {
 
+namespace row = qosdb::row;
+
 constexpr size_t kMaxQueues = 8;
+constexpr uint32_t kSlot = 0;
+const std::string kSlotText = "0";
 
 // The counted leaf classes of a discipline, in the order of their minors.
 std::vector<const TcObject*> leafClasses(const std::vector<TcObject>& classes, const TcObject& discipline) {
@@ -43,58 +47,144 @@ uint64_t perSecond(uint64_t amount, double seconds) {
     return rate < 0x1p63 ? static_cast<uint64_t>(std::llround(rate)) : std::numeric_limits<uint64_t>::max();
 }
 
+// Of a queue whose discipline is given; null: the kernel shows none, which is its plain FIFO.
+uint64_t totalBuffer(const Link& link, const TcObject* discipline) {
+    if (discipline != nullptr && discipline->kind == "noqueue") {
+        return 0;
+    }
+    const QueueLimit limit =
+        discipline != nullptr && discipline->limit ? *discipline->limit : QueueLimit{link.txQueueLength, true};
+    return limit.inPackets ? uint64_t{limit.amount} * link.mtu : limit.amount;
+}
+
+// One row per interface; the rows of its queues follow each other.
+std::vector<row::queue_drop_stat> queueDrops(const std::vector<row::queue_stat>& queues) {
+    using Row = row::queue_drop_stat;
+    static constexpr uint64_t Row::*kPackets[kMaxQueues] = {
+        &Row::queue0DropPkts, &Row::queue1DropPkts, &Row::queue2DropPkts, &Row::queue3DropPkts,
+        &Row::queue4DropPkts, &Row::queue5DropPkts, &Row::queue6DropPkts, &Row::queue7DropPkts};
+    std::vector<Row> rows;
+    for (const row::queue_stat& queue : queues) {
+        if (rows.empty() || rows.back().ifIndex != queue.ifIndex) {
+            Row& added = rows.emplace_back();
+            added.ifIndex = queue.ifIndex;
+            added.ifName = queue.ifName;
+        }
+        rows.back().*kPackets[queue.queueId] = queue.dropPackets;
+    }
+    return rows;
+}
+
+std::vector<row::ing_port_drop_stat> receiveDrops(const std::vector<Link>& links) {
+    std::vector<row::ing_port_drop_stat> rows;
+    for (const Link& link : links) {
+        if (link.receiveDrops) {
+            rows.push_back(
+                {.ifIndex = link.ifIndex, .ifName = link.name, .dropByts = 0, .dropPkts = *link.receiveDrops});
+        }
+    }
+    return rows;
+}
+
+std::pair<uint64_t, uint32_t> secondsAndMilliseconds(WallTime time) {
+    const auto count = std::chrono::floor<std::chrono::milliseconds>(time).time_since_epoch().count();
+    return {static_cast<uint64_t>(count / 1000), static_cast<uint32_t>(count % 1000)};
+}
+
+row::buffer_monitor_result burstRow(uint32_t ifIndex, const std::string& ifName, uint32_t queueId, const Burst& burst) {
+    const auto [startSeconds, startMs] = secondsAndMilliseconds(burst.start.time);
+    const auto [peakSeconds, peakMs] = secondsAndMilliseconds(burst.peak.time);
+    const auto [endSeconds, endMs] = secondsAndMilliseconds(burst.end.time);
+    return {.if_index = ifIndex,
+            .queue_index = queueId,
+            .ifName = ifName,
+            .used_buf = burst.end.used,
+            .percent = burst.end.percent,
+            .time_stamp = endSeconds,
+            .milli_second = endMs,
+            .start_used_buf = burst.start.used,
+            .start_percent = burst.start.percent,
+            .start_time_stamp = startSeconds,
+            .start_milli_second = startMs,
+            .peak_used_buf = burst.peak.used,
+            .peak_percent = burst.peak.percent,
+            .peak_time_stamp = peakSeconds,
+            .peak_milli_second = peakMs,
+            .slot = kSlot,
+            .burst_number = burst.number};
+}
+
 }  // namespace
 
 KernelFeed::KernelFeed(NetlinkSource& source, qosdb::Store& store, Log log)
     : source_(source), store_(store), log_(std::move(log)) {}
 
-size_t KernelFeed::round(Clock::time_point now) {
-    const std::vector<Queue> queues = queuesOf(readKernel(source_));
-    const auto rows = queueStats(queues, std::chrono::duration<double>(now - lastRound_).count());
+size_t KernelFeed::round(Clock::time_point now, WallTime wall) {
+    const KernelState state = readKernel(source_);
+    const std::vector<Queue> queues = queuesOf(state);
+    const auto queueRows = queueStats(queues, std::chrono::duration<double>(now - lastRound_).count());
     lastRound_ = now;
+    const BufferRows buffers = bufferRows(queues, wall);
 
     qosdb::Round round = store_.begin();
-    round.replace(rows);
+    round.replace(ecnStats(state));
+    round.replace(buffers.ports);
+    round.replace(buffers.queues);
+    round.replace(queueRows);
+    round.replace(queueDrops(queueRows));
+    round.replace(receiveDrops(state.links));
+    round.replace(std::vector<row::tm_chip_buf_stat>());
+    round.replace(std::vector<row::ing_buf_usage_stat>());
+    round.replace(buffers.bursts);
     round.commit();
     return queues.size();
 }
 
 std::vector<KernelFeed::Queue> KernelFeed::queuesOf(const KernelState& state) {
-    std::map<uint32_t, std::string> names;
+    std::map<uint32_t, const Link*> links;
     for (const Link& link : state.links) {
-        names[link.ifIndex] = link.name;
+        links[link.ifIndex] = &link;
+    }
+    std::map<QueueKey, const TcObject*> disciplines;  // by the class that they hang under
+    for (const TcObject& discipline : state.disciplines) {
+        disciplines[{discipline.ifIndex, discipline.parent}] = &discipline;
     }
 
     std::vector<Queue> queues;
     for (const TcObject& discipline : state.disciplines) {
-        const auto name = names.find(discipline.ifIndex);
-        if (discipline.parent != TC_H_ROOT || name == names.end()) {  // the interface came between the dumps
+        const auto found = links.find(discipline.ifIndex);
+        if (discipline.parent != TC_H_ROOT || found == links.end()) {  // the interface came between the dumps
             continue;
         }
+        const Link& link = *found->second;
         std::vector<const TcObject*> members = leafClasses(state.classes, discipline);
         if (members.empty() && discipline.counters) {
             members.push_back(&discipline);
         }
         if (members.size() > kMaxQueues) {
             if (cutInterfaces_.insert(discipline.ifIndex).second) {
-                log_(fmt::format("{} has {} leaf classes: the first {} are its queues", name->second, members.size(),
+                log_(fmt::format("{} has {} leaf classes: the first {} are its queues", link.name, members.size(),
                                  kMaxQueues));
             }
             members.resize(kMaxQueues);
         }
         uint32_t queueId = 0;
         for (const TcObject* member : members) {
-            queues.push_back({discipline.ifIndex, name->second, queueId++, member->handle, *member->counters});
+            const auto leaf = disciplines.find({member->ifIndex, member->handle});
+            const TcObject* holder =
+                member == &discipline ? member : (leaf == disciplines.end() ? nullptr : leaf->second);
+            queues.push_back(
+                {link.ifIndex, link.name, queueId++, member->handle, *member->counters, totalBuffer(link, holder)});
         }
     }
     return queues;
 }
 
-std::vector<qosdb::row::queue_stat> KernelFeed::queueStats(const std::vector<Queue>& queues, double seconds) {
-    std::vector<qosdb::row::queue_stat> rows;
-    std::map<std::pair<uint32_t, uint32_t>, Totals> totals;
+std::vector<row::queue_stat> KernelFeed::queueStats(const std::vector<Queue>& queues, double seconds) {
+    std::vector<row::queue_stat> rows;
+    std::map<QueueKey, Totals> totals;
     for (const Queue& queue : queues) {
-        const auto key = std::pair(queue.ifIndex, queue.handle);
+        const QueueKey key = {queue.ifIndex, queue.handle};
         const auto before = totals_.find(key);
         Totals now = {queue.counters.packets, queue.counters.bytes, queue.counters.drops};
         const bool goesOn =
@@ -116,6 +206,73 @@ std::vector<qosdb::row::queue_stat> KernelFeed::queueStats(const std::vector<Que
         totals[key] = now;
     }
     totals_ = std::move(totals);
+    return rows;
+}
+
+KernelFeed::BufferRows KernelFeed::bufferRows(const std::vector<Queue>& queues, WallTime wall) {
+    BufferRows rows;
+    std::map<QueueKey, QueueHistory> queueHistories;
+    for (const Queue& queue : queues) {
+        const QueueKey key = {queue.ifIndex, queue.handle};
+        const uint32_t used = queue.counters.backlogBytes;
+        QueueHistory& history = queueHistories[key] = queueHistories_[key];
+        history.usage.add(used);
+        history.bursts.add(used, queue.totalBuffer, wall);
+        rows.queues.push_back({.slotId = kSlot,
+                               .slotIdStr = kSlotText,
+                               .ifIndex = queue.ifIndex,
+                               .ifName = queue.ifName,
+                               .queueId = queue.queueId,
+                               .curUsed = used,
+                               .peakUsed = history.usage.peak(),
+                               .avgUsed = history.usage.average(),
+                               .totalBuf = queue.totalBuffer});
+        if (const auto& burst = history.bursts.lastBurst()) {
+            rows.bursts.push_back(burstRow(queue.ifIndex, queue.ifName, queue.queueId, *burst));
+        }
+        if (rows.ports.empty() || rows.ports.back().ifIndex != queue.ifIndex) {
+            row::port_buf_stat& port = rows.ports.emplace_back();
+            port.slotId = kSlot;
+            port.slotIdStr = kSlotText;
+            port.ifIndex = queue.ifIndex;
+            port.ifName = queue.ifName;
+        }
+        rows.ports.back().totalBuff += queue.totalBuffer;
+        rows.ports.back().currentUsed += used;
+    }
+    queueHistories_ = std::move(queueHistories);
+
+    std::map<uint32_t, UsageHistory> portHistories;
+    for (row::port_buf_stat& port : rows.ports) {
+        UsageHistory& history = portHistories[port.ifIndex] = portHistories_[port.ifIndex];
+        history.add(port.currentUsed);
+        port.remained = port.totalBuff - std::min(port.totalBuff, port.currentUsed);
+        port.peakUsed = history.peak();
+        port.avgUsed = history.average();
+    }
+    portHistories_ = std::move(portHistories);
+    return rows;
+}
+
+std::vector<row::port_ecn_stat> KernelFeed::ecnStats(const KernelState& state) {
+    std::map<DisciplineKey, uint64_t> marks;
+    std::map<uint32_t, uint64_t> sums;
+    for (const TcObject& discipline : state.disciplines) {
+        if (discipline.ecnMarks) {
+            const DisciplineKey key = {discipline.ifIndex, discipline.parent, discipline.handle};
+            const uint64_t count = continueCount(ecnMarks_[key], *discipline.ecnMarks).value_or(*discipline.ecnMarks);
+            marks[key] = count;
+            sums[discipline.ifIndex] += count;
+        }
+    }
+    ecnMarks_ = std::move(marks);
+
+    std::vector<row::port_ecn_stat> rows;
+    for (const Link& link : state.links) {
+        if (const auto sum = sums.find(link.ifIndex); sum != sums.end()) {
+            rows.push_back({.ifIndex = link.ifIndex, .ifName = link.name, .packets = sum->second});
+        }
+    }
     return rows;
 }
 

@@ -5,9 +5,24 @@
  * interface without classes has its root discipline as queue 0. Classes that the kernel does not count (the flow
  * buckets of fair queueing, the single class of a shaper) are no queues.
  *
- * Table queue_stat: passed packets and bytes and dropped packets are the kernel's counts, packets continued in 64 bits
- * where the kernel counts in 32; rates are per second since the previous round. The kernel counts no dropped bytes per
- * queue: dropBytes and dropBytRate are 0. The other tables stay as they are.
+ * What fills which table, all in one transaction per round:
+ *
+ * queue_stat             passed packets and bytes and dropped packets are the kernel's counts, 32-bit ones continued in
+ *                        64 bits; rates are per second since the previous round.
+ * queue_drop_stat        the same dropped packets; queues that the interface lacks are 0.
+ * queue_buf_stat         current is the backlog in bytes; peak and average are over the rounds since the feed first saw
+ *                        the queue; total is the limit of the queue's discipline, or the interface's txqueuelen where
+ *                        that tells none. Limits in packets count as packets of the interface's MTU: an estimate. 0 is
+ *                        unknown, or noqueue.
+ * port_buf_stat          sums over the interface's queues; peak and average are those of the sum.
+ * port_ecn_stat          ECN marks of all disciplines of an interface (RED, CHOKe, CoDel, PIE and the fair-queueing
+ *                        forms of the latter two); interfaces without such a discipline have no row.
+ * ing_port_drop_stat     what every interface has received and dropped: rx_dropped plus rx_missed_errors.
+ * buffer_monitor_result  the last ended burst of a queue: its backlog was above half of its total. Rounds are the
+ *                        resolution: a shorter burst goes unseen.
+ *
+ * The kernel counts no dropped bytes: they are 0 everywhere. It knows no slots, all is in slot 0, and neither buffers
+ * of chips nor lossless headroom: tm_chip_buf_stat and ing_buf_usage_stat become empty.
  *
  * A KernelFeed borrows its source and store, which must outlive it, and is used by one thread.
  */
@@ -21,9 +36,11 @@
 #include <map>
 #include <set>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "devhost/feed/buffer_history.h"
 #include "devhost/feed/netlink.h"
 #include "devhost/qosdb/store.h"
 
@@ -38,11 +55,12 @@ class KernelFeed {
     KernelFeed(NetlinkSource& source, qosdb::Store& store, Log log);
 
     /*
-     * Reads the kernel and makes that the database's state in one transaction; answers the number of queues. now is
-     * this moment: rates are over the time since the previous call, and 0 for a queue that was not there then or whose
-     * counters started anew. Throws NetlinkError or qosdb::StoreError; the feed is not to be used after that.
+     * Reads the kernel and makes that the database's state in one transaction; answers the number of queues. now and
+     * wall are this moment: rates are over the time since the previous call, and 0 for a queue that was not there then
+     * or whose counters started anew; bursts carry the wall time. Throws NetlinkError or qosdb::StoreError; the feed is
+     * not to be used after that.
      */
-    size_t round(Clock::time_point now);
+    size_t round(Clock::time_point now, WallTime wall);
 
   private:
     struct Queue {
@@ -51,6 +69,7 @@ class KernelFeed {
         uint32_t queueId;
         uint32_t handle;  // of its class or discipline
         Counters counters;
+        uint64_t totalBuffer;  // bytes; 0: unknown
     };
 
     struct Totals {
@@ -59,16 +78,36 @@ class KernelFeed {
         uint64_t drops;
     };
 
+    struct QueueHistory {
+        UsageHistory usage;
+        BurstMonitor bursts;
+    };
+
+    using QueueKey = std::pair<uint32_t, uint32_t>;                  // interface, handle
+    using DisciplineKey = std::tuple<uint32_t, uint32_t, uint32_t>;  // interface, parent, handle: that may be 0
+
+    struct BufferRows {
+        std::vector<qosdb::row::queue_buf_stat> queues;
+        std::vector<qosdb::row::port_buf_stat> ports;
+        std::vector<qosdb::row::buffer_monitor_result> bursts;
+    };
+
     std::vector<Queue> queuesOf(const KernelState& state);
     std::vector<qosdb::row::queue_stat> queueStats(const std::vector<Queue>& queues, double seconds);
+    BufferRows bufferRows(const std::vector<Queue>& queues, WallTime wall);
+    std::vector<qosdb::row::port_ecn_stat> ecnStats(const KernelState& state);
     static bool continueTotals(const Totals& before, Totals& now, bool packets64);
 
     NetlinkSource& source_;
     qosdb::Store& store_;
     Log log_;
     Clock::time_point lastRound_;
-    std::map<std::pair<uint32_t, uint32_t>, Totals> totals_;  // of the last round, by interface and handle
-    std::set<uint32_t> cutInterfaces_;                        // whose classes beyond the eighth have been logged
+    // Of the last round; what is gone is forgotten.
+    std::map<QueueKey, Totals> totals_;
+    std::map<QueueKey, QueueHistory> queueHistories_;
+    std::map<uint32_t, UsageHistory> portHistories_;  // by interface
+    std::map<DisciplineKey, uint64_t> ecnMarks_;
+    std::set<uint32_t> cutInterfaces_;  // whose classes beyond the eighth have been logged
 };
 
 }  // namespace feed

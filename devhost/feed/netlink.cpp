@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <linux/gen_stats.h>
+#include <linux/if_link.h>
 #include <linux/pkt_sched.h>
 #include <linux/rtnetlink.h>
 #include <netlink/attr.h>
@@ -14,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 
 #include "devhost/feed/netns.h"
 
@@ -113,7 +115,64 @@ void forEachMessage(std::span<const std::byte> answer, uint16_t type, Visit&& vi
     throw NetlinkError(fmt::format("the answer ends after {} bytes without its end message", answer.size()));
 }
 
-std::optional<Counters> parseStats2(const nlattr* stats) {
+// What is known of the options and the statistics of a kind of discipline.
+struct Kind {
+    std::string_view name;
+    int limitAttribute;  // nested in TCA_OPTIONS; kWholeOptions: TCA_OPTIONS itself. The limit is its first word.
+    bool limitInPackets;
+    size_t marksOffset;  // of the count of ECN marks in TCA_STATS_APP, or kNoMarks
+};
+constexpr int kWholeOptions = 0;
+constexpr size_t kNoMarks = SIZE_MAX;
+constexpr size_t kFqCodelMarks = offsetof(tc_fq_codel_xstats, qdisc_stats) + offsetof(tc_fq_codel_qd_stats, ecn_mark);
+
+constexpr Kind kKinds[] = {
+    {"pfifo", kWholeOptions, true, kNoMarks},
+    {"pfifo_head_drop", kWholeOptions, true, kNoMarks},
+    {"bfifo", kWholeOptions, false, kNoMarks},
+    {"red", TCA_RED_PARMS, false, offsetof(tc_red_xstats, marked)},
+    {"choke", TCA_CHOKE_PARMS, true, offsetof(tc_choke_xstats, marked)},
+    {"codel", TCA_CODEL_LIMIT, true, offsetof(tc_codel_xstats, ecn_mark)},
+    {"fq_codel", TCA_FQ_CODEL_LIMIT, true, kFqCodelMarks},
+    {"pie", TCA_PIE_LIMIT, true, offsetof(tc_pie_xstats, ecn_mark)},
+    {"fq_pie", TCA_FQ_PIE_LIMIT, true, offsetof(tc_fq_pie_xstats, ecn_mark)},
+};
+
+const Kind* findKind(std::string_view name) {
+    const auto* kind = std::ranges::find(kKinds, name, &Kind::name);
+    return kind == std::end(kKinds) ? nullptr : kind;
+}
+
+std::optional<uint32_t> wordAt(const nlattr* attribute, size_t offset) {
+    uint32_t word;
+    if (attributeSize(attribute) < sizeof word || offset > attributeSize(attribute) - sizeof word) {
+        return std::nullopt;
+    }
+    std::memcpy(&word, static_cast<const std::byte*>(nla_data(attribute)) + offset, sizeof word);
+    return word;
+}
+
+std::optional<QueueLimit> parseLimit(const Kind& kind, const nlattr* options) {
+    std::optional<uint32_t> amount;
+    if (kind.limitAttribute == kWholeOptions) {
+        amount = wordAt(options, 0);
+    } else {
+        forEachAttribute(static_cast<const nlattr*>(nla_data(options)), nla_len(options), [&](const nlattr* option) {
+            if (nla_type(option) == kind.limitAttribute) {
+                amount = wordAt(option, 0);
+            }
+        });
+    }
+    return amount ? std::optional(QueueLimit{*amount, kind.limitInPackets}) : std::nullopt;
+}
+
+struct Stats2 {
+    std::optional<Counters> counters;
+    const nlattr* own = nullptr;  // TCA_STATS_APP: what the kind of discipline adds
+};
+
+Stats2 parseStats2(const nlattr* stats) {
+    Stats2 result;
     Counters counters;
     bool counted = false;
     bool hardware = false;
@@ -145,11 +204,17 @@ std::optional<Counters> parseStats2(const nlattr* stats) {
                 counters.backlogPackets = queue.qlen;
                 break;
             }
+            case TCA_STATS_APP:
+                result.own = attribute;
+                break;
             default:
                 break;
         }
     });
-    return counted ? std::optional(counters) : std::nullopt;
+    if (counted) {
+        result.counters = counters;
+    }
+    return result;
 }
 
 Counters parseStats(const nlattr* attribute) {
@@ -165,12 +230,14 @@ Counters parseStats(const nlattr* attribute) {
     return counters;
 }
 
+// A class goes by the kind of its discipline, whose options and own statistics are not the class's.
 TcObject parseTcObject(const nlmsghdr* message) {
     const auto opened = openMessage<tcmsg>(message, "the traffic control message");
     TcObject object = {
         static_cast<uint32_t>(opened.header.tcm_ifindex), opened.header.tcm_handle, opened.header.tcm_parent, {}, {}};
     std::optional<Counters> legacy;
-    bool hasStats2 = false;
+    std::optional<Stats2> stats2;
+    const nlattr* options = nullptr;
     forEachAttribute(opened.attributes, opened.attributesSize, [&](const nlattr* attribute) {
         switch (nla_type(attribute)) {
             case TCA_KIND:
@@ -180,15 +247,23 @@ TcObject parseTcObject(const nlmsghdr* message) {
                 legacy = parseStats(attribute);
                 break;
             case TCA_STATS2:
-                object.counters = parseStats2(attribute);
-                hasStats2 = true;
+                stats2 = parseStats2(attribute);
+                break;
+            case TCA_OPTIONS:
+                options = attribute;
                 break;
             default:
                 break;
         }
     });
-    if (!hasStats2) {  // beside TCA_STATS2 the old record is there even for what the kernel does not count
-        object.counters = legacy;
+    // Beside TCA_STATS2 the old record is there even for what the kernel does not count.
+    object.counters = stats2 ? stats2->counters : legacy;
+    const Kind* kind = message->nlmsg_type == RTM_NEWQDISC ? findKind(object.kind) : nullptr;
+    if (kind != nullptr && options != nullptr) {
+        object.limit = parseLimit(*kind, options);
+    }
+    if (kind != nullptr && kind->marksOffset != kNoMarks && stats2 && stats2->own != nullptr) {
+        object.ecnMarks = wordAt(stats2->own, kind->marksOffset);
     }
     return object;
 }
@@ -289,10 +364,26 @@ std::vector<Link> parseLinks(std::span<const std::byte> answer) {
     std::vector<Link> links;
     forEachMessage(answer, RTM_NEWLINK, [&](const nlmsghdr* message) {
         const auto opened = openMessage<ifinfomsg>(message, "the interface message");
-        Link link = {static_cast<uint32_t>(opened.header.ifi_index), {}};
+        Link link = {.ifIndex = static_cast<uint32_t>(opened.header.ifi_index), .name = {}};
         forEachAttribute(opened.attributes, opened.attributesSize, [&](const nlattr* attribute) {
-            if (nla_type(attribute) == IFLA_IFNAME) {
-                link.name = attributeText(attribute);
+            switch (nla_type(attribute)) {
+                case IFLA_IFNAME:
+                    link.name = attributeText(attribute);
+                    break;
+                case IFLA_MTU:
+                    link.mtu = attributeRecord<uint32_t>(attribute, sizeof(uint32_t), "IFLA_MTU");
+                    break;
+                case IFLA_TXQLEN:
+                    link.txQueueLength = attributeRecord<uint32_t>(attribute, sizeof(uint32_t), "IFLA_TXQLEN");
+                    break;
+                case IFLA_STATS64: {
+                    constexpr size_t kSmallest = offsetof(rtnl_link_stats64, rx_missed_errors) + sizeof(uint64_t);
+                    const auto stats = attributeRecord<rtnl_link_stats64>(attribute, kSmallest, "IFLA_STATS64");
+                    link.receiveDrops = stats.rx_dropped + stats.rx_missed_errors;
+                    break;
+                }
+                default:
+                    break;
             }
         });
         if (link.name.empty()) {

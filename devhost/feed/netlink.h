@@ -35,6 +35,9 @@ class DumpInterrupted : public NetlinkError {
 struct Link {
     uint32_t ifIndex;
     std::string name;
+    uint32_t mtu = 0;
+    uint32_t txQueueLength = 0;                 // packets that a discipline without a limit of its own may hold
+    std::optional<uint64_t> receiveDrops = {};  // packets: rx_dropped plus rx_missed_errors, which exclude each other
 };
 
 /* What a discipline or class has counted since it was made. */
@@ -48,13 +51,21 @@ struct Counters {
     uint32_t backlogPackets = 0;
 };
 
+/* How much a discipline may hold. */
+struct QueueLimit {
+    uint32_t amount;
+    bool inPackets;  // else in bytes
+};
+
 /* A queueing discipline or a class of one. */
 struct TcObject {
     uint32_t ifIndex;
     uint32_t handle;  // major << 16 | minor; a discipline's minor is 0
     uint32_t parent;  // handle of a class or discipline, or TC_H_ROOT
     std::string kind;
-    std::optional<Counters> counters;  // none when the kernel does not count what passes it
+    std::optional<Counters> counters;       // none when the kernel does not count what passes it
+    std::optional<QueueLimit> limit = {};   // of a discipline that tells it
+    std::optional<uint32_t> ecnMarks = {};  // packets, wraps; of a discipline that reports them
 };
 
 struct KernelState {

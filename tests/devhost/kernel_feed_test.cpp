@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <linux/gen_stats.h>
+#include <linux/if_link.h>
 #include <linux/pkt_sched.h>
 #include <linux/rtnetlink.h>
 #include <netlink/attr.h>
@@ -27,7 +28,8 @@ namespace feed {
 namespace {
 
 using namespace std::chrono_literals;
-using qosdb::row::queue_stat;
+namespace row = qosdb::row;
+using row::queue_stat;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -81,7 +83,30 @@ struct Stats {
     bool legacy = false;    // TCA_STATS alone, as very old kernels
     bool counted = true;    // false: as a flow bucket, with a queue length only
     bool hardware = false;  // counts of the hardware as well
+    uint32_t backlog = 0;   // bytes
+    Bytes own = {};         // TCA_STATS_APP
+    Bytes options = {};     // TCA_OPTIONS
 };
+
+template <typename Record>
+Bytes recordBytes(const Record& record) {
+    const auto* bytes = reinterpret_cast<const std::byte*>(&record);
+    return Bytes(bytes, bytes + sizeof record);
+}
+
+// Options that hold one attribute.
+Bytes nestedOption(int type, const Bytes& value) {
+    const Message made(nlmsg_alloc(), nlmsg_free);
+    nla_put(made.get(), type, static_cast<int>(value.size()), value.data());
+    const auto* bytes = static_cast<const std::byte*>(nlmsg_data(nlmsg_hdr(made.get())));
+    return Bytes(bytes, bytes + nlmsg_datalen(nlmsg_hdr(made.get())));
+}
+
+void putBytes(nl_msg* msg, int type, const Bytes& value) {
+    if (!value.empty()) {
+        nla_put(msg, type, static_cast<int>(value.size()), value.data());
+    }
+}
 
 Bytes tcMessage(uint16_t type, const TcObject& object, const Stats& stats) {
     tcmsg header = {};
@@ -91,6 +116,7 @@ Bytes tcMessage(uint16_t type, const TcObject& object, const Stats& stats) {
     const Message made = message(type, NLM_F_MULTI, header);
     nl_msg* msg = made.get();
     nla_put_string(msg, TCA_KIND, object.kind.c_str());
+    putBytes(msg, TCA_OPTIONS, stats.options);
     tc_stats old = {};
     if (stats.legacy) {
         old.bytes = stats.bytes;
@@ -112,7 +138,9 @@ Bytes tcMessage(uint16_t type, const TcObject& object, const Stats& stats) {
         }
         gnet_stats_queue queue = {};
         queue.drops = stats.drops;
+        queue.backlog = stats.backlog;
         nla_put(msg, TCA_STATS_QUEUE, sizeof queue, &queue);
+        putBytes(msg, TCA_STATS_APP, stats.own);
         nla_nest_end(msg, nest);
     }
     nla_put(msg, TCA_STATS, sizeof old, &old);
@@ -139,6 +167,11 @@ class MadeKernel : public NetlinkSource {
         return classes.back().stats;
     }
 
+    Stats& addDiscipline(uint32_t handle, uint32_t parent, const char* kind, Stats stats = {}) {
+        disciplines.push_back({{3, handle, parent, kind, {}}, std::move(stats)});
+        return disciplines.back().stats;
+    }
+
     Bytes dump(uint16_t type, uint32_t ifIndex) override {
         Bytes answer;
         const auto add = [&answer](const Bytes& bytes) { answer.insert(answer.end(), bytes.begin(), bytes.end()); };
@@ -148,6 +181,15 @@ class MadeKernel : public NetlinkSource {
                 header.ifi_index = static_cast<int>(link.ifIndex);
                 const Message made = message(RTM_NEWLINK, NLM_F_MULTI, header);
                 nla_put_string(made.get(), IFLA_IFNAME, link.name.c_str());
+                nla_put_u32(made.get(), IFLA_MTU, link.mtu);
+                nla_put_u32(made.get(), IFLA_TXQLEN, link.txQueueLength);
+                if (link.receiveDrops) {
+                    rtnl_link_stats64 stats = {};
+                    stats.rx_dropped = *link.receiveDrops - 7;
+                    stats.rx_missed_errors = 7;
+                    stats.tx_dropped = 99;
+                    nla_put(made.get(), IFLA_STATS64, sizeof stats, &stats);
+                }
                 add(bytesOf(made));
             }
         }
@@ -170,7 +212,8 @@ class KernelFeedTest : public testing::Test {
 
     std::vector<queue_stat> round(std::chrono::milliseconds later = 0ms) {
         now_ += later;
-        feed_.round(now_);
+        wall_ += later;
+        feed_.round(now_, wall_);
         return store_->read<queue_stat>();
     }
 
@@ -185,6 +228,7 @@ class KernelFeedTest : public testing::Test {
     std::optional<qosdb::Store> store_{std::in_place, (directory_ / "qos.db").string()};
     KernelFeed feed_{kernel_, *store_, [this](const std::string& line) { log_.push_back(line); }};
     KernelFeed::Clock::time_point now_ = KernelFeed::Clock::now();
+    WallTime wall_ = WallTime(1'700'000'000'250ms);
 };
 
 // Fields of a row that a test looks at.
@@ -209,7 +253,7 @@ Counts rates(const queue_stat& row) {
 TEST_F(KernelFeedTest, RecordedNetwork) {
     RecordedKernel recorded;
     KernelFeed feed(recorded, *store_, {});
-    EXPECT_EQ(feed.round(now_), 14u);
+    EXPECT_EQ(feed.round(now_, wall_), 14u);
     struct Expected {
         uint32_t ifIndex;
         const char* ifName;
@@ -243,6 +287,43 @@ TEST_F(KernelFeedTest, RecordedNetwork) {
         EXPECT_EQ(totals(rows[index]), expected[index].counts);
         EXPECT_EQ(rates(rows[index]), Counts{});
     }
+
+    constexpr uint64_t kPfifo = 10 * 1500;      // limit 10
+    constexpr uint64_t kTxQueue = 1000 * 1500;  // disciplines without a limit
+    const auto buffers = store_->read<row::queue_buf_stat>();
+    ASSERT_THAT(buffers, SizeIs(14));
+    for (const row::queue_buf_stat& buffer : buffers) {
+        SCOPED_TRACE(buffer.ifName + " " + std::to_string(buffer.queueId));
+        const bool waiting = buffer.ifIndex == 10 && buffer.queueId == 0;
+        EXPECT_EQ(buffer.curUsed, waiting ? 800u : 0u);
+        EXPECT_EQ(buffer.totalBuf, buffer.ifIndex == 11                         ? 0
+                                   : buffer.ifIndex == 10 && buffer.queueId < 7 ? kPfifo
+                                                                                : kTxQueue);
+    }
+    const auto ports = store_->read<row::port_buf_stat>();
+    ASSERT_THAT(ports, SizeIs(4));
+    EXPECT_THAT(ports, testing::Contains(row::port_buf_stat{.slotId = 0,
+                                                            .slotIdStr = "0",
+                                                            .ifIndex = 10,
+                                                            .ifName = "qos0",
+                                                            .totalBuff = 7 * kPfifo + kTxQueue,
+                                                            .currentUsed = 800,
+                                                            .remained = 7 * kPfifo + kTxQueue - 800,
+                                                            .peakUsed = 800,
+                                                            .avgUsed = 800}));
+    const auto drops = store_->read<row::queue_drop_stat>();
+    ASSERT_THAT(drops, SizeIs(4));
+    EXPECT_THAT(drops, testing::Contains(row::queue_drop_stat{.ifIndex = 10,
+                                                              .ifName = "qos0",
+                                                              .queue0DropPkts = 3,
+                                                              .queue2DropPkts = 2,
+                                                              .queue3DropPkts = 5,
+                                                              .queue4DropPkts = 8,
+                                                              .queue5DropPkts = 11,
+                                                              .queue6DropPkts = 13}));
+    EXPECT_THAT(store_->read<row::ing_port_drop_stat>(), SizeIs(5)) << "lo as well";
+    EXPECT_THAT(store_->read<row::port_ecn_stat>(), IsEmpty());
+    EXPECT_THAT(store_->read<row::buffer_monitor_result>(), IsEmpty());
 
     const KernelState state = readKernel(recorded);
     const auto waiting = std::ranges::find(state.classes, 0x10010u, &TcObject::handle);
@@ -313,6 +394,168 @@ TEST_F(KernelFeedTest, CountsGoOnPast32Bits) {
     EXPECT_EQ(round(1s).at(0).dropPackets, 0u) << "fewer drops alone tell as well";
     stats = {.bytes = 200, .packets = 4, .drops = 0};
     EXPECT_EQ(rates(round(1s).at(0)), Counts{}) << "and fewer bytes";
+}
+
+TEST_F(KernelFeedTest, BuffersOfQueuesAndPorts) {
+    kernel_.links = {{.ifIndex = 3, .name = "eth0", .mtu = 1500, .txQueueLength = 20}};
+    kernel_.addDiscipline(0x20000, 0x10010, "pfifo", {.options = recordBytes(tc_fifo_qopt{10})});
+    kernel_.addDiscipline(0x30000, 0x10011, "bfifo", {.options = recordBytes(tc_fifo_qopt{3000})});
+    kernel_.addDiscipline(0x40000, 0x10013, "sfq", {.options = recordBytes(tc_sfq_qopt{5, 0, 127, 1024, 128})});
+    tc_red_qopt red = {};
+    red.limit = 70'000;
+    kernel_.addDiscipline(0x50000, 0x10014, "red", {.options = nestedOption(TCA_RED_PARMS, recordBytes(red))});
+    kernel_.addDiscipline(0x60000, 0x10015, "codel",
+                          {.options = nestedOption(TCA_CODEL_LIMIT, recordBytes(uint32_t{1000}))});
+    kernel_.disciplines.push_back({{4, 0x70000, 0x10012, "bfifo", {}}, {.options = recordBytes(tc_fifo_qopt{1})}});
+    constexpr uint64_t kTotals[] = {15'000, 3000, 30'000, 30'000, 70'000, 1'500'000};
+    constexpr uint32_t kBacklogs[3][6] = {{100, 2000, 0, 0, 0, 0}, {900, 0, 3, 0, 0, 0}, {0, 100, 0, 0, 0, 2'000'000}};
+    constexpr uint64_t kPeaks[3][6] = {
+        {100, 2000, 0, 0, 0, 0}, {900, 2000, 3, 0, 0, 0}, {900, 2000, 3, 0, 0, 2'000'000}};
+    constexpr uint64_t kAverages[3][6] = {
+        {100, 2000, 0, 0, 0, 0}, {500, 1000, 2, 0, 0, 0}, {333, 700, 1, 0, 0, 666'667}};
+    constexpr uint64_t kPortAverages[3] = {2100, 1502, 667'701};  // of 2100, 903 and 2000100
+    for (uint32_t minor = 0x10; minor <= 0x15; ++minor) {
+        kernel_.addClass(0x10000 + minor);
+    }
+    for (size_t time = 0; time < 3; ++time) {
+        SCOPED_TRACE(time);
+        for (size_t queue = 0; queue < 6; ++queue) {
+            kernel_.classes[queue].stats.backlog = kBacklogs[time][queue];
+        }
+        round(1s);
+        const auto rows = store_->read<row::queue_buf_stat>();
+        ASSERT_THAT(rows, SizeIs(6));
+        row::port_buf_stat sum = {.slotIdStr = "0", .ifIndex = 3, .ifName = "eth0"};
+        for (size_t queue = 0; queue < 6; ++queue) {
+            SCOPED_TRACE(queue);
+            EXPECT_EQ(rows[queue], (row::queue_buf_stat{.slotId = 0,
+                                                        .slotIdStr = "0",
+                                                        .ifIndex = 3,
+                                                        .ifName = "eth0",
+                                                        .queueId = static_cast<uint32_t>(queue),
+                                                        .curUsed = kBacklogs[time][queue],
+                                                        .peakUsed = kPeaks[time][queue],
+                                                        .avgUsed = kAverages[time][queue],
+                                                        .totalBuf = kTotals[queue]}));
+            sum.totalBuff += rows[queue].totalBuf;
+            sum.currentUsed += rows[queue].curUsed;
+        }
+        sum.remained = sum.totalBuff - std::min(sum.totalBuff, sum.currentUsed);
+        EXPECT_EQ(sum.remained == 0, time == 2) << "more than the estimate is no negative rest";
+        sum.peakUsed = time == 2 ? 2'000'100 : 2100;
+        sum.avgUsed = kPortAverages[time];
+        EXPECT_THAT(store_->read<row::port_buf_stat>(), ElementsAre(sum));
+    }
+
+    kernel_.disciplines[0].object.ifIndex = 9;  // eth0 goes and comes back
+    round(1s);
+    EXPECT_THAT(store_->read<row::port_buf_stat>(), IsEmpty());
+    kernel_.disciplines[0].object.ifIndex = 3;
+    round(1s);
+    EXPECT_EQ(store_->read<row::queue_buf_stat>().at(0).peakUsed, 0u) << "a new queue has a new history";
+    EXPECT_EQ(store_->read<row::queue_buf_stat>().at(1).avgUsed, 100u);
+}
+
+TEST_F(KernelFeedTest, DropsOfQueuesAndOnReceive) {
+    kernel_.links = {{.ifIndex = 3, .name = "eth0", .receiveDrops = (uint64_t{5} << 32) + 11}, {4, "eth1"}};
+    kernel_.addClass(0x10010, {.drops = 0xFFFF'FFFF});
+    kernel_.addClass(0x10011, {.drops = 4});
+    round();
+    kernel_.classes[0].stats.drops = 1;
+    round(1s);
+    EXPECT_THAT(store_->read<row::queue_drop_stat>(),
+                ElementsAre(row::queue_drop_stat{
+                    .ifIndex = 3, .ifName = "eth0", .queue0DropPkts = (uint64_t{1} << 32) + 1, .queue1DropPkts = 4}));
+    EXPECT_THAT(store_->read<row::ing_port_drop_stat>(),
+                ElementsAre(row::ing_port_drop_stat{
+                    .ifIndex = 3, .ifName = "eth0", .dropByts = 0, .dropPkts = (uint64_t{5} << 32) + 11}))
+        << "eth1 does not tell";
+}
+
+TEST_F(KernelFeedTest, EcnMarksOfEachKindOfDiscipline) {
+    tc_red_xstats red = {9, 9, 9, 1};
+    tc_choke_xstats choke = {9, 9, 9, 20, 9};
+    tc_codel_xstats codel = {};
+    codel.ecn_mark = 300;
+    codel.dropping = codel.drop_overlimit = 9;
+    tc_fq_codel_xstats fqCodel = {};
+    fqCodel.type = TCA_FQ_CODEL_XSTATS_QDISC;
+    fqCodel.qdisc_stats.drop_overlimit = fqCodel.qdisc_stats.new_flow_count = 9;
+    fqCodel.qdisc_stats.ecn_mark = 4000;
+    tc_pie_xstats pie = {};
+    pie.maxq = 9;
+    pie.ecn_mark = 50'000;
+    tc_fq_pie_xstats fqPie = {};
+    fqPie.overmemory = fqPie.new_flow_count = 9;
+    fqPie.ecn_mark = 600'000;
+    kernel_.addDiscipline(0, 0x10010, "red", {.own = recordBytes(red)});
+    kernel_.addDiscipline(0, 0x10011, "choke", {.own = recordBytes(choke)});
+    kernel_.addDiscipline(0, 0x10012, "codel", {.own = recordBytes(codel)});
+    kernel_.addDiscipline(0, 0x10013, "fq_codel", {.own = recordBytes(fqCodel)});
+    kernel_.addDiscipline(0, 0x10014, "pie", {.own = recordBytes(pie)});
+    kernel_.addDiscipline(0, 0x10015, "fq_pie", {.own = recordBytes(fqPie)});
+    kernel_.addDiscipline(0, 0x10016, "red", {.own = Bytes(4)});  // too short to tell
+    kernel_.addDiscipline(0, 0x10017, "sfq", {.own = recordBytes(choke)});
+    kernel_.links.push_back({4, "eth1"});
+    kernel_.disciplines.push_back({{4, 0, TC_H_ROOT, "pfifo_fast", {}}, {}});
+    const auto marks = [this] {
+        round(1s);
+        return store_->read<row::port_ecn_stat>();
+    };
+    EXPECT_THAT(marks(), ElementsAre(row::port_ecn_stat{.ifIndex = 3, .ifName = "eth0", .packets = 654'321}));
+
+    // Two disciplines without a handle wrap each for itself; a new one counts from 0.
+    red.marked = 0xFFFF'FFFE;
+    kernel_.disciplines[1].stats.own = recordBytes(red);
+    EXPECT_EQ(marks().at(0).packets, 0xFFFF'FFFEu + uint64_t{654'320});
+    red.marked = 3;
+    kernel_.disciplines[1].stats.own = recordBytes(red);
+    EXPECT_EQ(marks().at(0).packets, (uint64_t{1} << 32) + 3 + 654'320);
+    codel.ecn_mark = 10;
+    kernel_.disciplines[3].stats.own = recordBytes(codel);
+    EXPECT_EQ(marks().at(0).packets, (uint64_t{1} << 32) + 3 + 654'030);
+}
+
+TEST_F(KernelFeedTest, BurstsBecomeResultsWhenTheyHaveEnded) {
+    kernel_.links = {{.ifIndex = 3, .name = "eth0", .mtu = 100, .txQueueLength = 10}};  // total 1000
+    kernel_.addClass(0x10010);
+    kernel_.addClass(0x10011, {.backlog = 900});  // never ends
+    const auto results = [this](std::initializer_list<uint32_t> backlogs) {
+        for (const uint32_t backlog : backlogs) {
+            kernel_.classes[0].stats.backlog = backlog;
+            round(500ms);
+        }
+        return store_->read<row::buffer_monitor_result>();
+    };
+    EXPECT_THAT(results({500, 501, 1200, 700, 1200}), IsEmpty()) << "half of the total is none, and it goes on";
+    row::buffer_monitor_result expected = {.if_index = 3,
+                                           .queue_index = 0,
+                                           .ifName = "eth0",
+                                           .used_buf = 500,
+                                           .percent = 50,
+                                           .time_stamp = 1'700'000'003,
+                                           .milli_second = 250,
+                                           .start_used_buf = 501,
+                                           .start_percent = 50,
+                                           .start_time_stamp = 1'700'000'001,
+                                           .start_milli_second = 250,
+                                           .peak_used_buf = 1200,
+                                           .peak_percent = 120,
+                                           .peak_time_stamp = 1'700'000'001,
+                                           .peak_milli_second = 750,
+                                           .slot = 0,
+                                           .burst_number = 1};
+    EXPECT_THAT(results({500}), ElementsAre(expected));
+    EXPECT_THAT(results({0, 600, 650}), ElementsAre(expected)) << "until the next has ended";
+    const auto second = results({10});
+    ASSERT_THAT(second, SizeIs(1));
+    EXPECT_EQ(second[0].burst_number, 2u);
+    EXPECT_EQ(second[0].start_used_buf, 600u);
+    EXPECT_EQ(second[0].peak_used_buf, 650u);
+    EXPECT_EQ(second[0].used_buf, 10u);
+
+    kernel_.links[0].txQueueLength = 0;
+    EXPECT_EQ(results({5000, 0}).at(0).burst_number, 2u) << "without a known total there is no share of it";
 }
 
 TEST_F(KernelFeedTest, LegacyCountersAlone) {

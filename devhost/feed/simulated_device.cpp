@@ -1,0 +1,239 @@
+#include "devhost/feed/simulated_device.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace feed {
+
+namespace {
+
+// Senders burst a quarter of the time, at 13/4 of their mean rate; between bursts they send 1/4 of it.
+constexpr uint64_t kBurstQuarters = 13;
+constexpr uint64_t kQuietQuarters = 1;
+constexpr uint32_t kBurstTicks = 8, kBurstSpread = 17;   // 8 to 24
+constexpr uint32_t kQuietTicks = 24, kQuietSpread = 49;  // 24 to 72
+
+constexpr std::array<size_t, 4> kSizeMix = {0, 1, 2, 2};  // each packet size's share of the arrivals
+
+constexpr uint32_t kPlaces = 64;  // of a slot text's second number
+
+constexpr uint64_t sum(uint32_t SimulatedDevice::QueueProfile::*field) {
+    uint64_t total = 0;
+    for (const auto& profile : SimulatedDevice::kProfiles) {
+        total += profile.*field;
+    }
+    return total;
+}
+constexpr uint64_t kShares = sum(&SimulatedDevice::QueueProfile::share);
+static_assert(kShares == 32);
+
+constexpr uint64_t roomBelow(uint64_t limit, uint64_t used) {
+    return limit > used ? limit - used : 0;
+}
+
+}  // namespace
+
+uint64_t Random::next() {
+    uint64_t mixed = state_ += 0x9e3779b97f4a7c15;
+    mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9;
+    mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111eb;
+    return mixed ^ (mixed >> 31);
+}
+
+Amount SimulatedDevice::Queue::queued() const {
+    return {std::accumulate(waiting_.begin(), waiting_.end(), uint64_t{0}), used_};
+}
+
+uint32_t SimulatedDevice::Queue::guaranteed() const {
+    return std::min(used_ - headroom, kGuaranteed);
+}
+
+SimulatedDevice::SimulatedDevice(const SimOptions& options)
+    : random_(options.seed), load_(options.load), start_(options.startTime), slots_(options.slots) {
+    for (uint32_t place = 1; place <= options.slots; ++place) {
+        Slot& slot = slots_[place - 1];
+        slot.text = std::to_string(place);
+        slot.number = place;
+        if (place % 2 == 0) {
+            slot.number = kPlaces + place;
+            slot.text = std::to_string(slot.number / kPlaces) + "/" + std::to_string(slot.number % kPlaces);
+        }
+        slot.sharedSize = uint64_t{kSharedPerPort} * options.ports;
+        slot.totalBuffer = slot.sharedSize + options.ports * (kQueues * kGuaranteed + sum(&QueueProfile::headroom));
+        slot.ports.resize(options.ports);
+        for (uint32_t number = 1; number <= options.ports; ++number) {
+            Port& port = slot.ports[number - 1];
+            port.ifIndex = place * SimOptions::kMaxPorts + number;
+            port.ifName = "ETH" + std::to_string(place) + "/0/" + std::to_string(number);
+            for (Queue& queue : port.queues) {
+                queue.phaseLeft_ = random_.below(kQuietTicks + kQuietSpread);
+            }
+        }
+    }
+}
+
+void SimulatedDevice::advance(Milliseconds time) {
+    for (int64_t left = time.count(); left > 0; --left) {
+        tick();
+    }
+}
+
+void SimulatedDevice::tick() {
+    ++ticks_;
+    for (Slot& slot : slots_) {
+        for (Port& port : slot.ports) {
+            serve(slot, port);
+            for (size_t index = 0; index < kQueues; ++index) {
+                arrive(slot, port, index);
+            }
+            look(port);
+        }
+    }
+}
+
+// Deals the port's bytes out by weight until they are used up or no queue wants more.
+void SimulatedDevice::serve(Slot& slot, Port& port) const {
+    std::array<uint64_t, kQueues> granted{};
+    const auto wants = [&](size_t index) { return granted[index] < port.queues[index].used(); };
+    for (uint64_t left = kPortBytesPerMs; left > 0;) {
+        uint64_t weights = 0;
+        for (size_t index = 0; index < kQueues; ++index) {
+            weights += wants(index) ? kProfiles[index].weight : 0;
+        }
+        uint64_t dealt = 0;
+        for (size_t index = 0; index < kQueues; ++index) {
+            if (wants(index)) {
+                const uint64_t part =
+                    std::min(left * kProfiles[index].weight / weights, port.queues[index].used() - granted[index]);
+                granted[index] += part;
+                dealt += part;
+            }
+        }
+        if (dealt == 0) {
+            break;
+        }
+        left -= dealt;
+    }
+    for (size_t index = 0; index < kQueues; ++index) {
+        take(slot, port.queues[index], granted[index]);
+    }
+}
+
+// Sends whole packets; what is left over of the grant counts in the next tick if packets still wait.
+void SimulatedDevice::take(Slot& slot, Queue& queue, uint64_t bytes) const {
+    const uint32_t sharedBefore = queue.shared();
+    uint64_t budget = queue.deficit_ + bytes;
+    for (size_t step = 0; step < kPacketSizes.size(); ++step) {
+        const size_t sizeIndex = (static_cast<uint64_t>(ticks_) + step) % kPacketSizes.size();  // each is first in turn
+        const uint32_t size = kPacketSizes[sizeIndex];
+        const auto packets = static_cast<uint32_t>(std::min<uint64_t>(queue.waiting_[sizeIndex], budget / size));
+        queue.waiting_[sizeIndex] -= packets;
+        queue.used_ -= packets * size;
+        queue.headroom -= std::min(queue.headroom, packets * size);
+        queue.passed.add(packets, size);
+        budget -= uint64_t{packets} * size;
+    }
+    queue.deficit_ = queue.used_ == 0 ? 0 : budget;
+    slot.sharedUsed -= sharedBefore - queue.shared();
+}
+
+void SimulatedDevice::arrive(Slot& slot, Port& port, size_t index) {
+    Queue& queue = port.queues[index];
+    const QueueProfile& profile = kProfiles[index];
+    if (queue.phaseLeft_ == 0) {
+        queue.sending_ = !queue.sending_;
+        queue.phaseLeft_ =
+            queue.sending_ ? kBurstTicks + random_.below(kBurstSpread) : kQuietTicks + random_.below(kQuietSpread);
+    }
+    --queue.phaseLeft_;
+    const uint64_t jitter = 512 + random_.below(1025);  // half to one and a half, in 1024ths
+    const size_t sizeIndex = kSizeMix[random_.below(kSizeMix.size())];
+    if (queue.headroom > 0) {  // paused
+        return;
+    }
+    const uint64_t quarters = queue.sending_ ? kBurstQuarters : kQuietQuarters;
+    const uint64_t bytes =
+        queue.unsent_ + kPortBytesPerMs * load_ * profile.share * quarters * jitter / (100 * kShares * 4 * 1024);
+    const uint32_t size = kPacketSizes[sizeIndex];
+    queue.unsent_ = bytes % size;
+    admit(slot, port, index, static_cast<uint32_t>(bytes / size), sizeIndex);
+}
+
+void SimulatedDevice::admit(Slot& slot, Port& port, size_t index, uint32_t packets, size_t sizeIndex) {
+    Queue& queue = port.queues[index];
+    const QueueProfile& profile = kProfiles[index];
+    const uint32_t size = kPacketSizes[sizeIndex];
+    const uint64_t sharedFree = slot.sharedSize - slot.sharedUsed;
+    const uint64_t limit =
+        profile.pfcDynamic ? std::min<uint64_t>(profile.limit, kGuaranteed + sharedFree / 8) : profile.limit;
+    const uint64_t inBuffer = queue.used_ - queue.headroom;
+    const uint64_t queueRoom = roomBelow(limit, inBuffer);
+    const uint64_t chipRoom = roomBelow(kGuaranteed, inBuffer) + sharedFree;
+
+    const auto fitting = static_cast<uint32_t>(std::min<uint64_t>(packets, std::min(queueRoom, chipRoom) / size));
+    const uint32_t intoHeadroom = std::min(packets - fitting, (profile.headroom - queue.headroom) / size);
+    const uint32_t taken = fitting + intoHeadroom;
+    const uint32_t refused = packets - taken;
+
+    if (profile.ecn) {
+        const uint64_t unmarked = (roomBelow(kEcnThreshold, queue.used_) + size - 1) / size;
+        queue.marked += roomBelow(taken, unmarked);
+    }
+    const uint32_t sharedBefore = queue.shared();
+    queue.waiting_[sizeIndex] += taken;
+    queue.used_ += taken * size;
+    queue.headroom += intoHeadroom * size;
+    slot.sharedUsed += queue.shared() - sharedBefore;
+
+    if (chipRoom < queueRoom) {
+        port.ingressDropped.add(refused, size);
+        queue.arrived.add(taken, size);
+    } else {
+        queue.dropped.add(refused, size);
+        queue.arrived.add(packets, size);
+    }
+}
+
+void SimulatedDevice::look(Port& port) const {
+    uint64_t used = 0;
+    for (size_t index = 0; index < kQueues; ++index) {
+        Queue& queue = port.queues[index];
+        used += queue.used_;
+        queue.usedSum_ += queue.used_;
+        queue.peakUsed_ = std::max<uint64_t>(queue.peakUsed_, queue.used_);
+        followBurst(queue, kProfiles[index]);
+    }
+    port.usedSum_ += used;
+    port.peakUsed_ = std::max(port.peakUsed_, used);
+}
+
+void SimulatedDevice::followBurst(Queue& queue, const QueueProfile& profile) const {
+    const bool above = queue.used_ > uint64_t{profile.totalBuffer()} * kBurstPercent / 100;
+    const Moment moment = {now(), queue.used_};
+    if (above && !queue.inBurst_) {
+        queue.burst_ = {.start = moment, .peak = moment, .end = {}};
+    } else if (above && moment.used > queue.burst_.peak.used) {
+        queue.burst_.peak = moment;
+    } else if (!above && queue.inBurst_) {
+        queue.burst_.end = moment;
+        queue.lastBurst = queue.burst_;
+        ++queue.bursts;
+    }
+    queue.inBurst_ = above;
+}
+
+SimulatedDevice::Usage SimulatedDevice::usage(const Queue& queue) const {
+    const auto ticks = static_cast<uint64_t>(std::max<int64_t>(ticks_, 1));
+    return {queue.used_, queue.peakUsed_, queue.usedSum_ / ticks};
+}
+
+SimulatedDevice::Usage SimulatedDevice::usage(const Port& port) const {
+    const auto ticks = static_cast<uint64_t>(std::max<int64_t>(ticks_, 1));
+    uint64_t used = 0;
+    for (const Queue& queue : port.queues) {
+        used += queue.used_;
+    }
+    return {used, port.peakUsed_, port.usedSum_ / ticks};
+}
+
+}  // namespace feed
