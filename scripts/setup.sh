@@ -5,7 +5,7 @@ set -euo pipefail
 
 run=(g++ cmake ninja-build pkg-config libcjson-dev libcli11-dev libfmt-dev libnl-3-dev libprotobuf-dev libsqlite3-dev
      nlohmann-json3-dev protobuf-compiler iproute2)
-test=(binutils libgmock-dev libgtest-dev sqlite3)
+test=(binutils libgmock-dev libgtest-dev libyang-tools sqlite3)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev valgrind)
 
 case "${1:-}" in

@@ -1,6 +1,6 @@
 /*
- * What the host knows of a path besides its registration: its list in the schema, the conditions that it honours and
- * its batch limit. Everything here lives as long as the program.
+ * What the host knows of a path besides its registration: its list in the schema, the conditions that it honours, the
+ * fields that thresholds compare and its batch limit. Everything here lives as long as the program.
  */
 #ifndef DEVHOST_CLI_CATALOGUE_H
 #define DEVHOST_CLI_CATALOGUE_H
@@ -14,19 +14,23 @@
 
 namespace host {
 
+enum class ConditionKind : uint8_t { pattern, text, number, choice };
+
 /* A condition that a path honours. */
 struct Condition {
     std::string field;
-    std::string takes;                // the values it takes, for people
-    bool pattern;                     // an interface-name pattern
-    std::vector<std::string> values;  // all that it takes, unless it is a pattern
+    std::string takes;  // the values it takes, for people
+    ConditionKind kind;
+    std::vector<std::string> values;  // all that a choice takes
 };
 
-/* A path that has a query in this build. */
+/* A path that this program knows. */
 struct Catalogued {
     std::string alias;
     std::vector<Condition> conditions;
     uint32_t batchLimit;
+    bool conditionsOnly;                                 // thresholds, periods and suppression have no effect
+    std::vector<std::string> notCompared;                // fields of which a threshold compares nothing
     const google::protobuf::FieldDescriptor* container;  // in GlobalQuery; its json_name is the list container's name
     const google::protobuf::FieldDescriptor* list;       // in the container; its json_name is the alias
 
@@ -34,9 +38,10 @@ struct Catalogued {
     const google::protobuf::FieldDescriptor& field(int index) const { return *list->message_type()->field(index); }
     std::vector<std::string> fieldNames() const;
     std::vector<std::string> conditionNames() const;
+    std::vector<std::string> thresholdNames() const;
 };
 
-/* The entry of an alias, or null: the path has no query in this build. */
+/* The entry of an alias, or null for one that this program does not know. */
 const Catalogued* findInCatalogue(std::string_view alias);
 
 }  // namespace host

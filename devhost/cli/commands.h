@@ -30,6 +30,7 @@ struct Invocation {
 
 void addPathsCommand(CLI::App& app, Invocation& invocation);
 void addSampleCommand(CLI::App& app, Invocation& invocation);
+void addDecodeCommand(CLI::App& app, Invocation& invocation);
 void addFeedCommand(CLI::App& app, Invocation& invocation);
 void addDemoCommand(CLI::App& app, Invocation& invocation);
 

@@ -4,6 +4,7 @@
 #include <google/protobuf/util/json_util.h>
 
 #include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
@@ -177,6 +178,19 @@ std::vector<Row> decodeJson(const Catalogued& path, std::string_view payload) {
     JsonRows rows(path);
     nlohmann::json::sax_parse(payload, &rows);
     return rows.take();
+}
+
+std::vector<Row> decodeBatches(const Catalogued& path, QosTlmEncodeType encoding, std::span<const Batch> batches) {
+    std::vector<Row> rows;
+    for (const Batch& batch : batches) {
+        std::vector<Row> decoded = (encoding == QOS_TLM_ENCODE_GPB ? decodeGpb : decodeJson)(path, batch.payload);
+        if (decoded.size() != batch.recordCount) {
+            throw std::runtime_error(
+                fmt::format("a sample has {} records, its header says {}", decoded.size(), batch.recordCount));
+        }
+        std::ranges::move(decoded, std::back_inserter(rows));
+    }
+    return rows;
 }
 
 std::string gpbToJson(std::string_view payload) {

@@ -6,11 +6,13 @@
 #ifndef DEVHOST_CLI_DECODE_H
 #define DEVHOST_CLI_DECODE_H
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "devhost/cli/catalogue.h"
+#include "devhost/cli/host.h"
 
 namespace host {
 
@@ -22,6 +24,9 @@ std::vector<Row> decodeGpb(const Catalogued& path, std::string_view payload);
 
 /* Numbers are shown as the text has them. */
 std::vector<Row> decodeJson(const Catalogued& path, std::string_view payload);
+
+/* The records of some batches of a path; their headers must count as many. */
+std::vector<Row> decodeBatches(const Catalogued& path, QosTlmEncodeType encoding, std::span<const Batch> batches);
 
 /* A GPB payload as one line of JSON by RFC 7951: 64-bit numbers as strings, the top name with its module. */
 std::string gpbToJson(std::string_view payload);

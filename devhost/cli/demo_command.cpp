@@ -6,7 +6,6 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <system_error>
 
 #include "devhost/cli/catalogue.h"
@@ -18,6 +17,8 @@
 #include "devhost/cli/stop.h"
 #include "devhost/feed/kernel_feed.h"
 #include "devhost/feed/netlink.h"
+#include "devhost/feed/sim_feed.h"
+#include "devhost/feed/simulated_device.h"
 #include "devhost/qosdb/qosdb.h"
 #include "devhost/qosdb/store.h"
 
@@ -79,39 +80,73 @@ struct Sample {
 class Demo {
   public:
     Demo(const std::string& database, const std::string& pluginFile, int netns)
-        : store_(database),
+        : database_(database),
+          store_(database),
           kernel_(netns),
           feed_(kernel_, store_, [](const std::string& line) { fmt::print("  {}\n", line); }),
           plugin_(pluginFile),
           path_(plugin_.path(kAlias)),
-          entry_(*findInCatalogue(kAlias)) {}
+          entry_(*findInCatalogue(kAlias)) {
+        QosDb_SetFile(database_.c_str());
+    }
 
-    void feed() { feed_.round(Clock::now()); }
+    void feed() { feed_.round(Clock::now(), std::chrono::system_clock::now()); }
 
     Sample sample(QosTlmEncodeType encoding) {
-        const bool gpb = encoding == QOS_TLM_ENCODE_GPB;
-        QosTlmQueryParam request = {};
-        request.encodeType = encoding;
-        Sample sample = {gpb ? "GPB" : "JSON", plugin_.runPass(path_, request, kSubscriptionId), {}};
-        for (const std::string& message : sample.pass.messages) {
-            fmt::print(stderr, "qos-host: {}\n", message);
-        }
-        if (sample.pass.result == QOS_TLM_RESULT_FAILED) {
-            throw std::runtime_error(fmt::format("sampling {} failed", kAlias));
-        }
-        for (const Batch& batch : sample.pass.batches) {
-            for (Row& row : (gpb ? decodeGpb : decodeJson)(entry_, batch.payload)) {
-                sample.queues.push_back({entry_, std::move(row)});
-            }
-        }
-        if (sample.queues.size() != sample.pass.records()) {
-            throw std::runtime_error(fmt::format("a sample has {} records, its header says {}", sample.queues.size(),
-                                                 sample.pass.records()));
+        Sample sample = {encoding == QOS_TLM_ENCODE_GPB ? "GPB" : "JSON", runPass(path_, encoding), {}};
+        for (Row& row : decodeBatches(entry_, encoding, sample.pass.batches)) {
+            sample.queues.push_back({entry_, std::move(row)});
         }
         return sample;
     }
 
+    /* A line for each path: the kernel's records where it has some, else those of the other database. */
+    void printPaths(const std::string& simulated) {
+        constexpr const char* kLine = "  {:<31} {:<9} {:>7}  {:>10} {:>7}  {:>10} {:>7}\n";
+        fmt::print(kLine, "path", "source", "records", "GPB bytes", "batches", "JSON bytes", "batches");
+        for (const Path& path : plugin_.paths()) {
+            const char* source = "kernel";
+            Pass gpb = decodedPass(path, QOS_TLM_ENCODE_GPB);
+            if (gpb.records() == 0) {
+                source = "simulated";
+                QosDb_SetFile(simulated.c_str());
+                gpb = decodedPass(path, QOS_TLM_ENCODE_GPB);
+            }
+            const Pass json = decodedPass(path, QOS_TLM_ENCODE_JSON);
+            QosDb_SetFile(database_.c_str());
+            fmt::print(kLine, path.alias, source, gpb.records(), gpb.bytes(), gpb.batches.size(), json.bytes(),
+                       json.batches.size());
+            if (gpb.records() == 0 || json.records() != gpb.records()) {
+                throw std::runtime_error(
+                    fmt::format("{} has {} records in GPB, {} in JSON", path.alias, gpb.records(), json.records()));
+            }
+        }
+    }
+
   private:
+    Pass runPass(const Path& path, QosTlmEncodeType encoding) {
+        QosTlmQueryParam request = {};
+        request.encodeType = encoding;
+        Pass pass = plugin_.runPass(path, request, kSubscriptionId);
+        for (const std::string& message : pass.messages) {
+            fmt::print(stderr, "qos-host: {}\n", message);
+        }
+        if (pass.result == QOS_TLM_RESULT_FAILED || !pass.messages.empty()) {
+            throw std::runtime_error(fmt::format("sampling {} failed", path.alias));
+        }
+        return pass;
+    }
+
+    // Decodes what it brings as well, which finds faults in it.
+    Pass decodedPass(const Path& path, QosTlmEncodeType encoding) {
+        Pass pass = runPass(path, encoding);
+        if (const Catalogued* entry = findInCatalogue(path.alias)) {
+            decodeBatches(*entry, encoding, pass.batches);
+        }
+        return pass;
+    }
+
+    std::string database_;
     qosdb::Store store_;
     feed::NetlinkSocket kernel_;
     feed::KernelFeed feed_;
@@ -157,6 +192,22 @@ bool showRounds(Demo& demo, uint32_t seconds) {
         flushOutput();
     }
     return true;
+}
+
+void printAllPaths(Demo& demo, const std::string& simulated) {
+    constexpr feed::SimulatedDevice::Milliseconds kSimulated = 10s;
+    feed::SimOptions options;
+    options.startTime = std::chrono::floor<feed::SimulatedDevice::Milliseconds>(
+        std::chrono::system_clock::now().time_since_epoch() - kSimulated);
+    feed::SimulatedDevice device(options);
+    qosdb::Store store(simulated);
+    feed::SimFeed feed(device, store);
+    device.advance(kSimulated);
+    feed.round();
+    fmt::print("\nall paths; where the kernel has no records, {} s of a simulated device of {} slots with {} ports\n",
+               kSimulated / 1s, options.slots, options.ports);
+    demo.printPaths(simulated);
+    flushOutput();
 }
 
 // Prints what differs; answers how many classes are as tc says.
@@ -246,14 +297,10 @@ std::unique_ptr<Lab> makeLab() {
 }
 
 int runDemo(const DemoOptions& options, const std::string& pluginFile) {
-    std::optional<TemporaryDirectory> directory;
-    if (options.database.empty()) {
-        directory.emplace();
-    }
-    const std::string database = directory ? directory->file("qos.db") : options.database;
+    const TemporaryDirectory directory;
+    const std::string database = options.database.empty() ? directory.file("qos.db") : options.database;
     const std::unique_ptr<Lab> lab = makeLab();
     flushOutput();
-    QosDb_SetFile(database.c_str());
     Demo demo(database, pluginFile, lab ? lab->netns() : -1);
     if (lab) {
         lab->startTraffic();
@@ -261,6 +308,7 @@ int runDemo(const DemoOptions& options, const std::string& pluginFile) {
     if (!showRounds(demo, options.seconds)) {
         return kStopped;
     }
+    printAllPaths(demo, directory.file("simulated.db"));
     if (!lab) {
         return kDone;
     }

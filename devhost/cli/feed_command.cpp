@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -11,6 +12,8 @@
 #include "devhost/cli/stop.h"
 #include "devhost/feed/kernel_feed.h"
 #include "devhost/feed/netlink.h"
+#include "devhost/feed/sim_feed.h"
+#include "devhost/feed/simulated_device.h"
 #include "devhost/qosdb/store.h"
 
 namespace host {
@@ -25,17 +28,58 @@ struct FeedOptions {
     std::optional<uint64_t> count;
 };
 
+struct SimFeedOptions : FeedOptions {
+    static constexpr uint32_t kMaxSpeed = 1000;
+
+    feed::SimOptions device;
+    uint32_t speed = 1;
+};
+
+// A round in each span; a round that takes longer puts the next ones off.
+void runRounds(const FeedOptions& options, const std::function<void()>& round) {
+    const uint64_t last = options.count.value_or(std::numeric_limits<uint64_t>::max());
+    auto next = Clock::now();
+    for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
+        round();
+        next = std::max(next + options.every, Clock::now());
+    }
+}
+
 int runKernelFeed(const FeedOptions& options) {
     qosdb::Store store(options.database);
     feed::NetlinkSocket kernel;
     feed::KernelFeed feed(kernel, store, [](const std::string& line) { fmt::print(stderr, "qos-host: {}\n", line); });
-    const uint64_t last = options.count.value_or(std::numeric_limits<uint64_t>::max());
-    auto next = Clock::now();
-    for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
-        feed.round(Clock::now());
-        next = std::max(next + options.every, Clock::now());
-    }
+    runRounds(options, [&] { feed.round(Clock::now(), std::chrono::system_clock::now()); });
     return kDone;
+}
+
+int runSimFeed(const SimFeedOptions& options) {
+    using std::chrono::milliseconds;
+    qosdb::Store store(options.database);
+    feed::SimOptions deviceOptions = options.device;
+    deviceOptions.startTime = std::chrono::floor<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
+    feed::SimulatedDevice device(deviceOptions);
+    feed::SimFeed feed(device, store);
+    runRounds(options, [&] {
+        constexpr milliseconds kStep(10);  // after which a large device looks for the stop
+        for (milliseconds left = options.every * options.speed; left.count() > 0; left -= kStep) {
+            if (stopRequested()) {
+                return;
+            }
+            device.advance(std::min(left, kStep));
+        }
+        feed.round();
+    });
+    return kDone;
+}
+
+void addFeedOptions(CLI::App& source, FeedOptions& options) {
+    source.add_option("--db", options.database, "Database to fill; made if it is not there")
+        ->envname("NIVEX_QOS_DB")
+        ->type_name("FILE")
+        ->required();
+    addDurationOption(source, "--every", options.every, "Write a round in each such span");
+    source.add_option("--count", options.count, "Rounds to write, then end")->check(CLI::PositiveNumber);
 }
 
 }  // namespace
@@ -43,22 +87,36 @@ int runKernelFeed(const FeedOptions& options) {
 void addFeedCommand(CLI::App& app, Invocation& invocation) {
     CLI::App* command = app.add_subcommand("feed", "Keep a database fresh while others sample it");
     command->fallthrough(false)->allow_extras();  // to name the sources when one is given that does not exist
+
     CLI::App* kernel = command->add_subcommand("kernel", "What this machine's kernel counts, until Ctrl-C");
     kernel->allow_extras(false);
-    const auto options = std::make_shared<FeedOptions>();
-    kernel->add_option("--db", options->database, "Database to fill; made if it is not there")
-        ->envname("NIVEX_QOS_DB")
-        ->type_name("FILE")
-        ->required();
-    addDurationOption(*kernel, "--every", options->every, "Write a round in each such span");
-    kernel->add_option("--count", options->count, "Rounds to write, then end")->check(CLI::PositiveNumber);
-    kernel->callback([options, &invocation] { invocation.action = [options] { return runKernelFeed(*options); }; });
+    const auto kernelOptions = std::make_shared<FeedOptions>();
+    addFeedOptions(*kernel, *kernelOptions);
+    kernel->callback([kernelOptions, &invocation] {
+        invocation.action = [kernelOptions] { return runKernelFeed(*kernelOptions); };
+    });
+
+    CLI::App* sim = command->add_subcommand("sim", "A simulated device with all nine tables, until Ctrl-C");
+    sim->allow_extras(false);
+    const auto simOptions = std::make_shared<SimFeedOptions>();
+    addFeedOptions(*sim, *simOptions);
+    feed::SimOptions& device = simOptions->device;
+    const auto addNumber = [sim](const char* name, uint32_t& value, uint32_t least, uint32_t most, const char* what) {
+        sim->add_option(name, value, what)->check(CLI::Range(least, most))->capture_default_str();
+    };
+    addNumber("--slots", device.slots, 1, feed::SimOptions::kMaxSlots, "Slots, with a chip each");
+    addNumber("--ports", device.ports, 1, feed::SimOptions::kMaxPorts, "Ports of each slot");
+    addNumber("--load", device.load, 0, feed::SimOptions::kMaxLoad, "Arrivals in percent of the ports' rate");
+    sim->add_option("--seed", device.seed, "Another number, another traffic")->capture_default_str();
+    addNumber("--speed", simOptions->speed, 1, SimFeedOptions::kMaxSpeed, "How many times as fast time passes");
+    sim->callback([simOptions, &invocation] { invocation.action = [simOptions] { return runSimFeed(*simOptions); }; });
+
     command->callback([command] {
         if (const auto extras = command->remaining(); !extras.empty()) {
-            throw UsageError(fmt::format("feed does not take '{}'; its sources: kernel", extras.front()));
+            throw UsageError(fmt::format("feed does not take '{}'; its sources: kernel, sim", extras.front()));
         }
         if (command->get_subcommands().empty()) {
-            throw UsageError("feed needs a source; its sources: kernel");
+            throw UsageError("feed needs a source; its sources: kernel, sim");
         }
     });
 }

@@ -106,17 +106,25 @@ uint64_t Pass::encodeTime() const {
 }
 
 Host::Host(const std::string& pluginFile) {
-    const auto initPlugin =
-        reinterpret_cast<decltype(&QOS_TLM_InitPlugin)>(dlsym(loadPlugin(pluginFile), "QOS_TLM_InitPlugin"));
-    if (initPlugin == nullptr) {
-        throw std::runtime_error(fmt::format("{} is not the plug-in: it has no QOS_TLM_InitPlugin", pluginFile));
-    }
+    void* const library = loadPlugin(pluginFile);
+    const auto find = [&](const char* name) {
+        if (void* function = dlsym(library, name)) {
+            return function;
+        }
+        throw std::runtime_error(fmt::format("{} is not the plug-in, or too old a one: it has no {}",
+                                             pluginFile.empty() ? kPluginName : pluginFile, name));
+    };
+    const auto initPlugin = reinterpret_cast<decltype(&QOS_TLM_InitPlugin)>(find("QOS_TLM_InitPlugin"));
+    const auto setBatchPolicy = reinterpret_cast<decltype(&QOS_TLM_SetBatchPolicy)>(find("QOS_TLM_SetBatchPolicy"));
     devhost::setFunctionTable(&kFunctionTable);
     devhost::setLogSink([](uint32_t, uint32_t, std::string_view text) { received.messages.emplace_back(text); });
     const uint32_t result = initPlugin(kModuleId);
     if (result != 0 || !received.messages.empty() || received.paths.empty()) {
         throw std::runtime_error(fmt::format("the plug-in does not start, result {}, {} paths registered: {}", result,
                                              received.paths.size(), fmt::join(received.messages, " ")));
+    }
+    if (const uint32_t refused = setBatchPolicy(QOS_TLM_BATCH_BY_PAYLOAD); refused != 0) {
+        throw std::runtime_error(fmt::format("the plug-in refuses to end batches by payload, result {}", refused));
     }
     paths_ = std::exchange(received.paths, {});
 }
@@ -132,14 +140,22 @@ const Path& Host::path(std::string_view name) const {
     throw UsageError(fmt::format("there is no path '{}'; the paths are {}", name, fmt::join(aliases, ", ")));
 }
 
-Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId) {
+Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId,
+                   const std::function<void(const Batch&)>& onBatch) {
     Pass pass;
-    size_t batchesBefore = 0;
+    bool sent = false;
     do {
-        batchesBefore = received.batches.size();
-        pass.result = path.queryFunc(subscriptionId, ++callNumber_, &request);
-    } while (pass.result == QOS_TLM_RESULT_MORE && received.batches.size() > batchesBefore && !stopRequested());
-    if (pass.result == QOS_TLM_RESULT_MORE && received.batches.size() == batchesBefore) {
+        const size_t batchesBefore = received.batches.size();
+        const size_t messagesBefore = received.messages.size();
+        pass.result = path.queryFunc(subscriptionId, nextNumber_, &request);
+        sent = received.batches.size() > batchesBefore;
+        // A call that had nothing to send leaves its number to the next; one that failed does not, so that a gap shows.
+        nextNumber_ += sent || received.messages.size() > messagesBefore || pass.result == QOS_TLM_RESULT_FAILED;
+        if (sent && onBatch) {
+            onBatch(received.batches.back());
+        }
+    } while (pass.result == QOS_TLM_RESULT_MORE && sent && !stopRequested());
+    if (pass.result == QOS_TLM_RESULT_MORE && !sent) {
         throw std::runtime_error(fmt::format("{} says that records remain, but sends none", path.alias));
     }
     pass.batches = std::exchange(received.batches, {});

@@ -10,6 +10,7 @@
 #define DEVHOST_CLI_HOST_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,7 +30,7 @@ struct Path {
 /* A copy of one uploaded buffer. */
 struct Batch {
     uint32_t hostArg1;          // the subscription id
-    uint32_t hostArg2;          // the running number of the sampling call
+    uint32_t hostArg2;          // the running number, from 1
     uint64_t collectStartTime;  // milliseconds since 1970
     uint64_t collectEndTime;
     uint64_t encodeTimeSpend;  // microseconds
@@ -64,12 +65,16 @@ class Host {
     /* By alias or xpath; throws UsageError, which names the aliases, for any other text. */
     const Path& path(std::string_view name) const;
 
-    /* Calls the path until its pass ends, a call fails, or a stop is requested. */
-    Pass runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId);
+    /*
+     * Calls the path until its pass ends, a call fails, or a stop is requested; onBatch sees each batch as it arrives.
+     * The running numbers of this process's batches follow each other; one is left out for a call that failed.
+     */
+    Pass runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId,
+                 const std::function<void(const Batch&)>& onBatch = {});
 
   private:
     std::vector<Path> paths_;
-    uint32_t callNumber_ = 0;
+    uint32_t nextNumber_ = 1;
 };
 
 }  // namespace host

@@ -183,12 +183,6 @@ void sendTraffic(const std::stop_token& stop, const std::array<Descriptor, Lab::
 
 }  // namespace
 
-Descriptor::~Descriptor() {
-    if (number_ >= 0) {
-        close(number_);
-    }
-}
-
 Lab::Lab() : sender_(makeNamespace()), receiver_(makeNamespace()) {
     joinNamespaces();
     addClasses();

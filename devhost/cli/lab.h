@@ -15,8 +15,9 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
+
+#include "devhost/cli/descriptor.h"
 
 namespace host {
 
@@ -24,23 +25,6 @@ namespace host {
 class LabUnavailable : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
-};
-
-/* A descriptor with an owner. */
-class Descriptor {
-  public:
-    explicit Descriptor(int number = -1) : number_(number) {}
-    ~Descriptor();
-    Descriptor(Descriptor&& other) noexcept : number_(other.number_) { other.number_ = -1; }
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(number_, other.number_);
-        return *this;
-    }
-
-    int get() const { return number_; }
-
-  private:
-    int number_;
 };
 
 /* What tc says of a class. */

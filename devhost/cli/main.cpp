@@ -27,6 +27,7 @@ int run(int argc, char** argv) {
     app.fallthrough();
     host::addPathsCommand(app, invocation);
     host::addSampleCommand(app, invocation);
+    host::addDecodeCommand(app, invocation);
     host::addFeedCommand(app, invocation);
     host::addDemoCommand(app, invocation);
     try {
@@ -34,7 +35,7 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         if (const auto unknown = app.remaining(); app.get_subcommands().empty() && !unknown.empty()) {
             throw host::UsageError(fmt::format(
-                "there is no command '{}'; the commands are paths, sample, feed and demo", unknown.front()));
+                "there is no command '{}'; the commands are paths, sample, decode, feed and demo", unknown.front()));
         }
         return app.exit(error) == 0 ? host::kDone : host::kUsage;
     }
@@ -53,10 +54,13 @@ int main(int argc, char** argv) {
         report(error);
         return host::kUsage;
     } catch (const std::system_error& error) {
-        if (std::ferror(stdout) != 0 && error.code() == std::errc::broken_pipe) {
+        if (std::ferror(stdout) == 0) {
+            report(error);
+        } else if (error.code() == std::errc::broken_pipe) {
             return host::kDone;  // the reader has seen enough
+        } else {
+            report(std::system_error(error.code(), "cannot write the output"));
         }
-        report(error);
     } catch (const std::exception& error) {
         report(error);
     }

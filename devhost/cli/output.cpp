@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -57,22 +56,9 @@ std::string hexText(std::string_view payload) {
     return text + fmt::format("{:08x}\n", payload.size());
 }
 
-void printTable(const std::vector<Batch>& batches, const Catalogued& entry, QosTlmEncodeType encoding) {
-    std::vector<Row> rows;
-    for (const Batch& batch : batches) {
-        auto decoded = (encoding == QOS_TLM_ENCODE_GPB ? decodeGpb : decodeJson)(entry, batch.payload);
-        if (decoded.size() != batch.recordCount) {
-            throw std::runtime_error(
-                fmt::format("a sample has {} records, its header says {}", decoded.size(), batch.recordCount));
-        }
-        std::move(decoded.begin(), decoded.end(), std::back_inserter(rows));
-    }
-    fmt::print("{}", tableText(entry, rows));
-}
-
 }  // namespace
 
-void printBatches(const std::vector<Batch>& batches, const std::string& alias, QosTlmEncodeType encoding,
+void printBatches(std::span<const Batch> batches, const std::string& alias, QosTlmEncodeType encoding,
                   const std::string& output) {
     if (batches.empty()) {
         return;
@@ -80,9 +66,9 @@ void printBatches(const std::vector<Batch>& batches, const std::string& alias, Q
     if (output == "table") {
         const Catalogued* entry = findInCatalogue(alias);
         if (entry == nullptr) {
-            throw std::runtime_error(fmt::format("the schema of {} is not in this build", alias));
+            throw std::runtime_error(fmt::format("the schema of {} is not in this program", alias));
         }
-        printTable(batches, *entry, encoding);
+        fmt::print("{}", tableText(*entry, decodeBatches(*entry, encoding, batches)));
     }
     for (const Batch& batch : batches) {
         if (output == "json") {
@@ -97,8 +83,12 @@ void printSummary(uint64_t number, const Pass& pass) {
     const char* result = pass.result == QOS_TLM_RESULT_DONE   ? "done"
                          : pass.result == QOS_TLM_RESULT_MORE ? "stopped"
                                                               : "failed";
-    fmt::print("pass {}: records {}, batches {}, bytes {}, encoding time {} us, result {} ({})\n", number,
-               pass.records(), pass.batches.size(), pass.bytes(), pass.encodeTime(), pass.result, result);
+    const std::string numbers = pass.batches.empty()       ? "none"
+                                : pass.batches.size() == 1 ? std::to_string(pass.batches.front().hostArg2)
+                                                           : fmt::format("{} to {}", pass.batches.front().hostArg2,
+                                                                         pass.batches.back().hostArg2);
+    fmt::print("pass {}: records {}, batches {}, numbers {}, bytes {}, encoding time {} us, result {} ({})\n", number,
+               pass.records(), pass.batches.size(), numbers, pass.bytes(), pass.encodeTime(), pass.result, result);
 }
 
 void flushOutput() {

@@ -6,6 +6,7 @@
 #define DEVHOST_CLI_OUTPUT_H
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -17,10 +18,10 @@ namespace host {
 inline const std::vector<std::string> kOutputs = {"table", "json", "hex", "none"};
 
 /* Batches of one path, in one encoding, in one of the forms above. */
-void printBatches(const std::vector<Batch>& batches, const std::string& alias, QosTlmEncodeType encoding,
+void printBatches(std::span<const Batch> batches, const std::string& alias, QosTlmEncodeType encoding,
                   const std::string& output);
 
-/* One line: what the pass brought. */
+/* One line: what the pass brought, and the running numbers of its batches. */
 void printSummary(uint64_t number, const Pass& pass);
 
 /* Hands what was printed to the reader. */

@@ -12,12 +12,20 @@ namespace host {
 
 namespace {
 
+std::string thresholdText(const Catalogued& entry) {
+    if (entry.conditionsOnly) {
+        return "none";
+    }
+    return entry.notCompared.empty() ? "on every field"
+                                     : fmt::format("on every field but {}", fmt::join(entry.notCompared, " and "));
+}
+
 void printText(const std::vector<Path>& paths) {
     for (const Path& path : paths) {
         fmt::print("{}\n  xpath        {}\n", path.alias, path.xpath);
         const Catalogued* entry = findInCatalogue(path.alias);
         if (entry == nullptr) {
-            fmt::print("  no query in this build\n");
+            fmt::print("  not in this program's schema\n");
             continue;
         }
         const char* heading = "fields";
@@ -31,6 +39,7 @@ void printText(const std::vector<Path>& paths) {
             fmt::print("  {:<12} {}: {}\n", heading, condition.field, condition.takes);
             heading = "";
         }
+        fmt::print("  thresholds   {}\n", thresholdText(*entry));
         fmt::print("  batch limit  {} records\n", entry->batchLimit);
     }
 }
@@ -39,9 +48,8 @@ void printText(const std::vector<Path>& paths) {
 void printJson(const std::vector<Path>& paths) {
     const char* before = "[\n";
     for (const Path& path : paths) {
-        nlohmann::ordered_json item = {{"alias", path.alias}, {"xpath", path.xpath}, {"query", false}};
+        nlohmann::ordered_json item = {{"alias", path.alias}, {"xpath", path.xpath}};
         if (const Catalogued* entry = findInCatalogue(path.alias)) {
-            item["query"] = true;
             auto& fields = item["fields"] = nlohmann::ordered_json::array();
             for (int index = 0; index < entry->fieldCount(); ++index) {
                 const auto& field = entry->field(index);
@@ -49,6 +57,7 @@ void printJson(const std::vector<Path>& paths) {
                     {{"number", field.number()}, {"name", field.json_name()}, {"type", field.type_name()}});
             }
             item["conditions"] = entry->conditionNames();
+            item["thresholds"] = entry->thresholdNames();
             item["batch-limit"] = entry->batchLimit;
         }
         fmt::print("{}  {}", before, item.dump());

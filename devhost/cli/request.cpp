@@ -39,6 +39,11 @@ std::string patternError(std::string_view pattern) {
     return reason;
 }
 
+bool parseNumber(std::string_view text, uint32_t& number) {
+    const auto [rest, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    return error == std::errc{} && rest == text.data() + text.size();
+}
+
 struct Operator {
     std::string_view sign;
     QosTlmThresholdOp code;
@@ -69,7 +74,7 @@ void addCondition(QosTlmQueryParam& request, const std::string& alias, const Cat
         std::find_if(honoured.begin(), honoured.end(), [field](const Condition& each) { return each.field == field; });
     if (condition == honoured.end()) {
         refuse(honoured.empty() ? fmt::format("{} honours no condition", alias)
-                                : fmt::format("{} honours {}", alias, fmt::join(entry->conditionNames(), " and ")));
+                                : fmt::format("{} honours {}", alias, fmt::join(entry->conditionNames(), ", ")));
     }
     if (value.size() >= QOS_TLM_CONDITION_VALUE_SIZE) {
         refuse(fmt::format("the value has {} bytes, a request carries at most {}", value.size(),
@@ -79,7 +84,14 @@ void addCondition(QosTlmQueryParam& request, const std::string& alias, const Cat
         !values.empty() && std::find(values.begin(), values.end(), value) == values.end()) {
         refuse(fmt::format("{} takes {}", field, condition->takes));
     }
-    if (const std::string error = condition->pattern ? patternError(value) : ""; !error.empty()) {
+    if (condition->kind == ConditionKind::number) {
+        uint32_t number = 0;
+        if (!parseNumber(value, number)) {
+            refuse(fmt::format("{} takes a whole number from 0 to {}", field, std::numeric_limits<uint32_t>::max()));
+        }
+    }
+    if (const std::string error = condition->kind == ConditionKind::pattern ? patternError(value) : "";
+        !error.empty()) {
         refuse("the pattern is no regular expression: " + error);
     }
     QosTlmCondition& added = request.conditions[request.conditionNum++];
@@ -104,17 +116,16 @@ void addThreshold(QosTlmQueryParam& request, const std::string& alias, const Cat
     if (op == std::end(kOperators)) {
         refuse("write FIELD, one of = == > >= < <=, and VALUE");
     }
-    const std::vector<std::string> fields = entry != nullptr ? entry->fieldNames() : std::vector<std::string>{};
+    const std::vector<std::string> fields = entry != nullptr ? entry->thresholdNames() : std::vector<std::string>{};
     if (std::find(fields.begin(), fields.end(), field) == fields.end()) {
-        refuse(fields.empty() ? fmt::format("{} has no fields to compare", alias)
-                              : fmt::format("the fields of {} are {}", alias, fmt::join(fields, ", ")));
+        refuse(fields.empty() ? fmt::format("{} compares no field", alias)
+                              : fmt::format("{} compares {}", alias, fmt::join(fields, ", ")));
     }
     if (request.thresholdNum == 1 && field != request.thresholds[0].fieldName) {
         refuse(fmt::format("the first threshold names the field for both, here {}", request.thresholds[0].fieldName));
     }
     uint32_t value = 0;
-    const auto [rest, error] = std::from_chars(number.data(), number.data() + number.size(), value);
-    if (error != std::errc{} || rest != number.data() + number.size()) {
+    if (!parseNumber(number, value)) {
         refuse(fmt::format("the value must be a whole number from 0 to {}, since only 32 bits are compared",
                            std::numeric_limits<uint32_t>::max()));
     }

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 
+#include "devhost/cli/capture.h"
 #include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
 #include "devhost/cli/duration.h"
@@ -29,6 +30,7 @@ struct SampleOptions {
     std::vector<std::string> conditions;
     std::vector<std::string> thresholds;
     std::string relation;
+    std::string capture;
     std::chrono::milliseconds every{0};
     std::optional<uint64_t> count;
     std::optional<uint32_t> period;
@@ -54,6 +56,9 @@ QosTlmQueryParam buildRequest(const SampleOptions& options, const Path& path) {
     if (options.redundantPeriod && (options.period || request.thresholdNum > 0)) {
         throw UsageError("--suppress-redundant makes the plug-in ignore --threshold and --period: leave them out");
     }
+    if (entry != nullptr && entry->conditionsOnly && (options.period || options.redundantPeriod)) {
+        throw UsageError(fmt::format("{} has no --period and no --suppress-redundant", path.alias));
+    }
     request.periodCheck = options.period ? 1 : 0;
     request.selfDefPeriod = options.period.value_or(0);
     request.suppressRedundant = options.redundantPeriod ? 1 : 0;
@@ -66,11 +71,20 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     Host plugin(pluginFile);
     const Path& path = plugin.path(options.path);
     const QosTlmQueryParam request = buildRequest(options, path);
+    std::optional<CaptureWriter> capture;
+    if (!options.capture.empty()) {
+        capture.emplace(options.capture);
+    }
+    const auto keep = [&](const Batch& batch) {
+        if (capture) {
+            capture->add(path.alias, options.encodeType(), batch);
+        }
+    };
     const uint64_t last = options.count.value_or(options.every.count() == 0 ? 1 : std::numeric_limits<uint64_t>::max());
     auto next = std::chrono::steady_clock::now();
     int code = kDone;
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
-        const Pass pass = plugin.runPass(path, request, kSubscriptionId);
+        const Pass pass = plugin.runPass(path, request, kSubscriptionId, keep);
         printBatches(pass.batches, path.alias, options.encodeType(), options.output);
         if (options.output != "json") {
             printSummary(number, pass);
@@ -125,6 +139,8 @@ void addSampleCommand(CLI::App& app, Invocation& invocation) {
     command->add_option("--output", options->output, "Form of the output; json of GPB is RFC 7951 JSON")
         ->check(CLI::IsMember(kOutputs))
         ->capture_default_str();
+    command->add_option("--capture", options->capture, "Keep the samples in this new file, for qos-host decode")
+        ->type_name("FILE");
     command->callback([options, &invocation] {
         invocation.action = [options, &invocation] { return runSample(*options, invocation.pluginFile); };
     });

@@ -3,9 +3,10 @@
 #
 #   run_case.sh PROGRAM_DIR CASE_FILE        UPDATE=1 writes the transcript anew instead
 #
-# In a transcript "$ " begins a command line for bash, which finds qos-host in PROGRAM_DIR and few.db, many.db and other
-# files of make_databases.sh around it. Its output follows (standard output, then standard error), then "? " and the
-# exit code. Lines that begin with "#" are remarks. Times spent encoding are shown as N.
+# In a transcript "$ " begins a command line for bash, which finds qos-host in PROGRAM_DIR and few.db, many.db, nine.db and other
+# files around it. Its output follows (standard output, then standard error), then "? " and the
+# exit code. Lines that begin with "#" are remarks. Times spent encoding are shown as N,
+# times of collection as T.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 case_file=$(realpath "$2")
@@ -20,6 +21,7 @@ cd "$scratch" || exit 1
 for name in few many; do
     cat "$here/queue_stat.sql" "$here/$name.sql" | sqlite3 -bail "$name.db" >make.log 2>&1 || { cat make.log; exit 1; }
 done
+cat "$here/../../docs/samples/example.sql" "$here/nine.sql" | sqlite3 -bail nine.db || exit 1
 sqlite3 empty.db 'CREATE TABLE other (x)'
 echo 'this is a text, not a database' >text.db
 
@@ -34,7 +36,8 @@ while IFS= read -r line; do
         ;;
     '#'* | '') echo "$line" ;;
     esac
-done <"$case_file" | sed -E 's/encoding time [0-9]+ us/encoding time N us/' >transcript
+done <"$case_file" | sed -E -e 's/encoding time [0-9]+ us/encoding time N us/' \
+    -e 's/collected [0-9]{4}(-[0-9]{2}){2}T[0-9]{2}(:[0-9]{2}){2}\.[0-9]{3}Z/collected T/' >transcript
 
 if [ -n "${UPDATE:-}" ]; then
     cp transcript "$case_file"

@@ -1,0 +1,93 @@
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <ctime>
+#include <map>
+#include <memory>
+
+#include "devhost/cli/capture.h"
+#include "devhost/cli/commands.h"
+#include "devhost/cli/output.h"
+#include "devhost/cli/stop.h"
+
+namespace host {
+
+namespace {
+
+struct DecodeOptions {
+    std::string file;
+    std::string output = "table";
+};
+
+// Milliseconds since 1970 in ISO 8601.
+std::string timeText(uint64_t time) {
+    const auto seconds = static_cast<std::time_t>(time / 1000);
+    std::tm fields = {};
+    if (gmtime_r(&seconds, &fields) == nullptr) {
+        return fmt::format("{} ms after 1970", time);
+    }
+    return fmt::format("{:%FT%T}.{:03}Z", fields, time % 1000);
+}
+
+void printHeading(uint64_t number, const CapturedBatch& captured) {
+    const Batch& batch = captured.batch;
+    fmt::print(
+        "batch {}: {} in {}, subscription {}, number {}, records {}, bytes {}, collected {}, encoding time {} us\n",
+        number, captured.alias, captured.encoding == QOS_TLM_ENCODE_GPB ? "gpb" : "json", batch.hostArg1,
+        batch.hostArg2, batch.recordCount, batch.payload.size(), timeText(batch.collectStartTime),
+        batch.encodeTimeSpend);
+}
+
+int runDecode(const DecodeOptions& options) {
+    CaptureReader reader(options.file);
+    std::map<uint32_t, uint32_t> lastNumbers;  // by subscription
+    int code = kDone;
+    uint64_t count = 0;
+    while (!stopRequested()) {
+        std::optional<CapturedBatch> captured;
+        try {
+            captured = reader.next();
+        } catch (const std::exception&) {
+            flushOutput();  // what came before the fault stands before its message
+            throw;
+        }
+        if (!captured) {
+            break;
+        }
+        const Batch& batch = captured->batch;
+        if (options.output != "json") {
+            printHeading(++count, *captured);
+        }
+        uint32_t& last = lastNumbers[batch.hostArg1];
+        if (batch.hostArg2 != last + 1) {
+            flushOutput();
+            fmt::print(stderr, "qos-host: '{}', byte {}: gap in subscription {}: number {} where {} is due\n",
+                       options.file, captured->offset, batch.hostArg1, batch.hostArg2, last + 1);
+            code = kFailed;
+        }
+        last = batch.hostArg2;
+        try {
+            printBatches({&batch, 1}, captured->alias, captured->encoding, options.output);
+        } catch (const std::system_error&) {
+            throw;
+        } catch (const std::runtime_error& error) {
+            flushOutput();
+            reader.fail(captured->offset, error.what());
+        }
+    }
+    return code;
+}
+
+}  // namespace
+
+void addDecodeCommand(CLI::App& app, Invocation& invocation) {
+    CLI::App* command = app.add_subcommand("decode", "Show the samples of a capture");
+    const auto options = std::make_shared<DecodeOptions>();
+    command->add_option("FILE", options->file, "What qos-host sample --capture wrote")->required();
+    command->add_option("--output", options->output, "Form of the output; json of GPB is RFC 7951 JSON")
+        ->check(CLI::IsMember(kOutputs))
+        ->capture_default_str();
+    command->callback([options, &invocation] { invocation.action = [options] { return runDecode(*options); }; });
+}
+
+}  // namespace host
