@@ -325,11 +325,18 @@ class Cycle {
                 continue;
             }
             QosTlmNode* lastEntry = list->lastChild;
+            const BatchRoom roomBefore = room;
             if (F::steps.addEntry(list, &record) != 0) {
                 return QOS_TLM_RESULT_FAILED;
             }
-            // A batch is never ended before its first counted record, so that every call gets further.
-            if (!room.takes(list->lastChild) && count > 0) {
+            const bool fits = room.takes(list->lastChild);
+            // A record without a key comes with every call: it must leave room for one that gets the pass further.
+            if (room.isScarce() && !hasKey(record)) {
+                removeAfter(list, lastEntry);
+                room = roomBefore;
+                continue;
+            }
+            if (!fits && count > 0) {
                 removeAfter(list, lastEntry);
                 mark.restore();
                 *F::queryToEnd = 1;
@@ -362,6 +369,11 @@ class Cycle {
             return {};
         }
         return {key.first, key.second, F::index};
+    }
+
+    static bool hasKey(const Record& record) {
+        Key key;
+        return F::keys.find(record, KeyUse::mark, key);
     }
 
     static void removeAfter(QosTlmNode* list, QosTlmNode* lastEntry) {

@@ -85,7 +85,8 @@ TEST_F(BatchPolicyTest, TenThousandQueuesArriveComplete) {
 
 // A record that is put off to the next call must not count as seen by the checks that remember.
 TEST_F(BatchPolicyTest, RecordsPutOffAreNotForgotten) {
-    for (const Family& family : {familyOf(3), familyOf(4)}) {
+    for (const uint32_t index : {1u, 2u, 3u, 4u, 7u}) {  // those that can put off a row before 256 keys are tracked
+        const Family& family = familyOf(index);
         for (const bool suppress : {true, false}) {
             SCOPED_TRACE(testing::Message() << family.tag << suppress);
             reload();
@@ -100,39 +101,72 @@ TEST_F(BatchPolicyTest, RecordsPutOffAreNotForgotten) {
                 deliveredRows(family, request_);  // first sight
                 platform.nowMs += 11'000;
             }
-            EXPECT_EQ(deliveredRows(family, request_).size(), rows);
+            platform.uploads.clear();
+            runPass(family, request_);
+            EXPECT_LT(platform.uploads.at(0).sample.recordCount, std::min(rows, family.batchLimit)) << "none put off";
+            EXPECT_EQ(takeEntries(family, request_.encodeType).size(), rows);
             deliveredRows(family, request_);
             EXPECT_THAT(deliveredRows(family, request_), IsEmpty()) << "and then each is known";
         }
     }
 }
 
-// Batches that fit: the same bytes by the same calls of the platform.
+// Batches that fit, the fullest too: the same bytes by the same calls of the platform. One row more does not fit.
 TEST_F(BatchPolicyTest, BatchesThatFitAreUnchanged) {
+    using Pass = std::pair<std::vector<std::string>, std::vector<std::string>>;  // calls, payloads
     for (const Family& family : kFamilies) {
         for (request_.encodeType = 0; request_.encodeType < 2; ++request_.encodeType) {
             SCOPED_TRACE(testing::Message() << family.tag << " " << request_.encodeType);
-            std::vector<std::string> calls;
-            std::vector<std::string> payloads;
-            for (const uint32_t policy : {0u, 1u}) {
+            const auto pass = [&](uint32_t policy, bool longRows, uint32_t rows) {
                 reload();
-                addRows(family, family.isMonitor() ? 50 : family.batchLimit + 1);
+                longRows ? addLongRows(family, rows) : addRows(family, rows);
                 setPolicy(policy);
                 platform.calls.clear();
                 runPass(family, request_);
-                std::vector<std::string> seen(platform.calls.begin(), platform.calls.end());
-                std::vector<std::string> sent;
+                Pass seen{{platform.calls.begin(), platform.calls.end()}, {}};
                 for (const fake::Upload& upload : platform.uploads) {
-                    sent.emplace_back(reinterpret_cast<const char*>(upload.sample.data), upload.sample.dataLen);
+                    seen.second.emplace_back(reinterpret_cast<const char*>(upload.sample.data), upload.sample.dataLen);
                 }
-                platform.uploads.clear();
-                if (policy == 1) {
-                    EXPECT_EQ(sent, payloads);
-                    EXPECT_EQ(seen, calls);
-                }
-                calls = seen;
-                payloads = sent;
+                return seen;
+            };
+            if (!family.isMonitor()) {
+                EXPECT_EQ(pass(0, false, family.batchLimit + 1), pass(1, false, family.batchLimit + 1));
             }
+            pass(1, true, family.batchLimit + 1);
+            const uint32_t full = platform.uploads.at(0).sample.recordCount;
+            const Pass fits = pass(0, true, full);
+            EXPECT_EQ(fits.second.size(), 1u);
+            EXPECT_EQ(fits, pass(1, true, full));
+            if (full < family.batchLimit) {
+                EXPECT_EQ(pass(0, true, full + 1).second.size(), family.isMonitor() ? 2u : 0u);
+                EXPECT_EQ(fake::takeLog().size(), family.isMonitor() ? 0u : 1u);
+                EXPECT_EQ(pass(1, true, full + 1).second.size(), 2u);
+            }
+        }
+    }
+}
+
+// Slots that are none are sent in every call and never counted: they must leave room for those that are.
+TEST_F(BatchPolicyTest, RecordsWithoutKeyLeaveRoomForTheOthers) {
+    const Family& family = familyOf(QOS_TLM_FAMILY_TM_BUF);
+    for (const std::string& first : {std::string("6"), std::string("none")}) {
+        reload();
+        addRows(family, 602);
+        for (size_t row = 0; row < 602; ++row) {
+            setText(family, row, "slotId", row == 0 ? first : row == 601 ? "8" : "none");
+        }
+        setPolicy(1);
+        request_.encodeType = QOS_TLM_ENCODE_JSON;
+        runPass(family, request_);
+        std::vector<std::string> slots;
+        for (const auto& entry : takeEntries(family, request_.encodeType, false)) {
+            if (entry["slot-id"] != "none") {
+                slots.push_back(entry["slot-id"]);
+            }
+        }
+        EXPECT_EQ(slots, first == "none" ? std::vector<std::string>{"8"} : std::vector<std::string>({"6", "8"}));
+        for (const std::string& message : fake::takeLog()) {
+            EXPECT_THAT(message, testing::EndsWith("parse string slot to num slot failed."));
         }
     }
 }

@@ -354,11 +354,14 @@ void clearRows(const Family& family) {
     withTable(family, [](auto& table) { table.clear(); });
 }
 
+bool hasQueues(const Family& family) {
+    return family.index == 2 || family.index == 3 || family.index >= 7;
+}
+
 void addRow(const Family& family, uint32_t number) {
     withTable(family, [](auto& table) { table.emplace_back(); });
     const size_t row = rowCount(family) - 1;
-    const bool queues = family.index == 2 || family.index == 3 || family.index >= 7;
-    const uint32_t interface = queues ? number / 8 : number;
+    const uint32_t interface = hasQueues(family) ? number / 8 : number;
     uint64_t position = 0;
     for (const std::string& column : family.columns) {
         ++position;
@@ -422,11 +425,11 @@ void runPass(const Family& family, const QosTlmQueryParam& request) {
     ASSERT_EQ(*pluginSymbolAs<uint32_t*>(family.flag), 0u);
 }
 
-std::vector<json> takeEntries(const Family& family, uint32_t encodeType) {
+std::vector<json> takeEntries(const Family& family, uint32_t encodeType, bool allCount) {
     std::vector<json> all;
     for (const auto& [moduleId, sample] : platform.uploads) {
         const auto entries = readEntries(sample, encodeType, family.container, family.list);
-        EXPECT_EQ(sample.recordCount, entries.size());
+        EXPECT_TRUE(sample.recordCount == entries.size() || !allCount);
         EXPECT_LE(sample.dataLen, QOS_TLM_PAYLOAD_SIZE);
         all.insert(all.end(), entries.begin(), entries.end());
     }

@@ -62,6 +62,9 @@ inline void PrintTo(const Family& family, std::ostream* out) {
 extern const std::vector<Family> kFamilies;
 const Family& familyOf(uint32_t index);
 
+// Whether a row is a queue of an interface.
+bool hasQueues(const Family& family);
+
 // Another row for each number. Small numbers keep a JSON batch within the payload; rows 1 and 2 hold extremes.
 void addRow(const Family& family, uint32_t number);
 void addRows(const Family& family, uint32_t count);
@@ -81,8 +84,8 @@ uint32_t callEntryPoint(const Family& family, const QosTlmQueryParam& request);
 // Sampling calls until the pass is over.
 void runPass(const Family& family, const QosTlmQueryParam& request);
 
-// The entries of all uploads, which are taken away.
-std::vector<nlohmann::json> takeEntries(const Family& family, uint32_t encodeType);
+// The entries of all uploads, which are taken away. allCount: each of them is in the header's count.
+std::vector<nlohmann::json> takeEntries(const Family& family, uint32_t encodeType, bool allCount = true);
 
 // One pass; the numbers of the rows that it delivered, by the text that names them and its queue.
 std::vector<size_t> deliveredRows(const Family& family, const QosTlmQueryParam& request);

@@ -169,6 +169,30 @@ TEST_P(FamilyFiltersTest, PeriodicSend) {
     EXPECT_EQ(deliveredRows(family_, request), whenever);
 }
 
+TEST_P(FamilyFiltersTest, RowsOfOneKeyAreOneInAContinuedPass) {
+    const auto addTwin = [&] {  // of the first row: another row with its key
+        addRow(family_, 4);
+        const size_t twin = rowCount(family_) - 1;
+        for (const std::string& column : family_.columns) {
+            if (column == "ifIndex" || column == "if_index") {
+                setValue(family_, twin, column, hasQueues(family_) ? 0 : 1);
+            } else if (column == "queueId" || column == "queue" || column == "queue_index") {
+                setValue(family_, twin, column, 8);
+            } else if (family_.index == QOS_TLM_FAMILY_TM_BUF && column == "slotId") {
+                setText(family_, twin, column, "0/0");
+            }
+        }
+    };
+    clearRows(family_);
+    addRow(family_, 0);
+    addTwin();
+    EXPECT_THAT(deliveredRows(family_, {}), ElementsAre(0, 1)) << "in one batch both are sent";
+    clearRows(family_);
+    addRows(family_, family_.batchLimit);
+    addTwin();
+    EXPECT_EQ(deliveredRows(family_, {}).size(), family_.batchLimit) << "the twin counts as sent";
+}
+
 std::string tagOf(const testing::TestParamInfo<Family>& test) {
     return test.param.tag;
 }
@@ -254,6 +278,10 @@ TEST_F(FamilySpecialsTest, TimesOfMonitoringResults) {
     }
     fake::failCall("KAT_SystimeSec2Time", 1, 5);
     EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE) << "its result is not examined";
+    addRow(family, 9);
+    setText(family, 1, "ifName", "e*");
+    setCondition(request_, "interface-name", "e*");
+    EXPECT_THAT(deliveredRows(family, request_), ElementsAre(1)) << "a name, not a pattern";
 }
 
 }  // namespace

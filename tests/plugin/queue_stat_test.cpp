@@ -174,68 +174,6 @@ TEST_F(QueueStatTest, ChangeSuppression) {
     EXPECT_EQ(sample().size(), 2u);
 }
 
-// A query made of the exported steps.
-uint32_t composedQuery(const QosTlmQueryParam& request, QosTlmSampleData& sample) {
-    void* object = nullptr;
-    void* iterator = nullptr;
-    QosTlmNode* root = nullptr;
-    QosTlmNode* list = nullptr;
-    if (CALL(QOS_TLM_GetQueueStatIter)(&object, &iterator) != 0) {
-        return QOS_TLM_RESULT_FAILED;
-    }
-    uint32_t result = QOS_TLM_RESULT_FAILED;
-    if (CALL(QOS_TLM_GetQueueStatStartNode)(request.encodeType, &root, &list) == 0) {
-        const uint32_t previous = CALL(QOS_TLM_InitQueueStatQueryFlag)();
-        uint32_t count = 0;
-        uint32_t next = 0;
-        QosTlmQueueStat record{};
-        while ((next = db_root_iterator_next(iterator)) == 0) {
-            if (CALL(QOS_TLM_ReadQueueStatField)(object, &record) != 0) {
-                break;
-            }
-            if (CALL(QOS_TLM_CheckQueueStat)(previous, &record, &request, &sample.thresholdValue) == 0) {
-                continue;
-            }
-            if (CALL(QOS_TLM_GetQueueStatDataNode)(list, &record) != 0) {
-                break;
-            }
-            if (CALL(QOS_TLM_IsQueueStatRecordCntOver)(&record, &count) == 1) {
-                CALL(QOS_TLM_EncodingData)(root, request.encodeType, count, &sample);
-                result = QOS_TLM_RESULT_MORE;
-                break;
-            }
-        }
-        if (next == QOS_DB_END) {
-            CALL(QOS_TLM_EncodingData)(root, request.encodeType, count, &sample);
-            result = QOS_TLM_RESULT_DONE;
-        }
-        CALL(QOS_TLM_ReleaseNode)(root);
-    }
-    db_release_qos_tlm_queue_stat_object(object);
-    return result;
-}
-
-TEST_F(QueueStatTest, ComposedStepsGiveTheSameBytes) {
-    for (uint32_t number = 0; number < 300; ++number) {
-        addRow(familyOf(QOS_TLM_FAMILY_QUEUE), number);
-    }
-    setCondition(request_, "interface-name", "E*");
-    setThreshold(request_, "pass-packets", QOS_TLM_OP_GREATER, 5);
-    for (request_.encodeType = 0; request_.encodeType < 2; ++request_.encodeType) {
-        runPass(familyOf(QOS_TLM_FAMILY_QUEUE), request_);
-        ASSERT_EQ(platform.uploads.size(), 3u);
-        for (const fake::Upload& upload : platform.uploads) {
-            QosTlmSampleData sample{};
-            const bool last = &upload == &platform.uploads.back();
-            EXPECT_EQ(composedQuery(request_, sample), last ? QOS_TLM_RESULT_DONE : QOS_TLM_RESULT_MORE);
-            ASSERT_EQ(sample.recordCount, upload.sample.recordCount);
-            ASSERT_EQ(sample.dataLen, upload.sample.dataLen);
-            EXPECT_EQ(memcmp(sample.data, upload.sample.data, sizeof sample.data), 0);
-        }
-        platform.uploads.clear();
-    }
-}
-
 TEST_F(QueueStatTest, QuestionsOneByOne) {
     QosTlmQueueStat record{3, "eth0", 2, (1ull << 32) + 100, 0, 0, 0, 0, 0, 0, 0};
     uint32_t value = 77;

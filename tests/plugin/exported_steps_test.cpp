@@ -1,0 +1,187 @@
+// The exported steps of every family: a query made of them sends what the family's own query sends.
+#include <dlfcn.h>
+
+#include <cstring>
+
+#include "nivex_qos/assembly.h"
+#include "nivex_qos/buf_monitor_stat.h"
+#include "platform/qos_db.h"
+#include "plugin/families.h"
+
+using fake::platform;
+
+namespace {
+
+// A step is called by name with an untyped record, as its binary interface allows and the type system does not.
+#if defined(__clang__)
+#define UNTYPED_CALL __attribute__((no_sanitize("function")))
+#else
+#define UNTYPED_CALL
+#endif
+
+enum class By { entryPoint, check, questions };
+
+// The batches of three passes six seconds apart: record count and payload.
+using Batches = std::vector<std::pair<uint32_t, std::string>>;
+
+class ExportedStepsTest : public StartedPluginTest, public testing::WithParamInterface<std::tuple<Family, uint32_t>> {
+  protected:
+    void SetUp() override {
+        StartedPluginTest::SetUp();
+        std::tie(family_, request_.encodeType) = GetParam();
+    }
+
+    // An exported step under its name, called with whatever it takes.
+    template <typename... Arguments>
+    UNTYPED_CALL uint32_t step(const std::string& before, const std::string& after, Arguments... arguments) const {
+        const bool monitor = family_.isMonitor();
+        const std::string tag = monitor && before == "Get" && after.find("StartNode") != after.npos ? "BufMonitor"
+                                : monitor && after == "RecordCntOver"                               ? "BufMon"
+                                : family_.index == 2 && after == "FieldValue"                       ? "QueBufStat"
+                                : family_.index == 4 && after == "FieldValue"                       ? "QueDropStat"
+                                                                                                    : family_.tag;
+        return pluginSymbolAs<uint32_t (*)(Arguments...)>("QOS_TLM_" + before + tag + after)(arguments...);
+    }
+
+    bool passes(By by, uint32_t previous, void* record, const QosTlmQueryParam* request, uint32_t* value) const {
+        if (by == By::check) {
+            return (family_.isMonitor() ? step("Check", "", previous, record, request)
+                                        : step("Check", "", previous, record, request, value)) == 1;
+        }
+        if (step("IsSent", "", previous, record) == 1 || step("IsCondition", "", record, request) == 0) {
+            return false;
+        }
+        if (family_.isMonitor()) {
+            return true;
+        }
+        if (request->suppressRedundant == 1) {
+            return step("IsRedundant", "", record, request) == 0;
+        }
+        if (step(request->periodCheck == 1 ? "IsSelfDefEvt" : "IsThreshold", "", record, request, value) == 0) {
+            return false;
+        }
+        if (request->thresholdNum > 0) {
+            uint32_t compared = ~*value;
+            const char* field = request->thresholds[0].fieldName;
+            step("Get", "FieldValue", field, record, &compared);
+            EXPECT_EQ(compared, *value);
+        }
+        return true;
+    }
+
+    uint32_t compose(By by, const QosTlmQueryParam& request, QosTlmSampleData& sample) const {
+        void* object = nullptr;
+        void* iterator = nullptr;
+        QosTlmNode* root = nullptr;
+        QosTlmNode* list = nullptr;
+        EXPECT_EQ(step("Get", "Iter", &object, &iterator), 0u);
+        const bool gpb = request.encodeType == QOS_TLM_ENCODE_GPB;
+        EXPECT_EQ(step("Get", gpb ? "GpbStartNode" : "JsonStartNode", &root, &list), 0u);
+        const uint32_t previous = step("Init", "QueryFlag");
+        alignas(8) uint8_t bytes[512];  // a record of any family; what it held before must not matter
+        memset(bytes, 0xA5, sizeof bytes);
+        void* record = bytes;
+        uint32_t count = 0;
+        uint32_t next = 0;
+        while ((next = db_root_iterator_next(iterator)) == 0) {
+            EXPECT_EQ(step("Read", "Field", object, record), 0u);
+            if (passes(by, previous, record, &request, &sample.thresholdValue)) {
+                EXPECT_EQ(step("Get", "DataNode", list, record), 0u);
+                if (step("Is", "RecordCntOver", record, &count) == 1) {
+                    break;
+                }
+            }
+        }
+        EXPECT_TRUE(next == 0 || next == QOS_DB_END);
+        CALL(QOS_TLM_EncodingData)(root, request.encodeType, count, &sample);
+        CALL(QOS_TLM_ReleaseNode)(root);
+        const std::string release = "db_release_qos_tlm_" + std::string(family_.table) + "_object";
+        reinterpret_cast<void (*)(void*)>(dlsym(RTLD_DEFAULT, release.c_str()))(object);
+        return next == 0 ? QOS_TLM_RESULT_MORE : QOS_TLM_RESULT_DONE;
+    }
+
+    Batches batches(By by, const QosTlmQueryParam& request) {
+        reload();
+        platform.quick = true;
+        // Composed steps end a batch at its limit alone; a JSON batch of monitoring results of that size does not fit.
+        addRows(family_,
+                family_.isMonitor() && request.encodeType == QOS_TLM_ENCODE_JSON ? 60 : family_.batchLimit + 3);
+        Batches all;
+        for (int pass = 0; pass < 3; ++pass, platform.nowMs += 6'000) {
+            if (by == By::entryPoint) {
+                runPass(family_, request);
+                continue;
+            }
+            uint32_t result = QOS_TLM_RESULT_MORE;
+            while (result == QOS_TLM_RESULT_MORE) {
+                QosTlmSampleData sample{};
+                result = compose(by, request, sample);
+                if (sample.recordCount > 0) {
+                    platform.uploads.push_back({0, sample});
+                }
+            }
+        }
+        for (const auto& [moduleId, sample] : platform.uploads) {
+            all.emplace_back(sample.recordCount,
+                             std::string(reinterpret_cast<const char*>(sample.data), sample.dataLen));
+        }
+        return all;
+    }
+
+    Family family_{};
+    QosTlmQueryParam request_{};
+};
+
+TEST_P(ExportedStepsTest, MakeTheSameQuery) {
+    const Condition& honoured = family_.conditions.back();
+    addRows(family_, 4);
+    QosTlmQueryParam condition = request_;
+    setCondition(condition, honoured.field,
+                 honoured.match == Match::pattern        ? "E1*"
+                 : honoured.match == Match::number       ? "3"
+                 : honoured.match == Match::serviceClass ? "ef"
+                                                         : valueOf(family_, 3, honoured.column).get<std::string>());
+    QosTlmQueryParam threshold = request_;
+    setThreshold(threshold, family_.leaves.back().name, QOS_TLM_OP_GREATER, 12);
+    QosTlmQueryParam period = threshold;
+    period.periodCheck = 1;
+    period.selfDefPeriod = 10;
+    QosTlmQueryParam suppress = request_;
+    suppress.suppressRedundant = 1;
+    suppress.redundantPeriod = 10;
+    int number = 0;
+    for (const QosTlmQueryParam& request : {request_, condition, threshold, period, suppress}) {
+        SCOPED_TRACE(number++);
+        const Batches sent = batches(By::entryPoint, request);
+        EXPECT_FALSE(sent.empty());
+        EXPECT_EQ(batches(By::check, request), sent);
+        EXPECT_EQ(batches(By::questions, request), sent);
+    }
+}
+
+std::string nameOf(const testing::TestParamInfo<std::tuple<Family, uint32_t>>& test) {
+    const auto& [family, encodeType] = test.param;
+    return std::string(family.tag) + (encodeType == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, ExportedStepsTest,
+                         testing::Combine(testing::ValuesIn(kFamilies), testing::Values(0u, 1u)), nameOf);
+
+using MonitorStepsTest = PluginTest;
+
+TEST_F(MonitorStepsTest, CalendarAndNull) {
+    QosTlmDateTime moment{};
+    EXPECT_EQ(CALL(QOS_ConvertTimestampToDateTime)(1'709'802'302, &moment), 0u);
+    EXPECT_EQ(std::tie(moment.year, moment.month, moment.day), std::make_tuple(2024u, 3, 7));
+    EXPECT_EQ(std::tie(moment.hour, moment.minute, moment.second), std::make_tuple(9, 5, 2));
+    fake::failCall("KAT_SystimeSec2Time", 1, 6);
+    EXPECT_EQ(CALL(QOS_ConvertTimestampToDateTime)(0, &moment), 6u);
+    EXPECT_NE(CALL(QOS_ConvertTimestampToDateTime)(0, nullptr), 0u);
+    EXPECT_EQ(CALL(QOS_TLM_TimeStampToDateTime)(0, nullptr, 0), 1u);
+    QosTlmBufMonitorStat record{};
+    const auto read = CALL(QOS_TLM_ReadBufMonitorStatField);
+    EXPECT_EQ(read(nullptr, &record) + read(&record, nullptr), 2u);
+    EXPECT_EQ(CALL(QOS_TLM_CheckBufMonitorStat)(0, nullptr, nullptr), 0u);
+}
+
+}  // namespace
