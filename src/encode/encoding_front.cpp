@@ -1,7 +1,13 @@
+#include "encode/gpb_writer.h"
+#include "encode/tree.h"
 #include "nivex_qos/encode.h"
 #include "nivex_qos/gpb.h"
 #include "nivex_qos/json.h"
 #include "nivex_qos/log.h"
+#include "nivex_qos/sample.h"
+#include "support/own_function.h"
+
+QOS_TLM_OWN_FUNCTION(QOS_TLM_ValidateTree);
 
 namespace {
 
@@ -21,6 +27,12 @@ struct Throttle {
 
 Throttle throttles[QOS_TLM_ENC_STATUS_NUM];
 
+void* refuse(uint32_t result) {
+    QOS_TLM_DiagErr("[Tlm Encoding] validate tree failed, ret=%u.", result);
+    QOS_TLM_LogEncode(QOS_TLM_ENC_VALIDATE_FAIL, 0, 530);
+    return nullptr;
+}
+
 }  // namespace
 
 const QosTlmEncodeFuncEntry g_qosTlmEncodeFunc[kEncodeTypeNum] = {
@@ -32,13 +44,12 @@ void* QOS_TLM_Encoding(const QosTlmNode* top, uint32_t encodeType, uint32_t* out
     if (top == nullptr || outLen == nullptr || encodeType >= kEncodeTypeNum) {
         return nullptr;
     }
-    const uint32_t result = QOS_TLM_ValidateTree(top);
-    if (result != 0) {
-        QOS_TLM_DiagErr("[Tlm Encoding] validate tree failed, ret=%u.", result);
-        QOS_TLM_LogEncode(QOS_TLM_ENC_VALIDATE_FAIL, 0, 530);
-        return nullptr;
+    if (encodeType == QOS_TLM_ENCODE_GPB && QOS_TLM_IS_OWN(QOS_TLM_ValidateTree) && qos::writesGpbItself()) {
+        const std::optional size = qos::validGpbSize(top);
+        return size ? qos::encodeGpb(top, *size, outLen) : refuse(1);
     }
-    return g_qosTlmEncodeFunc[encodeType].encode(top, outLen);
+    const uint32_t result = QOS_TLM_ValidateTree(top);
+    return result == 0 ? g_qosTlmEncodeFunc[encodeType].encode(top, outLen) : refuse(result);
 }
 
 uint32_t QOS_TLM_EstimatePackageSize(const QosTlmNode* top, uint32_t encodeType) {
@@ -50,7 +61,7 @@ uint32_t QOS_TLM_EstimatePackageSize(const QosTlmNode* top, uint32_t encodeType)
 
 uint32_t QOS_TLM_ValidateTree(const QosTlmNode* node) {
     for (; node != nullptr; node = node->next) {
-        if (node->data.name == nullptr || (node->data.valueType == QOS_TLM_VALUE_STRING && node->data.value == 0)) {
+        if (!qos::isValid(node->data)) {
             return 1;
         }
         if (node->firstChild != nullptr && QOS_TLM_ValidateTree(node->firstChild) != 0) {

@@ -1,18 +1,26 @@
-#include "nivex_qos/gpb.h"
+#include "encode/gpb_writer.h"
 
 #include <bit>
+#include <cstddef>
 
+#include "encode/tree.h"
 #include "nivex_qos/encode.h"
+#include "nivex_qos/gpb.h"
 #include "nivex_qos/log.h"
 #include "platform/bounded.h"
 #include "platform/host_framework.h"
+#include "support/own_function.h"
+
+QOS_TLM_OWN_FUNCTION(QOS_TLM_CalcProtoSizeRecursive);
+QOS_TLM_OWN_FUNCTION(QOS_TLM_EncodeProto);
+QOS_TLM_OWN_FUNCTION(QOS_TLM_WrapProtoNodeInteger);
+QOS_TLM_OWN_FUNCTION(QOS_TLM_WrapProtoNodeLeaf);
 
 namespace {
 
-constexpr uint32_t kVarintMax = 10;  // seven bits a byte, 64 bits
-
 uint32_t varintSize(uint64_t value) {
-    return (static_cast<uint32_t>(std::bit_width(value | 1)) + 6) / 7;
+    // Seven bits a byte; for 8 to 64 bits 9/64 rounds as 1/7 does and needs no division.
+    return value < 0x80 ? 1 : (static_cast<uint32_t>(std::bit_width(value)) * 9 + 64) / 64;
 }
 
 uint32_t tagOf(uint32_t fieldNumber, uint32_t wireType) {
@@ -32,16 +40,55 @@ uint32_t lengthDelimitedSize(uint32_t fieldNumber, uint32_t length) {
     return varintSize(tagOf(fieldNumber, 0)) + varintSize(length) + length;
 }
 
-uint32_t writeVarint(uint64_t value, uint8_t* dest, uint32_t room) {
-    uint8_t bytes[kVarintMax];
-    uint32_t count = 0;
-    while (value >= 0x80) {
-        bytes[count++] = static_cast<uint8_t>(value | 0x80);
-        value >>= 7;
+uint32_t integerSize(uint32_t fieldNumber, uint64_t value) {
+    return varintSize(tagOf(fieldNumber, 0)) + varintSize(value);
+}
+
+[[gnu::always_inline]] inline uint32_t leafSize(const QosTlmNodeData& leaf) {
+    switch (leaf.valueType) {
+        case QOS_TLM_VALUE_BOOL:
+        case QOS_TLM_VALUE_UINT32:
+            return integerSize(leaf.fieldNumber, static_cast<uint32_t>(leaf.value));
+        case QOS_TLM_VALUE_UINT64:
+            return integerSize(leaf.fieldNumber, leaf.value);
+        case QOS_TLM_VALUE_STRING:
+            return lengthDelimitedSize(leaf.fieldNumber, textLength(leaf));
+        default:
+            return 0;
     }
-    bytes[count++] = static_cast<uint8_t>(value);
+}
+
+// The seven-bit groups of a value below 2^56, one to a byte, the lowest first.
+uint64_t spreadGroups(uint64_t value) {
+    value = (value & 0x000000000FFFFFFF) | (value & 0x00FFFFFFF0000000) << 4;
+    value = (value & 0x00003FFF00003FFF) | (value & 0x0FFFC0000FFFC000) << 2;
+    return (value & 0x007F007F007F007F) | (value & 0x3F803F803F803F80) << 1;
+}
+
+// The bytes of a varint. All at once: counters are of any length, and a loop's end cannot be predicted.
+struct Varint {
+    explicit Varint(uint64_t value) : size(varintSize(value)) {
+        constexpr uint64_t kMoreFollow = 0x8080808080808080;
+        const uint32_t last = size - 1;
+        if (size <= sizeof low) {
+            low = spreadGroups(value) | (kMoreFollow & ((uint64_t{1} << (8 * last)) - 1));
+        } else {
+            low = spreadGroups(value) | kMoreFollow;
+            high = static_cast<uint16_t>(size == 9 ? value >> 56 : (value >> 56 & 0x7F) | 0x80 | (value >> 63) << 8);
+        }
+    }
+
+    uint64_t low;
+    uint16_t high = 0;
+    uint32_t size;
+};
+static_assert(std::endian::native == std::endian::little, "a varint's bytes are laid out as an integer's");
+static_assert(offsetof(Varint, low) == 0 && offsetof(Varint, high) == sizeof(uint64_t), "ten bytes in a row");
+
+[[gnu::always_inline]] inline uint32_t writeBytes(const void* bytes, uint32_t count, uint64_t value, uint8_t* dest,
+                                                  uint32_t room) {
     if (count > room) {
-        QOS_TLM_LogEncode(QOS_TLM_ENC_LEN_EXCEED, value, 174);
+        QOS_TLM_LogEncode(QOS_TLM_ENC_LEN_EXCEED, value >> (7 * (count - 1)), 174);
         return 0;
     }
     if (memcpy_s(dest, room, bytes, count) != 0) {
@@ -51,6 +98,46 @@ uint32_t writeVarint(uint64_t value, uint8_t* dest, uint32_t room) {
     return count;
 }
 
+[[gnu::always_inline]] inline uint32_t writeVarint(uint64_t value, uint8_t* dest, uint32_t room) {
+    if (value < 0x80) {  // nearly every tag
+        const auto byte = static_cast<uint8_t>(value);
+        return writeBytes(&byte, 1, value, dest, room);
+    }
+    const Varint bytes(value);
+    return writeBytes(&bytes, bytes.size, value, dest, room);
+}
+
+// The fields of a message, written without a call in between.
+
+[[gnu::always_inline]] inline uint32_t writeInteger(uint32_t fieldNumber, uint64_t value, uint8_t* dest,
+                                                    uint32_t room) {
+    const uint32_t tagLen = writeVarint(tagOf(fieldNumber, QOS_TLM_WIRE_VARINT), dest, room);
+    if (tagLen == 0) {
+        QOS_TLM_LogEncode(QOS_TLM_ENC_WRAP_FAIL, fieldNumber, 195);
+        return 0;
+    }
+    const uint32_t valueLen = writeVarint(value, dest + tagLen, room - tagLen);
+    if (valueLen == 0) {
+        QOS_TLM_LogEncode(QOS_TLM_ENC_WRAP_FAIL, fieldNumber, 200);
+        return 0;
+    }
+    return tagLen + valueLen;
+}
+
+[[gnu::always_inline]] inline uint32_t writeLeaf(const QosTlmNodeData& leaf, uint8_t* dest, uint32_t room) {
+    switch (leaf.valueType) {
+        case QOS_TLM_VALUE_BOOL:
+        case QOS_TLM_VALUE_UINT32:
+            return writeInteger(leaf.fieldNumber, static_cast<uint32_t>(leaf.value), dest, room);
+        case QOS_TLM_VALUE_UINT64:
+            return writeInteger(leaf.fieldNumber, leaf.value, dest, room);
+        case QOS_TLM_VALUE_STRING:
+            return QOS_TLM_WrapProtoNodeString(leaf.fieldNumber, textOf(leaf), textLength(leaf), dest, room);
+        default:
+            return 0;
+    }
+}
+
 }  // namespace
 
 uint32_t QOS_TLM_CalcProtoIntSize(uint64_t value) {
@@ -58,7 +145,7 @@ uint32_t QOS_TLM_CalcProtoIntSize(uint64_t value) {
 }
 
 uint32_t QOS_TLM_GetProtoIntegerSize(uint32_t fieldNumber, uint64_t value) {
-    return varintSize(tagOf(fieldNumber, 0)) + varintSize(value);
+    return integerSize(fieldNumber, value);
 }
 
 uint32_t QOS_TLM_GetProtoStringSize(uint32_t fieldNumber, uint32_t length) {
@@ -70,28 +157,15 @@ uint32_t QOS_TLM_GetProtoStructSize(uint32_t fieldNumber, uint32_t length) {
 }
 
 uint32_t QOS_TLM_CalcProtoSizeLeafnode(const QosTlmNodeData* leaf) {
-    if (leaf == nullptr) {
-        return 0;
-    }
-    switch (leaf->valueType) {
-        case QOS_TLM_VALUE_BOOL:
-        case QOS_TLM_VALUE_UINT32:
-            return QOS_TLM_GetProtoIntegerSize(leaf->fieldNumber, static_cast<uint32_t>(leaf->value));
-        case QOS_TLM_VALUE_UINT64:
-            return QOS_TLM_GetProtoIntegerSize(leaf->fieldNumber, leaf->value);
-        case QOS_TLM_VALUE_STRING:
-            return QOS_TLM_GetProtoStringSize(leaf->fieldNumber, textLength(*leaf));
-        default:
-            return 0;
-    }
+    return leaf == nullptr ? 0 : leafSize(*leaf);
 }
 
 uint32_t QOS_TLM_CalcProtoSizeRecursive(const QosTlmNode* node) {
     uint32_t size = 0;
     for (; node != nullptr; node = node->next) {
-        size += node->isLeaf != 0 ? QOS_TLM_CalcProtoSizeLeafnode(&node->data)
-                                  : QOS_TLM_GetProtoStructSize(node->data.fieldNumber,
-                                                               QOS_TLM_CalcProtoSizeRecursive(node->firstChild));
+        size += node->isLeaf != 0
+                    ? leafSize(node->data)
+                    : lengthDelimitedSize(node->data.fieldNumber, QOS_TLM_CalcProtoSizeRecursive(node->firstChild));
     }
     return size;
 }
@@ -109,17 +183,7 @@ uint32_t QOS_TLM_WrapProtoType(uint32_t fieldNumber, uint32_t wireType, uint8_t*
 }
 
 uint32_t QOS_TLM_WrapProtoNodeInteger(uint32_t fieldNumber, uint64_t value, uint8_t* dest, uint32_t room) {
-    const uint32_t tagLen = writeVarint(tagOf(fieldNumber, QOS_TLM_WIRE_VARINT), dest, room);
-    if (tagLen == 0) {
-        QOS_TLM_LogEncode(QOS_TLM_ENC_WRAP_FAIL, fieldNumber, 195);
-        return 0;
-    }
-    const uint32_t valueLen = writeVarint(value, dest + tagLen, room - tagLen);
-    if (valueLen == 0) {
-        QOS_TLM_LogEncode(QOS_TLM_ENC_WRAP_FAIL, fieldNumber, 200);
-        return 0;
-    }
-    return tagLen + valueLen;
+    return writeInteger(fieldNumber, value, dest, room);
 }
 
 uint32_t QOS_TLM_WrapProtoNodeString(uint32_t fieldNumber, const void* data, uint32_t dataLen, uint8_t* dest,
@@ -172,11 +236,18 @@ uint32_t QOS_TLM_WrapProtoNodeStruct(uint32_t fieldNumber, const QosTlmNode* fir
         QOS_TLM_LogEncode(QOS_TLM_ENC_MALLOC_FAIL, room, 261);
         return 0;
     }
+    // A call by name for each leaf, and in it one for each number, costs as much as the writing: the own code stands
+    // here as long as the process has not put its own functions behind the names.
+    const bool own = QOS_TLM_IS_OWN(QOS_TLM_WrapProtoNodeLeaf) && QOS_TLM_IS_OWN(QOS_TLM_WrapProtoNodeInteger);
     uint32_t used = 0;
     for (const QosTlmNode* child = firstChild; child != nullptr; child = child->next) {
-        used += child->isLeaf != 0 ? QOS_TLM_WrapProtoNodeLeaf(&child->data, scratch + used, room - used)
-                                   : QOS_TLM_WrapProtoNodeStruct(child->data.fieldNumber, child->firstChild,
-                                                                 scratch + used, room - used);
+        uint8_t* const end = scratch + used;
+        if (child->isLeaf == 0) {
+            used += QOS_TLM_WrapProtoNodeStruct(child->data.fieldNumber, child->firstChild, end, room - used);
+        } else {
+            used += own ? writeLeaf(child->data, end, room - used)
+                        : QOS_TLM_WrapProtoNodeLeaf(&child->data, end, room - used);
+        }
     }
     const uint32_t written = QOS_TLM_WrapProtoNodeString(fieldNumber, scratch, used, dest, room);
     NIVEX_FreeBuff(scratch);
@@ -184,10 +255,33 @@ uint32_t QOS_TLM_WrapProtoNodeStruct(uint32_t fieldNumber, const QosTlmNode* fir
 }
 
 void* QOS_TLM_EncodeProto(const QosTlmNode* top, uint32_t* outLen) {
-    if (outLen == nullptr) {
-        return nullptr;
+    return outLen == nullptr ? nullptr : qos::encodeGpb(top, QOS_TLM_CalcProtoSizeRecursive(top), outLen);
+}
+
+bool qos::writesGpbItself() {
+    return QOS_TLM_IS_OWN(QOS_TLM_CalcProtoSizeRecursive) && QOS_TLM_IS_OWN(QOS_TLM_EncodeProto);
+}
+
+std::optional<uint32_t> qos::validGpbSize(const QosTlmNode* node) {
+    uint32_t size = 0;
+    for (; node != nullptr; node = node->next) {
+        if (!isValid(node->data)) {
+            return std::nullopt;
+        }
+        if (node->isLeaf != 0 && node->firstChild == nullptr) {
+            size += leafSize(node->data);
+            continue;
+        }
+        const std::optional<uint32_t> content = validGpbSize(node->firstChild);
+        if (!content) {
+            return std::nullopt;
+        }
+        size += node->isLeaf != 0 ? leafSize(node->data) : lengthDelimitedSize(node->data.fieldNumber, *content);
     }
-    const uint32_t size = QOS_TLM_CalcProtoSizeRecursive(top);
+    return size;
+}
+
+void* qos::encodeGpb(const QosTlmNode* top, uint32_t size, uint32_t* outLen) {
     if (size == 0) {
         QOS_TLM_LogEncode(QOS_TLM_ENC_WRAP_FAIL, 0, 284);
         return nullptr;

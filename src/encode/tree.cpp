@@ -1,6 +1,7 @@
 #include "nivex_qos/tree.h"
 
 #include <cstring>
+#include <new>
 
 #include "nivex_qos/encode.h"
 #include "nivex_qos/log.h"
@@ -9,52 +10,43 @@
 
 namespace {
 
-QosTlmNode* newNode() {
+// A node of the host's memory with these fields; the rest is 0.
+QosTlmNode* newNode(uint32_t isLeaf, const QosTlmNodeData& data, uint16_t repeatType = 0) {
     void* block = NIVEX_AllocBuff(sizeof(QosTlmNode));
-    return block == nullptr ? nullptr : static_cast<QosTlmNode*>(memset(block, 0, sizeof(QosTlmNode)));
+    return block == nullptr ? nullptr : new (block) QosTlmNode{isLeaf, data, repeatType, nullptr, nullptr, nullptr};
 }
 
-QosTlmNode* newLeaf(const char* name, QosTlmValueType type, uint32_t fieldNumber, uint64_t value, uint32_t valueLen) {
-    QosTlmNode* leaf = newNode();
-    if (leaf != nullptr) {
-        leaf->isLeaf = 1;
-        leaf->data = {name, static_cast<uint32_t>(type), fieldNumber, value, valueLen};
+void append(QosTlmNode& parent, QosTlmNode* child) {
+    (parent.firstChild == nullptr ? parent.firstChild : parent.lastChild->next) = child;
+    parent.lastChild = child;
+}
+
+// The three adds of numbers differ in nothing but their type, its size and their messages.
+uint32_t addNumber(QosTlmNode* parent, const char* name, QosTlmValueType type, uint64_t value, uint32_t valueLen,
+                   uint32_t fieldNumber, const char* noParent, const char* noMemory) {
+    if (parent == nullptr) {
+        QOS_TLM_DiagErr("%s", noParent);
+        return 1;
     }
-    return leaf;
-}
-
-// The three adds of numbers differ in nothing but their type and their messages.
-uint32_t addNumber(QosTlmNode* parent, QosTlmNode* leaf, const char* noMemory) {
+    QosTlmNode* leaf = newNode(1, {name, static_cast<uint32_t>(type), fieldNumber, value, valueLen});
     if (leaf == nullptr) {
         QOS_TLM_DiagErr("%s", noMemory);
         return 1;
     }
-    QOS_TLM_AddChild(parent, leaf);
+    append(*parent, leaf);
     return 0;
 }
 
 }  // namespace
 
 QosTlmNode* QOS_TLM_CreateNode(const char* name, uint32_t fieldNumber, uint16_t repeatType) {
-    QosTlmNode* node = newNode();
-    if (node != nullptr) {
-        node->data.name = name;
-        node->data.fieldNumber = fieldNumber;
-        node->repeatType = repeatType;
-    }
-    return node;
+    return newNode(0, {name, 0, fieldNumber, 0, 0}, repeatType);
 }
 
 void QOS_TLM_AddChild(QosTlmNode* parent, QosTlmNode* child) {
-    if (parent == nullptr || child == nullptr) {
-        return;
+    if (parent != nullptr && child != nullptr) {
+        append(*parent, child);
     }
-    if (parent->firstChild == nullptr) {
-        parent->firstChild = child;
-    } else {
-        parent->lastChild->next = child;
-    }
-    parent->lastChild = child;
 }
 
 uint32_t QOS_TLM_AddChildString(QosTlmNode* parent, const char* name, const char* value, uint32_t fieldNumber) {
@@ -62,53 +54,44 @@ uint32_t QOS_TLM_AddChildString(QosTlmNode* parent, const char* name, const char
         QOS_TLM_DiagErr("[TLM AddChildString] para error.");
         return 1;
     }
-    const auto valueLen = static_cast<uint32_t>(strlen(value)) + 1;
-    QosTlmNode* leaf = newLeaf(name, QOS_TLM_VALUE_STRING, fieldNumber, 0, valueLen);
+    QosTlmNode* leaf = newNode(1, {name, QOS_TLM_VALUE_STRING, fieldNumber, 0, 0});
     if (leaf == nullptr) {
         QOS_TLM_DiagErr("[TLM AddChildString] malloc failed.");
         return 1;
     }
     // Without its copy the leaf stays in the tree, so that validation refuses the sample instead of losing a field.
-    leaf->data.value = reinterpret_cast<uintptr_t>(QOS_TLM_ConvertToStr(value, nullptr));
-    QOS_TLM_AddChild(parent, leaf);
+    uint32_t length = 0;
+    const char* copy = QOS_TLM_ConvertToStr(value, &length);
+    leaf->data.value = reinterpret_cast<uintptr_t>(copy);
+    leaf->data.valueLen = (copy != nullptr ? length : static_cast<uint32_t>(strlen(value))) + 1;
+    append(*parent, leaf);
     return 0;
 }
 
 uint32_t QOS_TLM_AddChildBool(QosTlmNode* parent, const char* name, uint32_t value, uint32_t fieldNumber) {
-    if (parent == nullptr) {
-        QOS_TLM_DiagErr("[TLM AddChildBool] root is null.");
-        return 1;
-    }
-    return addNumber(parent, newLeaf(name, QOS_TLM_VALUE_BOOL, fieldNumber, value, 1),
+    return addNumber(parent, name, QOS_TLM_VALUE_BOOL, value, 1, fieldNumber, "[TLM AddChildBool] root is null.",
                      "[TLM AddChildBool] malloc failed.");
 }
 
 uint32_t QOS_TLM_AddChildUint32(QosTlmNode* parent, const char* name, uint32_t value, uint32_t fieldNumber) {
-    if (parent == nullptr) {
-        QOS_TLM_DiagErr("[TLM AddChildUint32] root is null.");
-        return 1;
-    }
-    return addNumber(parent, newLeaf(name, QOS_TLM_VALUE_UINT32, fieldNumber, value, sizeof value),
-                     "[TLM AddChildUint32] malloc failed.");
+    return addNumber(parent, name, QOS_TLM_VALUE_UINT32, value, sizeof value, fieldNumber,
+                     "[TLM AddChildUint32] root is null.", "[TLM AddChildUint32] malloc failed.");
 }
 
 uint32_t QOS_TLM_AddChildUint64(QosTlmNode* parent, const char* name, uint64_t value, uint32_t fieldNumber) {
-    if (parent == nullptr) {
-        QOS_TLM_DiagErr("[TLM AddChildUint64] root is null.");
-        return 1;
-    }
-    return addNumber(parent, newLeaf(name, QOS_TLM_VALUE_UINT64, fieldNumber, value, sizeof value),
-                     "[TLM AddChildUint64] malloc failed.");
+    return addNumber(parent, name, QOS_TLM_VALUE_UINT64, value, sizeof value, fieldNumber,
+                     "[TLM AddChildUint64] root is null.", "[TLM AddChildUint64] malloc failed.");
 }
 
 void QOS_TLM_ReleaseNode(QosTlmNode* node) {
     while (node != nullptr) {
-        QOS_TLM_ReleaseNode(node->firstChild);
+        if (node->firstChild != nullptr) {
+            QOS_TLM_ReleaseNode(node->firstChild);
+        }
         QosTlmNode* next = node->next;
         if (node->data.valueType == QOS_TLM_VALUE_STRING && node->data.value != 0) {
             NIVEX_FreeBuff(reinterpret_cast<void*>(static_cast<uintptr_t>(node->data.value)));
         }
-        memset(node, 0, sizeof *node);
         NIVEX_FreeBuff(node);
         node = next;
     }

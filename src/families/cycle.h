@@ -180,14 +180,7 @@ class Cycle {
                 return 0;
             }
         }
-        if (isSent(previousFlag, record) != 0 || isCondition(record, request) == 0) {
-            return 0;
-        }
-        if (request->suppressRedundant == 1) {
-            return isRedundant(record, request) == 0 ? 1 : 0;
-        }
-        return request->periodCheck == 1 ? isSelfDefEvt(record, request, thresholdValue)
-                                         : isThreshold(record, request, thresholdValue);
+        return isSent(previousFlag, record) == 0 ? checkUnsent(record, request, thresholdValue) : 0;
     }
 
     // The check of a family without change suppression, period and thresholds.
@@ -308,19 +301,35 @@ class Cycle {
     }
 
   private:
+    // A function of its own, so that the many records that a long pass has sent already do not pay for its frame.
+    [[gnu::noinline]] static uint32_t checkUnsent(const Record* record, const QosTlmQueryParam* request,
+                                                  uint32_t* thresholdValue) {
+        if (isCondition(record, request) == 0) {
+            return 0;
+        }
+        if (request->suppressRedundant == 1) {
+            return isRedundant(record, request) == 0 ? 1 : 0;
+        }
+        return request->periodCheck == 1 ? isSelfDefEvt(record, request, thresholdValue)
+                                         : isThreshold(record, request, thresholdValue);
+    }
+
     // From the first record of the table to the encoded batch.
     static uint32_t walk(const QosTlmQueryParam* request, QosTlmSampleData* sampleData, void* object, void* iterator,
                          QosTlmNode* root, QosTlmNode* list) {
         const uint32_t previous = beginPass();
         BatchRoom room(F::endsByPayload, request->encodeType, root);
         Record record = {};
+        TrackingMark mark;
         uint32_t count = 0;
         uint32_t moved = 0;
         while ((moved = db_root_iterator_next(iterator)) == 0) {
             if (F::steps.read(object, &record) != 0) {
                 return QOS_TLM_RESULT_FAILED;
             }
-            const TrackingMark mark = room.isScarce() ? markOf(record) : TrackingMark();
+            if (room.isScarce()) {
+                mark = markOf(record);
+            }
             if (check(previous, record, request, sampleData) == 0) {
                 continue;
             }

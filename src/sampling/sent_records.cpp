@@ -1,4 +1,4 @@
-#include <cstring>
+#include <new>
 
 #include "nivex_qos/log.h"
 #include "nivex_qos/tracking.h"
@@ -8,22 +8,38 @@ QosTlmHashNode g_qosTlmHashData[QOS_TLM_FAMILY_NUM][QOS_TLM_HASH_BUCKET_NUM] = {
 
 namespace {
 
-constexpr uint32_t kFanOut = 4;  // children of a trie node, two bits of the hash a level
+constexpr uint32_t kFanOut = 4;      // children of a trie node, two bits of the hash a level
+constexpr uint32_t kRunLength = 63;  // a run takes 320 bytes
 
-// A chain node with two more ways to it. A table is walked in the same order in every call of a pass, so the key asked
-// for is nearly always the one sent after the last one found. When rows came, went or moved in between, a trie of the
-// keys' hashes answers; a pass over n rows asks n times per call, and chains alone would make it cubic.
+// A pass over n rows asks for a sent key n times in each call, and chains alone would make it cubic; so there are two
+// faster ways to a key. A table is walked in the same order in every call, so the key asked for is nearly always the
+// one sent after the last one found: the keys stand in that order in runs, close together wherever their blocks lie.
+// When rows came, went or moved in between, a trie of the keys' hashes answers; a pass of a single call makes none.
+
+struct Run;
+
+// A chain node.
 struct SentKey {
     QosTlmHashNode node;
-    SentKey* nextSent;
+    Run* run;  // that it is part of
     SentKey* children[kFanOut];
 };
 
+// Keys sent one after the other. Lives in the block of the first of them.
+struct Run {
+    SentKey first;
+    Run* next;
+    uint32_t count;
+    uint32_t keys[kRunLength];
+};
+
 struct SentKeys {
-    SentKey* root;
-    SentKey* first;
-    SentKey* last;
-    SentKey* expected;  // the key that should be asked for next; null: the first one
+    Run* first;
+    Run* last;
+    Run* expectedRun;   // the key that should be asked for next: its run, or null for the first key of all,
+    uint32_t expected;  // and its place there
+    SentKey* root;      // of the trie
+    bool indexed;       // the keys are in the trie
 };
 
 SentKeys sentKeys[QOS_TLM_FAMILY_NUM];
@@ -37,8 +53,51 @@ SentKey** placeOf(SentKeys& sent, uint32_t key) {
     return place;
 }
 
-QosTlmHashNode& bucketOf(uint32_t familyIndex, uint32_t key) {
-    return g_qosTlmHashData[familyIndex][key % QOS_TLM_HASH_BUCKET_NUM];
+void index(SentKeys& sent, SentKey* key) {
+    if (SentKey** place = placeOf(sent, key->node.key); *place == nullptr) {
+        *place = key;
+    }
+}
+
+// A node of the chains, which hold nothing but sent keys.
+SentKey* sentKeyOf(QosTlmHashNode* node) {
+    return reinterpret_cast<SentKey*>(node);
+}
+
+SentKey* search(SentKeys& sent, const QosTlmHashNode (&buckets)[QOS_TLM_HASH_BUCKET_NUM], uint32_t key) {
+    if (!sent.indexed) {
+        for (const QosTlmHashNode& bucket : buckets) {
+            for (QosTlmHashNode* node = bucket.next; node != nullptr; node = node->next) {
+                index(sent, sentKeyOf(node));
+            }
+        }
+        sent.indexed = true;
+    }
+    return *placeOf(sent, key);
+}
+
+// Whether a key is the one that is expected; if so, the one behind it is expected next.
+bool isExpected(SentKeys& sent, uint32_t key) {
+    if (sent.expectedRun == nullptr || (sent.expected == kRunLength && sent.expectedRun->next != nullptr)) {
+        sent.expectedRun = sent.expectedRun == nullptr ? sent.first : sent.expectedRun->next;
+        sent.expected = 0;
+        if (sent.expectedRun == nullptr) {
+            return false;
+        }
+        __builtin_prefetch(sent.expectedRun->next);
+    }
+    if (sent.expected == sent.expectedRun->count || sent.expectedRun->keys[sent.expected] != key) {
+        return false;
+    }
+    ++sent.expected;
+    return true;
+}
+
+void expectAfter(SentKeys& sent, const SentKey& found) {
+    sent.expectedRun = found.run;
+    sent.expected = 0;
+    while (found.run->keys[sent.expected++] != found.node.key) {
+    }
 }
 
 }  // namespace
@@ -47,24 +106,25 @@ void QOS_HashInsert(uint32_t familyIndex, uint32_t key) {
     if (familyIndex >= QOS_TLM_FAMILY_NUM) {
         return;
     }
-    auto* added = static_cast<SentKey*>(NIVEX_AllocBuff(sizeof(SentKey)));
-    if (added == nullptr) {
+    SentKeys& sent = sentKeys[familyIndex];
+    const bool startsRun = sent.last == nullptr || sent.last->count == kRunLength;
+    void* block = NIVEX_AllocBuff(startsRun ? sizeof(Run) : sizeof(SentKey));
+    if (block == nullptr) {
         QOS_TLM_DiagErr("[Tlm HashInsert] alloc buff failed.");
         return;
     }
-    memset(added, 0, sizeof *added);
-    added->node.key = key;
-
-    QosTlmHashNode& bucket = bucketOf(familyIndex, key);
-    added->node.next = bucket.next;
-    bucket.next = &added->node;
-
-    SentKeys& sent = sentKeys[familyIndex];
-    if (SentKey** place = placeOf(sent, key); *place == nullptr) {
-        *place = added;
+    if (startsRun) {
+        auto* run = new (block) Run{};
+        (sent.last == nullptr ? sent.first : sent.last->next) = run;
+        sent.last = run;
     }
-    (sent.last == nullptr ? sent.first : sent.last->nextSent) = added;
-    sent.last = added;
+    QosTlmHashNode& bucket = g_qosTlmHashData[familyIndex][key % QOS_TLM_HASH_BUCKET_NUM];
+    auto* added = new (block) SentKey{{key, bucket.next}, sent.last, {}};
+    bucket.next = &added->node;
+    sent.last->keys[sent.last->count++] = key;
+    if (sent.indexed) {
+        index(sent, added);
+    }
 }
 
 uint32_t QOS_HashFind(uint32_t familyIndex, uint32_t key) {
@@ -72,14 +132,14 @@ uint32_t QOS_HashFind(uint32_t familyIndex, uint32_t key) {
         return 0;
     }
     SentKeys& sent = sentKeys[familyIndex];
-    const SentKey* found = sent.expected != nullptr ? sent.expected : sent.first;
-    if (found == nullptr || found->node.key != key) {
-        found = *placeOf(sent, key);
-        if (found == nullptr) {
-            return 0;
-        }
+    if (isExpected(sent, key)) {
+        return 1;
     }
-    sent.expected = found->nextSent;
+    const SentKey* found = search(sent, g_qosTlmHashData[familyIndex], key);
+    if (found == nullptr) {
+        return 0;
+    }
+    expectAfter(sent, *found);
     return 1;
 }
 

@@ -9,9 +9,11 @@
 
 namespace qos {
 
+// Meant for texts known where this is compiled, whose comparison then takes a few instructions.
 template <size_t Size>
 bool fieldEquals(const char (&field)[Size], const char* text) {
-    return strncmp(field, text, Size) == 0;
+    const size_t size = strlen(text) + 1;
+    return size <= Size && memcmp(field, text, size) == 0;
 }
 
 // A NUL-terminated view of a field; the text is copied only when its NUL is missing.
@@ -19,7 +21,7 @@ template <size_t Size>
 class BoundedText {
   public:
     explicit BoundedText(const char (&field)[Size]) : text_(field) {
-        if (memchr(field, '\0', Size) == nullptr) {
+        if (field[Size - 1] != '\0' && memchr(field, '\0', Size) == nullptr) {
             memcpy(copy_, field, Size);
             copy_[Size] = '\0';
             text_ = copy_;

@@ -1,0 +1,440 @@
+// Random and exhaustive runs against plain models: the fast ways must answer as the plain ones do.
+#include <regex.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstring>
+#include <map>
+#include <random>
+#include <set>
+
+#include "nivex_qos/filter.h"
+#include "plugin/families.h"
+
+using fake::platform;
+
+namespace {
+
+constexpr uint32_t kSeed = 7;
+
+class DifferentialTest : public StartedPluginTest {
+  protected:
+    uint32_t below(size_t limit) { return static_cast<uint32_t>(random_() % limit); }
+    std::string pick(const std::string& from, size_t count) {
+        std::string text(count, '\0');
+        std::generate(text.begin(), text.end(), [&] { return from[below(from.size())]; });
+        return text;
+    }
+    // What may happen to a table between two calls: nothing, or rows move, go, come or are doubled.
+    template <class Row, class Make>
+    void rearrange(std::vector<Row>& rows, Make makeRow) {
+        for (uint32_t times = below(4); times > 0 && !rows.empty(); --times) {
+            const auto from = rows.begin() + below(rows.size());
+            const auto to = below(2) == 0 ? rows.end() : from + std::min<std::ptrdiff_t>(below(20), rows.end() - from);
+            switch (below(6)) {
+                case 0:
+                    std::shuffle(from, to, random_);
+                    break;
+                case 1:
+                    std::reverse(from, to);
+                    break;
+                case 2:
+                    std::rotate(rows.begin(), from, to);
+                    break;
+                case 3:
+                    rows.erase(from, to);
+                    break;
+                default:
+                    rows.insert(from, below(2) == 0 ? makeRow() : Row(rows[below(rows.size())]));
+            }
+        }
+        while (rows.size() < 300) {
+            rows.insert(rows.begin() + below(rows.size() + 1), makeRow());
+        }
+    }
+
+    std::mt19937 random_{kSeed};
+    testing::ScopedTrace trace_{__FILE__, __LINE__, "seed " + std::to_string(kSeed)};
+};
+
+class DifferentialNameTest : public DifferentialTest {
+  protected:
+    // The plug-in says what the regular-expression library says of the pattern's expression.
+    void expectAgreement(const std::string& pattern, const std::vector<std::string>& names) {
+        std::string expression = "^";
+        for (const char character : pattern) {
+            expression += character == '*' ? std::string("([0-9]*)") : std::string(1, character);
+        }
+        regex_t compiled;
+        const bool compiles = regcomp(&compiled, (expression + "$").c_str(), REG_EXTENDED | REG_ICASE) == 0;
+        const auto match = CALL(QOS_TLM_CheckIfName);
+        for (const std::string& name : names) {
+            regmatch_t where;
+            const bool expected = compiles && regexec(&compiled, name.c_str(), 1, &where, 0) == 0;
+            ++(expected ? matches_ : others_);
+            if (match(pattern.c_str(), name.c_str(), 32) != (expected ? 1u : 0u)) {
+                ADD_FAILURE() << "pattern " << testing::PrintToString(pattern) << " name "
+                              << testing::PrintToString(name) << " match: " << expected;
+                break;
+            }
+        }
+        if (compiles) {
+            regfree(&compiled);
+        }
+    }
+    // A name that the pattern takes if it has no operators, or only those left out by chance; then perhaps spoilt.
+    std::string nameFor(const std::string& pattern, const std::string& characters) {
+        std::string name;
+        for (const char character : pattern) {
+            if (character == '*') {
+                name += pick("0123456789", below(4));
+            } else if (character == '.') {
+                name += static_cast<char>(below(4) == 0 ? '\n' : 1 + below(255));
+            } else if (kOperators.find(character) == std::string::npos || below(2) == 0) {
+                name += character;
+            }
+        }
+        if (below(2) == 0) {
+            const size_t places[] = {0, name.size(), below(name.size() + 1)};
+            name.replace(places[below(3)], below(2), pick(characters, below(2)));
+        }
+        for (size_t at = below(32); at < name.size(); at += 1 + below(8)) {
+            name[at] = static_cast<char>(name[at] ^ 0x20);  // another case, or another character
+        }
+        return name;
+    }
+
+    const std::string kOperators = ".[]()+?|\\^${}";
+    uint32_t matches_ = 0;
+    uint32_t others_ = 0;
+};
+
+TEST_F(DifferentialNameTest, MatcherAgreesWithTheRegularExpressionLibrary) {
+    ASSERT_STREQ(setlocale(LC_ALL, nullptr), "C") << "bytes are characters, and ASCII letters alone have two cases";
+    // Characters, longest pattern, number of patterns.
+    using Alphabet = std::tuple<std::string, size_t, uint32_t>;
+    const Alphabet alphabets[] = {
+        {"eEzZ019/-_:@` ,", 33, 2000},
+        {"**..eE109/:-_ ", 33, 1000},
+        {"*****1", 33, 60},
+        {"..*019/:", 12, 1000},
+        {"*abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ@`_\x7F", 33, 1500},
+        {"*.e1\x80\xA0\xB5\xC4\xE4\xDF\xFF\xD7\xF7", 33, 1500},
+        {"*.e1\x01\x08\t\n\r\x1B\x1F\x7F ", 33, 1500},
+        {"**eE1/09,-\xE4" + kOperators, 12, 2000},
+    };
+    for (const auto& [characters, longest, patterns] : alphabets) {
+        SCOPED_TRACE(testing::PrintToString(characters));
+        matches_ = others_ = 0;
+        for (uint32_t i = 0; i < patterns && !HasFailure(); ++i) {
+            const std::string pattern = pick(characters, below((i % 2 == 0 ? longest : 5) + 1));
+            std::vector<std::string> names{"", "1", pattern};
+            for (int name = 0; name < 20; ++name) {
+                names.push_back(name < 16 ? nameFor(pattern, characters) : pick(characters, below(4)));
+            }
+            expectAgreement(pattern, names);
+        }
+        EXPECT_GT(matches_, patterns * 4) << "too few for the test to mean anything";
+        EXPECT_GT(others_, patterns * 4);
+    }
+    // Each character as pattern and as name; then what "." and "*" take.
+    std::vector<std::string> names{""};
+    for (int byte = 1; byte < 256; ++byte) {
+        names.emplace_back(1, static_cast<char>(byte));
+    }
+    for (const std::string& pattern : names) {
+        expectAgreement(pattern, names);
+    }
+    const std::string few = "09/:aAzZ@`[{\n\x01\x7F\x80\xC4\xE4\xFF *.";
+    for (const char first : few) {
+        for (const char second : few) {
+            names.push_back({first, second});
+        }
+    }
+    for (const char* pattern : {"*", "**", ".", "..", "*.", ".*", ".*.", "a*", "*0", "0*", ".A", "\xC4.", "^", "a$"}) {
+        expectAgreement(pattern, names);
+    }
+}
+
+// The keys that a family has sent, oldest first.
+struct SentModel {
+    std::vector<uint32_t> inOrder;
+    std::set<uint32_t> keys;
+
+    void expectChains(uint32_t family) const {
+        std::map<uint32_t, std::vector<uint32_t>> expected;
+        std::for_each(inOrder.rbegin(), inOrder.rend(),
+                      [&](uint32_t key) { expected[key % QOS_TLM_HASH_BUCKET_NUM].push_back(key); });
+        for (uint32_t bucket = 0; bucket < QOS_TLM_HASH_BUCKET_NUM; ++bucket) {
+            std::vector<uint32_t> chain;
+            for (const QosTlmHashNode* node = GLOBAL(g_qosTlmHashData)[family][bucket].next; node; node = node->next) {
+                chain.push_back(node->key);
+            }
+            EXPECT_EQ(chain, expected[bucket]) << "family " << family << " bucket " << bucket;
+        }
+    }
+};
+
+TEST_F(DifferentialTest, SentKeysAreThoseInserted) {
+    struct Table {
+        std::vector<uint32_t> rows;
+        size_t position = 0;
+        uint32_t room = 0;
+        bool asks = false;
+        SentModel sent;
+    } tables[QOS_TLM_FAMILY_NUM];
+    const auto makeKey = [&] {
+        const uint32_t keys[] = {below(2000), below(300) * 101, below(60) * 8 + below(8), below(1ull << 32),
+                                 1 - below(3)};
+        return keys[below(5)];
+    };
+    const auto [insert, find] = std::pair(CALL(QOS_HashInsert), CALL(QOS_HashFind));
+    uint32_t found = 0;
+    uint32_t passes = 0;
+    for (uint32_t step = 0; step < 500'000 && !HasFailure(); ++step) {
+        const uint32_t family = below(QOS_TLM_FAMILY_NUM);  // their passes go on side by side
+        auto& [rows, position, room, asks, sent] = tables[family];
+        if (position == rows.size()) {  // another pass
+            const size_t others = fake::liveBlocks() - sent.inOrder.size();
+            sent.expectChains(family);
+            sent = {};
+            CALL(QOS_HashRelease)(family);
+            sent.expectChains(family);
+            EXPECT_EQ(fake::liveBlocks(), others);
+            room = 0;
+            ++passes;
+        }
+        if (room == 0) {  // another call
+            rearrange(rows, makeKey);
+            position = 0;
+            room = 1 + below(64);
+            asks = !sent.keys.empty() && below(8) != 0;  // the first call of a pass has nothing to ask for
+            platform.calls.clear();
+            platform.allocSizes.clear();
+        }
+        const uint32_t key = below(50) == 0 ? makeKey() : rows[position++];
+        const bool known = sent.keys.count(key) != 0;
+        if (asks) {
+            EXPECT_EQ(find(family, key), known ? 1u : 0u) << "step " << step << " family " << family << " key " << key;
+            found += known;
+        }
+        if (!asks || !known || below(100) == 0) {
+            const bool fails = below(200) == 0;
+            if (fails) {
+                fake::failCall("NIVEX_AllocBuff", 1);
+            } else {
+                sent.inOrder.push_back(key);
+                sent.keys.insert(key);
+            }
+            insert(family, key);
+            EXPECT_EQ(fake::takeLog().size(), fails ? 1u : 0u);
+            --room;
+        }
+    }
+    EXPECT_GT(found, 100'000u);
+    EXPECT_GT(passes, 200u);
+}
+
+// The cells of the first 256 keys. Key 0 uses those of the slot that the next new key will get.
+template <class Value>
+struct TrackingModel {
+    std::map<uint32_t, size_t> slots;
+    Value cells[QOS_TLM_TRACK_SLOT_NUM][QOS_TLM_TRACK_SUB_INDEX_NUM][QOS_TLM_TRACK_FAMILY_NUM]{};
+
+    // The cell, null where there is none, and whether the key was known.
+    std::pair<Value*, bool> find(uint32_t key, uint32_t sub, uint32_t family) {
+        const auto found = slots.find(key);
+        const bool known = found != slots.end();
+        const size_t slot = known ? found->second : slots.size();
+        if (sub >= QOS_TLM_TRACK_SUB_INDEX_NUM || family >= QOS_TLM_TRACK_FAMILY_NUM ||
+            slot == QOS_TLM_TRACK_SLOT_NUM) {
+            return {};
+        }
+        if (key != 0) {
+            slots.emplace(key, slot);
+        }
+        return {&cells[slot][sub][family], known};
+    }
+    template <class Slot, class Cells>
+    void expectSame(const Slot (&table)[QOS_TLM_TRACK_SLOT_NUM], Cells Slot::*member) const {
+        std::vector<uint32_t> keys(QOS_TLM_TRACK_SLOT_NUM);
+        std::for_each(slots.begin(), slots.end(), [&](const auto& slot) { keys[slot.second] = slot.first; });
+        for (size_t slot = 0; slot < QOS_TLM_TRACK_SLOT_NUM; ++slot) {
+            EXPECT_EQ(table[slot].key, keys[slot]) << "slot " << slot;
+            EXPECT_EQ(memcmp(table[slot].*member, cells[slot], sizeof cells[slot]), 0) << "cells of slot " << slot;
+        }
+    }
+};
+
+struct MemoryModel {
+    TrackingModel<uint64_t> history;
+    TrackingModel<uint32_t> times;
+
+    uint32_t isRedundant(uint32_t key, uint32_t sub, uint64_t digest, uint32_t family) {
+        const auto [cell, known] = history.find(key, sub, family);
+        return cell != nullptr && std::exchange(*cell, digest) == digest && known ? 1 : 0;
+    }
+    uint32_t isOverPeriod(uint32_t key, uint32_t sub, uint32_t family, uint32_t period) {
+        const auto now = static_cast<uint32_t>(platform.nowMs / 1000);
+        const auto [cell, known] = times.find(key, sub, family);
+        if (cell == nullptr || (known && now - *cell <= period)) {
+            return 0;
+        }
+        *cell = now;
+        return known ? 1 : 0;
+    }
+    void expectSame() const {
+        history.expectSame(GLOBAL(g_qosTlmHisData), &QosTlmHisSlot::digest);
+        times.expectSame(GLOBAL(g_qosTlmStatTime), &QosTlmStatTimeSlot::time);
+    }
+};
+
+TEST_F(DifferentialTest, HistoryAndPeriodAreThoseOfTheFirst256Keys) {
+    for (uint32_t load = 0; load < 40 && !HasFailure(); ++load) {
+        reload();
+        platform.quick = true;
+        MemoryModel model;
+        const auto [redundant, overPeriod] = std::pair(CALL(QOS_TLM_IsRedundantData), CALL(QOS_TLM_IsOverPeriod));
+        std::vector<uint32_t> keys(std::array{20u, 255u, 256u, 257u, 400u}[load % 5]);
+        const uint32_t stride = std::array{1u, 8u, 256u, 0x9E3779B1u}[load % 4];
+        std::generate(keys.begin(), keys.end(), [&, key = 0u]() mutable { return key += stride; });
+        std::shuffle(keys.begin(), keys.end(), random_);
+        uint32_t sum = 0;
+        for (size_t step = 0, position = 0; step < 10'000 && !HasFailure(); ++step) {
+            // Mostly in order, as a table is walked.
+            position = below(16) == 0 ? below(keys.size()) : (position + below(2)) % keys.size();
+            const uint32_t key = below(20) == 0 ? 0 : keys[position];
+            const uint32_t sub = below(2) == 0 ? below(2) : below(10);
+            const uint32_t family = below(2) == 0 ? below(2) : below(12);
+            if (below(10) == 0) {
+                platform.nowMs += below(20'000) - 5000ull;
+            } else if (below(100) == 0) {
+                platform.nowMs = std::array{(0xFFFFFFF8ull + below(16)) * 1000, 1'700'000'000'000ull}[below(2)];
+            }
+            const uint64_t digest = std::array{0ull, 1ull, 1ull << 63, ~0ull}[below(4)];
+            const uint32_t period = std::array{0u, 1u, 10u, 60u, 0xFFFFFFFEu, 0xFFFFFFFFu}[below(6)];
+            const bool change = below(2) == 0;
+            const uint32_t expected =
+                change ? model.isRedundant(key, sub, digest, family) : model.isOverPeriod(key, sub, family, period);
+            EXPECT_EQ(change ? redundant(key, sub, digest, family) : overPeriod(key, sub, family, period), expected)
+                << "load " << load << " step " << step << (change ? ": change" : ": period") << " of key " << key
+                << " sub-index " << sub << " family " << family;
+            sum += expected;
+        }
+        EXPECT_GT(sum, 1000u);
+        model.expectSame();
+    }
+}
+
+TEST_F(DifferentialTest, EachCallUploadsWhatThePlainRuleGives) {
+    const Family& family = familyOf(QOS_TLM_FAMILY_QUEUE);
+    auto& rows = platform.tables.queue_stat;
+    uint32_t fullCalls = 0;
+    uint32_t recordsPutOff = 0;
+    for (uint32_t round = 0; round < 12; ++round) {
+        reload();
+        platform.quick = true;
+        QosTlmQueryParam request{};
+        const bool byPayload = round % 3 != 0;  // with long JSON, where records are put off
+        request.encodeType = byPayload ? QOS_TLM_ENCODE_JSON : QOS_TLM_ENCODE_GPB;
+        request.suppressRedundant = round % 3 == 1;
+        request.periodCheck = round % 3 == 2;
+        request.redundantPeriod = request.selfDefPeriod = 10;
+        const auto setPolicy = CALL(QOS_TLM_SetBatchPolicy);
+        setPolicy(byPayload ? QOS_TLM_BATCH_BY_PAYLOAD : QOS_TLM_BATCH_BY_COUNT);
+
+        MemoryModel model;
+        std::set<uint32_t> sent;
+        uint64_t serial = 0;
+        const uint32_t interfaces = round % 2 == 0 ? 50 : 400;
+        const auto makeRow = [&]() -> fake::row::queue_stat {
+            const uint64_t many = ~0ull >> below(8);
+            return {
+                below(interfaces), std::to_string(++serial), below(8), many, many, many, many, many, many, many, many};
+        };
+        const auto passes = [&](const fake::row::queue_stat& row) {
+            if (request.suppressRedundant == 0) {
+                return request.periodCheck == 0 || model.isOverPeriod(row.ifIndex, row.queueId, family.index, 10) != 0;
+            }
+            uint64_t digest = 0;
+            for (const uint64_t value :
+                 {uint64_t{row.queueId}, row.passPackets, row.passBytes, row.dropPackets, row.dropBytes}) {
+                digest = value ^ (digest << 9 | digest >> 55);
+            }
+            return model.isOverPeriod(row.ifIndex, row.queueId, family.index, 10) != 0 ||
+                   model.isRedundant(row.ifIndex, row.queueId, digest, family.index) == 0;
+        };
+        for (uint32_t call = 0, previous = 0; call < 20; ++call) {
+            SCOPED_TRACE(testing::Message() << "round " << round << " call " << call);
+            rearrange(rows, makeRow);
+            rows[below(rows.size())].passPackets = ++serial;
+            platform.nowMs += below(3) * 3000;
+            const uint32_t result = callEntryPoint(family, request);
+            std::vector<std::string> uploaded;
+            for (const auto& entry : takeEntries(family, request.encodeType)) {
+                uploaded.push_back(entry["interface-name"]);
+            }
+            std::vector<std::string> expected;
+            bool putOff = false;
+            sent = previous == 0 ? std::set<uint32_t>() : sent;
+            for (size_t i = 0; i < rows.size() && !putOff && expected.size() < family.batchLimit; ++i) {
+                const uint32_t key = rows[i].ifIndex * 8 + rows[i].queueId;
+                if (previous == 1 && sent.count(key) != 0) {
+                    continue;
+                }
+                // Where a batch has no room is the encoder's affair; the record there is as if it had not been seen.
+                const bool full = byPayload && result == QOS_TLM_RESULT_MORE && expected.size() == uploaded.size();
+                const auto before = full ? std::make_unique<MemoryModel>(model) : nullptr;
+                if (!passes(rows[i])) {
+                    continue;
+                }
+                if (full) {
+                    model = *before;
+                    putOff = true;
+                } else {
+                    expected.push_back(*rows[i].ifName);
+                    sent.insert(key);
+                }
+            }
+            ASSERT_EQ(uploaded, expected);
+            previous = putOff || expected.size() == family.batchLimit;
+            ASSERT_EQ(result, previous == 1 ? QOS_TLM_RESULT_MORE : QOS_TLM_RESULT_DONE);
+            recordsPutOff += putOff;
+            fullCalls += expected.size() == family.batchLimit;
+        }
+        model.expectSame();
+    }
+    EXPECT_GT(fullCalls, 30u);
+    EXPECT_GT(recordsPutOff, 30u);
+}
+
+TEST_F(DifferentialTest, OnlySentKeysKeepMemory) {
+    for (const Family& family : kFamilies) {
+        for (const uint32_t encodeType : {QOS_TLM_ENCODE_GPB, QOS_TLM_ENCODE_JSON}) {
+            reload();
+            platform.quick = true;
+            for (uint32_t pass = 0; pass < 8; ++pass) {
+                SCOPED_TRACE(testing::Message() << family.tag << " " << encodeType << " pass " << pass);
+                clearRows(family);
+                addRows(family, pass % 4 == 3 ? below(10) : family.batchLimit + below(family.batchLimit));
+                QosTlmQueryParam request{};
+                request.encodeType = encodeType;
+                request.suppressRedundant = pass / 2 % 2;  // of these passes the second sends little
+                size_t sent = 0;
+                for (uint32_t result = QOS_TLM_RESULT_MORE; result == QOS_TLM_RESULT_MORE;) {
+                    result = callEntryPoint(family, request);
+                    ASSERT_NE(result, QOS_TLM_RESULT_FAILED);
+                    for (const fake::Upload& upload : std::exchange(platform.uploads, {})) {
+                        sent += upload.sample.recordCount;
+                    }
+                    ASSERT_EQ(fake::liveBlocks(), sent);
+                }
+                EXPECT_TRUE(sent >= family.batchLimit || pass > 1);
+            }
+            CALL(QOS_HashRelease)(family.index);
+            ASSERT_EQ(fake::liveBlocks(), 0u);
+        }
+    }
+}
+
+}  // namespace

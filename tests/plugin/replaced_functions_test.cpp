@@ -1,0 +1,48 @@
+// Exported functions stay replaceable: a process that puts its own behind a name has it called, fast ways or not.
+#include <dlfcn.h>
+
+#include "plugin/families.h"
+#include "support/plugin.h"
+
+namespace {
+
+class ReplacedFunctionsTest : public testing::TestWithParam<const char*> {};
+
+std::string samplePayload() {
+    const Family& family = familyOf(QOS_TLM_FAMILY_QUEUE);
+    addRows(family, 3);
+    runPass(family, {});
+    const QosTlmSampleData& sample = fake::platform.uploads.at(0).sample;
+    return {reinterpret_cast<const char*>(sample.data), sample.dataLen};
+}
+
+class LoadedPlugin : public StartedPluginTest {
+  public:
+    LoadedPlugin() { SetUp(); }
+    ~LoadedPlugin() override { TearDown(); }
+    void TestBody() override {}
+};
+
+TEST_P(ReplacedFunctionsTest, AreCalledBySampling) {
+    std::string expected;
+    {
+        const LoadedPlugin plugin;
+        expected = samplePayload();
+    }
+    const std::string file = std::string(NIVEX_QOS_REPLACEMENTS) + "/libreplace_" + GetParam() + ".so";
+    void* module = dlopen(file.c_str(), RTLD_NOW | RTLD_GLOBAL);
+    ASSERT_NE(module, nullptr) << dlerror();
+    {
+        const LoadedPlugin plugin;
+        *static_cast<void**>(dlsym(module, "replacedOriginal")) = pluginSymbol(GetParam());
+        EXPECT_EQ(samplePayload(), expected);
+        EXPECT_GT(*static_cast<uint32_t*>(dlsym(module, "replacedCalls")), 0u);
+    }
+    dlclose(module);
+}
+
+const char* const kReplaced[] = {NIVEX_QOS_REPLACED};
+INSTANTIATE_TEST_SUITE_P(Names, ReplacedFunctionsTest, testing::ValuesIn(kReplaced),
+                         [](const auto& name) { return std::string(name.param); });
+
+}  // namespace
