@@ -5,11 +5,13 @@
 #   make clang  the same tests built with Clang, optimised
 #   make lint   formatting and static analysis
 #   make valgrind  the plug-in's tests under valgrind
+#   make bench  ratios of the plug-in's speed to peers and limits, see docs/performance.md
 
 PRESET ?= release
 RUN_ARGS ?=
+BENCH_ARGS ?= --json build/release/bench.json
 
-.PHONY: run test asan clang lint valgrind format clean
+.PHONY: run test asan clang lint valgrind bench format clean
 
 run:
 	@scripts/setup.sh run
@@ -32,6 +34,12 @@ clang:
 valgrind:
 	@scripts/setup.sh lint
 	@scripts/valgrind.sh
+
+bench:
+	@scripts/setup.sh bench
+	@cmake --preset release -DNIVEX_QOS_BENCH=ON >/dev/null
+	@scripts/build.sh release qos_bench
+	build/release/bin/qos_bench $(BENCH_ARGS)
 
 lint:
 	@scripts/setup.sh lint

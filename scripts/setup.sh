@@ -1,18 +1,20 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a purpose needs and this machine lacks, and says which.
-# usage: scripts/setup.sh run|test|lint   (each includes the ones before it)
+# usage: scripts/setup.sh run|test|lint|bench   (test includes run; lint and bench include both)
 set -euo pipefail
 
 run=(g++ cmake ninja-build pkg-config libcjson-dev libcli11-dev libfmt-dev libnl-3-dev libprotobuf-dev libsqlite3-dev
      nlohmann-json3-dev protobuf-compiler iproute2)
 test=(binutils libgmock-dev libgtest-dev libyang-tools sqlite3)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev valgrind)
+bench=(libnanopb-dev libprotozero-dev nanopb rapidjson-dev)
 
 case "${1:-}" in
   run) wanted=("${run[@]}") ;;
   test) wanted=("${run[@]}" "${test[@]}") ;;
   lint) wanted=("${run[@]}" "${test[@]}" "${lint[@]}") ;;
-  *) echo "usage: $0 run|test|lint" >&2; exit 2 ;;
+  bench) wanted=("${run[@]}" "${test[@]}" "${bench[@]}") ;;
+  *) echo "usage: $0 run|test|lint|bench" >&2; exit 2 ;;
 esac
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
