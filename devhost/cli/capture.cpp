@@ -71,13 +71,16 @@ void CaptureWriter::add(const std::string& alias, QosTlmEncodeType encoding, con
 }
 
 void CaptureWriter::append(const std::string& bytes) const {
-    const ssize_t written = write(file_.get(), bytes.data(), bytes.size());
-    if (written < 0) {
-        throwErrno(fmt::format("cannot write the capture '{}'", name_));
-    }
-    if (static_cast<size_t>(written) < bytes.size()) {
-        throw std::runtime_error(fmt::format(
-            "the capture '{}' ends in a record that is cut off: {} of {} bytes written", name_, written, bytes.size()));
+    // One write takes all, unless the disk is full or the file is a pipe: the next write then tells why.
+    for (size_t done = 0; done < bytes.size();) {
+        const ssize_t written = write(file_.get(), bytes.data() + done, bytes.size() - done);
+        if (written < 0) {
+            throwErrno(done == 0
+                           ? fmt::format("cannot write the capture '{}'", name_)
+                           : fmt::format("cannot write the capture '{}', which now ends in {} of a record's {} bytes",
+                                         name_, done, bytes.size()));
+        }
+        done += static_cast<size_t>(written);
     }
 }
 

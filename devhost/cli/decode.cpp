@@ -139,10 +139,10 @@ class JsonRows : public nlohmann::json_sax<nlohmann::json> {
                               std::equal(recordPlace_.begin(), recordPlace_.end(), place_.begin());
         for (int index = 0; inRecord && index < path_.fieldCount(); ++index) {
             const FieldDescriptor& field = path_.field(index);
-            std::optional<std::string>& cell = cells_[static_cast<size_t>(index)];
-            if (field.json_name() == place_.back() && !cell &&
+            const auto cell = static_cast<size_t>(index);  // there is one only in an object
+            if (field.json_name() == place_.back() && !cells_[cell] &&
                 std::find(types.begin(), types.end(), field.type()) != types.end()) {
-                cell = std::move(text);
+                cells_[cell] = std::move(text);
                 return true;
             }
         }

@@ -10,6 +10,7 @@
 #include "devhost/cli/commands.h"
 #include "devhost/cli/duration.h"
 #include "devhost/cli/stop.h"
+#include "devhost/cli/trouble.h"
 #include "devhost/feed/kernel_feed.h"
 #include "devhost/feed/netlink.h"
 #include "devhost/feed/sim_feed.h"
@@ -35,22 +36,36 @@ struct SimFeedOptions : FeedOptions {
     uint32_t speed = 1;
 };
 
-// A round in each span; a round that takes longer puts the next ones off.
-void runRounds(const FeedOptions& options, const std::function<void()>& round) {
+// A round in each span; a round that takes longer puts the next ones off, one that cannot be written is left out.
+int runRounds(const FeedOptions& options, qosdb::Store& store, const std::function<void()>& round) {
     const uint64_t last = options.count.value_or(std::numeric_limits<uint64_t>::max());
     auto next = Clock::now();
+    Trouble trouble("feeding '" + options.database + "'");
+    bool written = true;
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
-        round();
+        std::vector<std::string> messages;
+        try {
+            if (!written) {
+                store.reopen();
+            }
+            round();
+        } catch (const qosdb::StoreError& error) {
+            messages.emplace_back(error.what());
+        }
+        written = messages.empty();
+        if (!written || !stopRequested()) {  // a stop leaves a round unwritten without a fault
+            trouble.tell(messages);
+        }
         next = std::max(next + options.every, Clock::now());
     }
+    return trouble.ever() ? kFailed : kDone;
 }
 
 int runKernelFeed(const FeedOptions& options) {
     qosdb::Store store(options.database);
     feed::NetlinkSocket kernel;
     feed::KernelFeed feed(kernel, store, [](const std::string& line) { fmt::print(stderr, "qos-host: {}\n", line); });
-    runRounds(options, [&] { feed.round(Clock::now(), std::chrono::system_clock::now()); });
-    return kDone;
+    return runRounds(options, store, [&] { feed.round(Clock::now(), std::chrono::system_clock::now()); });
 }
 
 int runSimFeed(const SimFeedOptions& options) {
@@ -60,7 +75,7 @@ int runSimFeed(const SimFeedOptions& options) {
     deviceOptions.startTime = std::chrono::floor<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
     feed::SimulatedDevice device(deviceOptions);
     feed::SimFeed feed(device, store);
-    runRounds(options, [&] {
+    return runRounds(options, store, [&] {
         constexpr milliseconds kStep(10);  // after which a large device looks for the stop
         for (milliseconds left = options.every * options.speed; left.count() > 0; left -= kStep) {
             if (stopRequested()) {
@@ -70,7 +85,6 @@ int runSimFeed(const SimFeedOptions& options) {
         }
         feed.round();
     });
-    return kDone;
 }
 
 void addFeedOptions(CLI::App& source, FeedOptions& options) {

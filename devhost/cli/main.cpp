@@ -13,6 +13,7 @@ namespace {
 
 int run(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);  // a file at its size limit is a failed write
     host::catchStopSignals();
     CLI::App app("Runs the QoS telemetry plug-in off the device: samples its paths, feeds its database.", "qos-host");
     host::Invocation invocation;

@@ -14,6 +14,7 @@
 #include "devhost/cli/output.h"
 #include "devhost/cli/request.h"
 #include "devhost/cli/stop.h"
+#include "devhost/cli/trouble.h"
 #include "devhost/qosdb/qosdb.h"
 
 namespace host {
@@ -82,24 +83,25 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     };
     const uint64_t last = options.count.value_or(options.every.count() == 0 ? 1 : std::numeric_limits<uint64_t>::max());
     auto next = std::chrono::steady_clock::now();
-    int code = kDone;
+    Trouble trouble(fmt::format("sampling {}", path.alias));
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
-        const Pass pass = plugin.runPass(path, request, kSubscriptionId, keep);
+        Pass pass = plugin.runPass(path, request, kSubscriptionId, keep);
         printBatches(pass.batches, path.alias, options.encodeType(), options.output);
         if (options.output != "json") {
             printSummary(number, pass);
         }
         flushOutput();
-        for (const std::string& message : pass.messages) {
-            fmt::print(stderr, "qos-host: {}\n", message);
-            code = kFailed;  // a message is a failure: a batch refused, a clock not read
+        const bool failed = pass.result == QOS_TLM_RESULT_FAILED;
+        if (failed) {
+            pass.messages.push_back(fmt::format("sampling {} failed", path.alias));
         }
-        if (pass.result == QOS_TLM_RESULT_FAILED) {
-            throw std::runtime_error(fmt::format("sampling {} failed", path.alias));
+        trouble.tell(pass.messages);  // a message is a failure as well: a batch refused, a clock not read
+        if (failed && options.every.count() == 0) {
+            break;  // with a span, the cause may be gone by the next pass
         }
         next = std::max(next + options.every, std::chrono::steady_clock::now());
     }
-    return code;
+    return trouble.ever() ? kFailed : kDone;
 }
 
 }  // namespace

@@ -109,6 +109,24 @@ uint32_t report(int code, const char* format, ...) noexcept {
     return static_cast<uint32_t>(code);
 }
 
+namespace {
+
+ino_t logOf(const std::string& path) {
+    struct stat status {};
+    return stat((path + "-wal").c_str(), &status) == 0 ? status.st_ino : 0;
+}
+
+}  // namespace
+
+bool FileId::of(const std::string& path, FileId& file) {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    file = {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec, logOf(path)};
+    return true;
+}
+
 // Opened for writing as well, so that the last reader can tidy up the files of the WAL; queries cannot change anything.
 uint32_t Reader::open() {
     sqlite3* connection = nullptr;
@@ -141,6 +159,9 @@ uint32_t Reader::start(TableId table) {
     outcome_ = sqlite3_step(statement_);
     if (outcome_ != SQLITE_ROW && outcome_ != SQLITE_DONE) {
         return unreadable(table);
+    }
+    if (file_.log == 0) {
+        file_.log = logOf(path_);  // the first reader makes it
     }
     iterating_ = false;
     stepped_ahead_ = true;
@@ -193,12 +214,11 @@ uint32_t borrowReader(TableId table, std::unique_ptr<Reader>& reader) {
     if (path.empty()) {
         return report(SQLITE_CANTOPEN, "no QoS database: set NIVEX_QOS_DB to its file");
     }
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0) {
+    FileId file{};
+    if (!FileId::of(path, file)) {
         return report(SQLITE_CANTOPEN, "'%s': no QoS database to read table %s from: %s", path.c_str(),
                       tableOf(table).name, std::strerror(errno));
     }
-    const FileId file{status.st_dev, status.st_ino};
     std::unique_ptr<Reader> candidate = pool.take(path, file);
     if (!candidate) {
         candidate = std::make_unique<Reader>(path, file);

@@ -28,10 +28,20 @@ namespace qosdb {
 /* Keeps the text for QosDb_LastError, sends it to the platform's log and answers code. */
 __attribute__((format(printf, 2, 3))) uint32_t report(int code, const char* format, ...) noexcept;
 
-/* Tells a file from another that took its name. */
+/*
+ * Tells a file from another that took its name or was copied over it: SQLite would go on with the pages that it has in
+ * memory. A checkpoint of the log changes it as well, which costs one reopening.
+ */
 struct FileId {
     dev_t device;
     ino_t inode;
+    off_t size;
+    time_t changedSeconds;
+    long changedNanoseconds;
+    ino_t log;  // 0 without one
+
+    /* Of the file and its log as they are; false, with errno, when there is none. */
+    static bool of(const std::string& path, FileId& file);
     friend bool operator==(const FileId&, const FileId&) = default;
 };
 

@@ -1,12 +1,15 @@
 #include "devhost/qosdb/store.h"
 
+#include <filesystem>
 #include <limits>
+#include <system_error>
+#include <utility>
 
 namespace qosdb {
 
 namespace {
 
-constexpr int kBusyTimeoutMs = 5000;
+constexpr int kBusyTimeoutMs = 1000;
 
 std::string cellName(const Table& table, int index) {
     return std::string("table ") + table.name + ", column " + table.columns[static_cast<size_t>(index)].name;
@@ -14,9 +17,21 @@ std::string cellName(const Table& table, int index) {
 
 }  // namespace
 
-Store::Store(const std::string& path) : path_(path) {
+Store::Store(std::string path) : path_(std::move(path)) {
+    reopen();
+}
+
+void Store::reopen() {
+    const bool moved = connection_ && hasMoved();
+    statements_ = {};
+    connection_.reset();
+    if (std::error_code error; moved || (!std::filesystem::exists(path_, error) && !error)) {
+        // The log and index of a database that is gone: SQLite would lay them over the one that has its name now.
+        std::filesystem::remove(path_ + "-wal", error);
+        std::filesystem::remove(path_ + "-shm", error);
+    }
     sqlite3* connection = nullptr;
-    const int code = sqlite3_open_v2(path.c_str(), &connection,
+    const int code = sqlite3_open_v2(path_.c_str(), &connection,
                                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     connection_.reset(connection);
     if (code != SQLITE_OK) {
@@ -51,7 +66,15 @@ void Store::useWal() {
     }
 }
 
+bool Store::hasMoved() const {
+    int moved = 0;
+    return sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved != 0;
+}
+
 Round Store::begin() {
+    if (hasMoved()) {
+        throw StoreError("'" + path_ + "': the database was removed or replaced while it was open");
+    }
     return Round(*this);
 }
 

@@ -3,7 +3,8 @@
  *
  * A Store owns one connection to one file and belongs to one thread. The file is kept in WAL mode, so readers go on
  * while a round writes and see it only once committed. A Round is one write transaction; it must end before its Store
- * does, and a Store has one open Round at a time. Every failure is a StoreError that names the file and the reason.
+ * does, and a Store has one open Round at a time. Every failure is a StoreError that names the file and the reason;
+ * after one of a round, reopen() makes another attempt possible, whatever became of the file.
  */
 #ifndef DEVHOST_QOSDB_STORE_H
 #define DEVHOST_QOSDB_STORE_H
@@ -54,11 +55,17 @@ class Round;
 class Store {
   public:
     /* Opens the file or creates it, and creates the tables that it lacks. */
-    explicit Store(const std::string& path);
+    explicit Store(std::string path);
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
-    /* Begins a round; waits some seconds for another writer to finish. */
+    /* Closes the file and opens or creates the one that has its name now; no Round may be open. */
+    void reopen();
+
+    /*
+     * Begins a round; waits a second for another writer to finish. A file that was removed or replaced since it was
+     * opened is a StoreError: nobody would see the round.
+     */
     Round begin();
 
     /* All rows of Row's table, in the order in which they were written; an open round's own rows are among them. */
@@ -75,6 +82,7 @@ class Store {
     };
 
     void useWal();
+    bool hasMoved() const;
     Statement prepare(const std::string& sql);
     void execute(const char* sql);
     /* Runs a statement of a table that answers no rows. */

@@ -410,6 +410,35 @@ TEST_F(QosDb, AReplacedFileIsOpenedAnew) {
     EXPECT_FALSE(fs::exists(path_));
 }
 
+TEST_F(QosDb, AnOverwrittenFileIsNotReadFromMemory) {
+    {
+        Store store(path_);
+        write(store, ecnRows({1}));
+    }
+    EXPECT_TRUE(Object<Ecn>().rest() == ecnRows({1}));
+    const auto size = fs::file_size(path_);
+    std::ofstream(path_) << std::string(size, 'x');
+    EXPECT_EQ(Object<Ecn>().code(), uint32_t{SQLITE_NOTADB});
+}
+
+TEST_F(QosDb, AStoreWithoutItsFileSaysSoAndStartsAnew) {
+    Store store(path_);
+    write(store, ecnRows({1}));
+    for (const bool replaced : {false, true}) {
+        EXPECT_GE(Object<Ecn>().rest().size(), 1u);  // this reader still has the old log and index open
+        fs::remove(path_);
+        if (replaced) {
+            const Store other(directory_ / "other.db");
+            fs::copy_file(directory_ / "other.db", path_);
+        }
+        EXPECT_THAT(messageOf([&] { store.begin(); }), AllOf(HasSubstr(path_), HasSubstr("removed or replaced")));
+        store.reopen();
+        EXPECT_TRUE(store.read<Ecn>().empty());
+        write(store, ecnRows({2, 3}));
+        EXPECT_TRUE(Object<Ecn>().rest() == ecnRows({2, 3}));
+    }
+}
+
 TEST_F(QosDb, ARoundIsAllOrNothing) {
     Store store(path_);
     write(store, ecnRows({1}));
