@@ -3,15 +3,21 @@
 #   make test   build and run every test
 #   make asan   the same tests built with Clang under the address and undefined-behaviour sanitizers
 #   make clang  the same tests built with Clang, optimised
+#   make test-arm64  the same tests cross-compiled for AArch64, run under qemu-user
+#   make package  a Debian package in build/package; for AArch64 with PRESET=arm64
 #   make lint   formatting and static analysis
 #   make valgrind  the plug-in's tests under valgrind
+#   make fuzz   the fuzz targets, each for a bounded number of runs, see docs/fuzzing.md
+#   make soak   samplers of all paths beside a feed for SOAK_SECONDS, their memory watched, see docs/reliability.md
 #   make bench  ratios of the plug-in's speed to peers and limits, see docs/performance.md
 
 PRESET ?= release
 RUN_ARGS ?=
+FUZZ_ARGS ?=
+SOAK_SECONDS ?= 60
 BENCH_ARGS ?= --json build/release/bench.json
 
-.PHONY: run test asan clang lint valgrind bench format clean
+.PHONY: run test asan clang test-arm64 package lint valgrind fuzz soak bench format clean
 
 run:
 	@scripts/setup.sh run
@@ -35,11 +41,29 @@ valgrind:
 	@scripts/setup.sh lint
 	@scripts/valgrind.sh
 
+fuzz:
+	@scripts/setup.sh lint
+	@scripts/fuzz.sh $(FUZZ_ARGS)
+
+soak:
+	@scripts/setup.sh run
+	@scripts/build.sh release qos-host nivex_qos_plugin
+	@scripts/soak.sh $(SOAK_SECONDS)
+
 bench:
 	@scripts/setup.sh bench
 	@cmake --preset release -DNIVEX_QOS_BENCH=ON >/dev/null
 	@scripts/build.sh release qos_bench
 	build/release/bin/qos_bench $(BENCH_ARGS)
+
+test-arm64:
+	@scripts/setup.sh arm64
+	@$(MAKE) --no-print-directory test PRESET=arm64
+
+package:
+	@scripts/setup.sh $(if $(filter arm64,$(PRESET)),arm64,test)
+	@scripts/build.sh $(PRESET) qos-host nivex_qos_plugin
+	cpack -G DEB --config build/$(PRESET)/CPackConfig.cmake -B build/package
 
 lint:
 	@scripts/setup.sh lint

@@ -1,20 +1,24 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a purpose needs and this machine lacks, and says which.
-# usage: scripts/setup.sh run|test|lint|bench   (test includes run; lint and bench include both)
+# usage: scripts/setup.sh run|test|lint|bench|arm64   (test includes run; the others include both)
 set -euo pipefail
 
 run=(g++ cmake ninja-build pkg-config libcjson-dev libcli11-dev libfmt-dev libnl-3-dev libprotobuf-dev libsqlite3-dev
      nlohmann-json3-dev protobuf-compiler iproute2)
-test=(binutils libgmock-dev libgtest-dev libyang-tools sqlite3)
+test=(abigail-tools binutils dpkg-dev file libgmock-dev libgtest-dev libyang-tools sqlite3)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev valgrind)
 bench=(libnanopb-dev libprotozero-dev nanopb rapidjson-dev)
+# The cross compiler, the emulator, and the libraries of the other architecture.
+arm64=(crossbuild-essential-arm64 qemu-user libcjson-dev:arm64 libfmt-dev:arm64 libgmock-dev:arm64 libgtest-dev:arm64
+       libnl-3-dev:arm64 libprotobuf-dev:arm64 libsqlite3-dev:arm64)
 
 case "${1:-}" in
   run) wanted=("${run[@]}") ;;
   test) wanted=("${run[@]}" "${test[@]}") ;;
   lint) wanted=("${run[@]}" "${test[@]}" "${lint[@]}") ;;
   bench) wanted=("${run[@]}" "${test[@]}" "${bench[@]}") ;;
-  *) echo "usage: $0 run|test|lint|bench" >&2; exit 2 ;;
+  arm64) wanted=("${run[@]}" "${test[@]}" "${arm64[@]}") ;;
+  *) echo "usage: $0 run|test|lint|bench|arm64" >&2; exit 2 ;;
 esac
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
@@ -23,9 +27,12 @@ if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
 fi
 
 missing=()
+native=$(dpkg --print-architecture)
 for package in "${wanted[@]}"; do
-  status=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
-  [ "$status" = installed ] || missing+=("$package")
+  architecture=$native
+  [[ $package != *:* ]] || architecture=${package#*:}
+  dpkg-query -W -f='${Architecture} ${db:Status-Status}\n' "$package" 2>/dev/null |
+    grep -xE "($architecture|all) installed" >/dev/null || missing+=("$package")
 done
 [ ${#missing[@]} -gt 0 ] || exit 0
 
@@ -37,6 +44,10 @@ if [ "$(id -u)" -ne 0 ]; then
     exit 1
   }
   as_root=(sudo)
+fi
+if [[ " ${missing[*]} " == *:arm64\ * ]] && ! dpkg --print-foreign-architectures | grep -qx arm64; then
+  echo "setup: adding the foreign architecture arm64"
+  "${as_root[@]}" dpkg --add-architecture arm64
 fi
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT

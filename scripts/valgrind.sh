@@ -5,7 +5,7 @@
 set -euo pipefail
 
 scripts/build.sh release plugin_test
-filter='-*HugeTable*:BatchPolicyTest.*TenThousand*:BatchPolicyTest.Refusal*:BatchPolicyTest.BatchesThatFit*:Differential*'
+filter='-*HugeTable*:BatchPolicyTest.*TenThousand*:BatchPolicyTest.Refusal*:BatchPolicyTest.BatchesThatFit*:Differential*:*FailureInjection*:ModelTest*'
 for family in PortEcnStat PortBufStat QueueBufStat QueueDropStat IngPortDropStat BufIngStat; do
   filter+=":*/$family*"
 done

@@ -1,15 +1,12 @@
 // Random and exhaustive runs against plain models: the fast ways must answer as the plain ones do.
-#include <regex.h>
-
 #include <algorithm>
 #include <clocale>
-#include <cstring>
 #include <map>
-#include <random>
 #include <set>
 
 #include "nivex_qos/filter.h"
 #include "plugin/families.h"
+#include "support/models.h"
 
 using fake::platform;
 
@@ -17,43 +14,10 @@ namespace {
 
 constexpr uint32_t kSeed = 7;
 
-class DifferentialTest : public StartedPluginTest {
+class DifferentialTest : public StartedPluginTest, protected Dice {
   protected:
-    uint32_t below(size_t limit) { return static_cast<uint32_t>(random_() % limit); }
-    std::string pick(const std::string& from, size_t count) {
-        std::string text(count, '\0');
-        std::generate(text.begin(), text.end(), [&] { return from[below(from.size())]; });
-        return text;
-    }
-    // What may happen to a table between two calls: nothing, or rows move, go, come or are doubled.
-    template <class Row, class Make>
-    void rearrange(std::vector<Row>& rows, Make makeRow) {
-        for (uint32_t times = below(4); times > 0 && !rows.empty(); --times) {
-            const auto from = rows.begin() + below(rows.size());
-            const auto to = below(2) == 0 ? rows.end() : from + std::min<std::ptrdiff_t>(below(20), rows.end() - from);
-            switch (below(6)) {
-                case 0:
-                    std::shuffle(from, to, random_);
-                    break;
-                case 1:
-                    std::reverse(from, to);
-                    break;
-                case 2:
-                    std::rotate(rows.begin(), from, to);
-                    break;
-                case 3:
-                    rows.erase(from, to);
-                    break;
-                default:
-                    rows.insert(from, below(2) == 0 ? makeRow() : Row(rows[below(rows.size())]));
-            }
-        }
-        while (rows.size() < 300) {
-            rows.insert(rows.begin() + below(rows.size() + 1), makeRow());
-        }
-    }
+    DifferentialTest() : Dice(kSeed) {}
 
-    std::mt19937 random_{kSeed};
     testing::ScopedTrace trace_{__FILE__, __LINE__, "seed " + std::to_string(kSeed)};
 };
 
@@ -61,25 +25,16 @@ class DifferentialNameTest : public DifferentialTest {
   protected:
     // The plug-in says what the regular-expression library says of the pattern's expression.
     void expectAgreement(const std::string& pattern, const std::vector<std::string>& names) {
-        std::string expression = "^";
-        for (const char character : pattern) {
-            expression += character == '*' ? std::string("([0-9]*)") : std::string(1, character);
-        }
-        regex_t compiled;
-        const bool compiles = regcomp(&compiled, (expression + "$").c_str(), REG_EXTENDED | REG_ICASE) == 0;
+        const PatternModel model(pattern);
         const auto match = CALL(QOS_TLM_CheckIfName);
         for (const std::string& name : names) {
-            regmatch_t where;
-            const bool expected = compiles && regexec(&compiled, name.c_str(), 1, &where, 0) == 0;
+            const bool expected = model.matches(name);
             ++(expected ? matches_ : others_);
             if (match(pattern.c_str(), name.c_str(), 32) != (expected ? 1u : 0u)) {
                 ADD_FAILURE() << "pattern " << testing::PrintToString(pattern) << " name "
                               << testing::PrintToString(name) << " match: " << expected;
                 break;
             }
-        }
-        if (compiles) {
-            regfree(&compiled);
         }
     }
     // A name that the pattern takes if it has no operators, or only those left out by chance; then perhaps spoilt.
@@ -234,60 +189,6 @@ TEST_F(DifferentialTest, SentKeysAreThoseInserted) {
     EXPECT_GT(found, 100'000u);
     EXPECT_GT(passes, 200u);
 }
-
-// The cells of the first 256 keys. Key 0 uses those of the slot that the next new key will get.
-template <class Value>
-struct TrackingModel {
-    std::map<uint32_t, size_t> slots;
-    Value cells[QOS_TLM_TRACK_SLOT_NUM][QOS_TLM_TRACK_SUB_INDEX_NUM][QOS_TLM_TRACK_FAMILY_NUM]{};
-
-    // The cell, null where there is none, and whether the key was known.
-    std::pair<Value*, bool> find(uint32_t key, uint32_t sub, uint32_t family) {
-        const auto found = slots.find(key);
-        const bool known = found != slots.end();
-        const size_t slot = known ? found->second : slots.size();
-        if (sub >= QOS_TLM_TRACK_SUB_INDEX_NUM || family >= QOS_TLM_TRACK_FAMILY_NUM ||
-            slot == QOS_TLM_TRACK_SLOT_NUM) {
-            return {};
-        }
-        if (key != 0) {
-            slots.emplace(key, slot);
-        }
-        return {&cells[slot][sub][family], known};
-    }
-    template <class Slot, class Cells>
-    void expectSame(const Slot (&table)[QOS_TLM_TRACK_SLOT_NUM], Cells Slot::*member) const {
-        std::vector<uint32_t> keys(QOS_TLM_TRACK_SLOT_NUM);
-        std::for_each(slots.begin(), slots.end(), [&](const auto& slot) { keys[slot.second] = slot.first; });
-        for (size_t slot = 0; slot < QOS_TLM_TRACK_SLOT_NUM; ++slot) {
-            EXPECT_EQ(table[slot].key, keys[slot]) << "slot " << slot;
-            EXPECT_EQ(memcmp(table[slot].*member, cells[slot], sizeof cells[slot]), 0) << "cells of slot " << slot;
-        }
-    }
-};
-
-struct MemoryModel {
-    TrackingModel<uint64_t> history;
-    TrackingModel<uint32_t> times;
-
-    uint32_t isRedundant(uint32_t key, uint32_t sub, uint64_t digest, uint32_t family) {
-        const auto [cell, known] = history.find(key, sub, family);
-        return cell != nullptr && std::exchange(*cell, digest) == digest && known ? 1 : 0;
-    }
-    uint32_t isOverPeriod(uint32_t key, uint32_t sub, uint32_t family, uint32_t period) {
-        const auto now = static_cast<uint32_t>(platform.nowMs / 1000);
-        const auto [cell, known] = times.find(key, sub, family);
-        if (cell == nullptr || (known && now - *cell <= period)) {
-            return 0;
-        }
-        *cell = now;
-        return known ? 1 : 0;
-    }
-    void expectSame() const {
-        history.expectSame(GLOBAL(g_qosTlmHisData), &QosTlmHisSlot::digest);
-        times.expectSame(GLOBAL(g_qosTlmStatTime), &QosTlmStatTimeSlot::time);
-    }
-};
 
 TEST_F(DifferentialTest, HistoryAndPeriodAreThoseOfTheFirst256Keys) {
     for (uint32_t load = 0; load < 40 && !HasFailure(); ++load) {

@@ -354,6 +354,36 @@ void clearRows(const Family& family) {
     withTable(family, [](auto& table) { table.clear(); });
 }
 
+void pickRows(const Family& family, const std::vector<size_t>& rows) {
+    withTable(family, [&](auto& table) {
+        std::remove_reference_t<decltype(table)> picked;
+        for (const size_t row : rows) {
+            picked.push_back(table.at(row));
+        }
+        table = std::move(picked);
+    });
+}
+
+std::optional<RowKey> keyOf(const Family& family, size_t row) {
+    if (family.index == QOS_TLM_FAMILY_TM_BUF) {
+        const std::string slot = valueOf(family, row, "slotId");
+        unsigned first = 0;
+        unsigned second = 0;
+        const int numbers = sscanf(slot.c_str(), "%u/%u", &first, &second);
+        const uint32_t number = numbers == 2 ? first * 1000 + second : first;  // as the fake device database does
+        return numbers < 1 ? std::nullopt : std::optional(RowKey{number, number, 0});
+    }
+    const uint32_t interface = valueOf(family, row, family.index < 7 ? "ifIndex" : "if_index");
+    if (!hasQueues(family)) {
+        return RowKey{interface, interface, 0};
+    }
+    const uint32_t queue = valueOf(family, row,
+                                   family.isMonitor()  ? "queue_index"
+                                   : family.index == 7 ? "queue"
+                                                       : "queueId");
+    return RowKey{interface * 8 + queue, interface, queue};
+}
+
 bool hasQueues(const Family& family) {
     return family.index == 2 || family.index == 3 || family.index >= 7;
 }

@@ -76,6 +76,18 @@ void setText(const Family& family, size_t row, const std::string& column, std::o
 size_t rowCount(const Family& family);
 void clearRows(const Family& family);
 
+// The table becomes these of its rows, in this order.
+void pickRows(const Family& family, const std::vector<size_t>& rows);
+
+// What a row is known by: among the sent keys, and in the tables of changes and periods. Nothing for a slot that is
+// none.
+struct RowKey {
+    uint32_t sent;
+    uint32_t key;
+    uint32_t sub;
+};
+std::optional<RowKey> keyOf(const Family& family, size_t row);
+
 // The entry that a row must become, its leaves in order.
 nlohmann::ordered_json entryOf(const Family& family, size_t row);
 

@@ -202,34 +202,6 @@ TEST_P(QueryCycleTest, LostBatchCountsAsSentForTheRestOfThePass) {
     expectFullPass(rows);
 }
 
-// Whatever single call of the platform fails: a legal result, nothing left behind, and the next pass is complete.
-TEST_P(QueryCycleTest, EveryFailureIsFollowedByAFullPass) {
-    constexpr uint32_t kRows = 3;
-    for (const char* function : {"NIVEX_AllocBuff", "memcpy_s", "strcpy_s", "memset_s"}) {
-        uint32_t failures = 0;
-        for (bool failed = true; failed; failures += failed) {
-            SCOPED_TRACE(testing::Message() << function << " " << failures + 1);
-            restart(kRows);
-            fake::failCall(function, failures + 1, 75);
-            const uint32_t result = query();
-            failed = fake::hasFailed(function);
-            fake::failNothing();
-            EXPECT_TRUE(result == QOS_TLM_RESULT_DONE || (result == QOS_TLM_RESULT_FAILED && platform.uploads.empty()));
-            for (const auto& [moduleId, sample] : platform.uploads) {
-                EXPECT_LE(sample.recordCount, kRows);
-                EXPECT_LE(sample.dataLen, QOS_TLM_PAYLOAD_SIZE);
-            }
-            EXPECT_TRUE(!fake::takeLog().empty() || !failed || strcmp(function, "memset_s") == 0)
-                << "without a message";
-            EXPECT_EQ(flag(), 0u);
-            EXPECT_EQ(fake::liveObjects(), 0u);
-            EXPECT_LE(fake::liveBlocks(), kRows);
-            expectFullPass(kRows);
-        }
-        EXPECT_GE(failures, strcmp(function, "NIVEX_AllocBuff") == 0 ? 20u : 1u) << function;
-    }
-}
-
 TEST_P(QueryCycleTest, NonsenseInTheRequestIsNeverReadPast) {
     addRows(family_, 3);
     // The request ends where readable memory ends.

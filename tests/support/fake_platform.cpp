@@ -149,7 +149,57 @@ int boundedResult(const char* function, const void* dest, const void* source, bo
     return dest == nullptr || source == nullptr ? EINVAL : fits ? 0 : ERANGE;
 }
 
+QosTlmCjsonFuncTable cjson;
+size_t cjsonBlocks = 0;
+
+// A function of cJSON in its slot of the table.
+template <auto Slot, class Function = decltype(Slot)>
+struct Watched;
+template <auto Slot, class Result, class... Arguments>
+struct Watched<Slot, Result (*QosTlmCjsonFuncTable::*)(Arguments...)> {
+    static inline const char* name;
+    static Result call(Arguments... arguments) {
+        const bool fails = failureOf(name).has_value();
+        if constexpr (std::is_pointer_v<Result>) {
+            return fails ? nullptr : (cjson.*Slot)(arguments...);
+        } else {
+            (cjson.*Slot)(arguments...);
+        }
+    }
+};
+
 }  // namespace
+
+#define WATCH(slot, function)                                \
+    Watched<& QosTlmCjsonFuncTable::slot>::name = #function; \
+    functions.slot = Watched<&QosTlmCjsonFuncTable::slot>::call;
+
+void watchCjson(void* library, QosTlmCjsonFuncTable& functions) {
+    cjson = functions;
+    WATCH(createNumber, cJSON_CreateNumber)
+    WATCH(createString, cJSON_CreateString)
+    WATCH(createBool, cJSON_CreateBool)
+    WATCH(createObject, cJSON_CreateObject)
+    WATCH(createArray, cJSON_CreateArray)
+    WATCH(addItemToObj, cJSON_AddItemToObject)
+    WATCH(addItemToArr, cJSON_AddItemToArray)
+    WATCH(cjsonFree, cJSON_free)
+    WATCH(nodeFree, cJSON_Delete)
+    WATCH(printUnfmt, cJSON_PrintUnformatted)
+    struct Hooks {
+        void* (*alloc)(size_t);
+        void (*free)(void*);
+    } hooks{[](size_t size) { return ++cjsonBlocks, malloc(size); },
+            [](void* block) {
+                cjsonBlocks -= block != nullptr ? 1 : 0;
+                free(block);
+            }};
+    reinterpret_cast<void (*)(Hooks*)>(dlsym(library, "cJSON_InitHooks"))(&hooks);
+}
+
+size_t liveCjsonBlocks() {
+    return cjsonBlocks;
+}
 
 void reset() {
     platform = Platform{};

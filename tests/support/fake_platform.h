@@ -19,6 +19,7 @@
 #include <string_view>
 #include <vector>
 
+#include "nivex_qos/cjson.h"
 #include "nivex_qos/plugin.h"
 #include "platform/patch_service.h"
 #include "platform/qos_db_tables.h"
@@ -84,6 +85,10 @@ inline constexpr uint32_t kEveryCall = 0;
 void failCall(std::string_view function, uint32_t nth, uint32_t code = 1);
 bool hasFailed(std::string_view function);  // the planned failure took place
 void failNothing();
+
+// From now on the ten cJSON functions are platform functions too, of which those that answer a pointer can fail.
+void watchCjson(void* library, QosTlmCjsonFuncTable& functions);
+size_t liveCjsonBlocks();
 
 uint32_t callCount(std::string_view function);
 std::vector<std::string> callsWith(std::string_view prefix);  // in order

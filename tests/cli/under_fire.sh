@@ -1,0 +1,279 @@
+#!/usr/bin/env bash
+# qos-host while its surroundings fail: killed, its database removed, replaced, damaged, locked or read-only, disks full.
+# Each case wants the message that names file and cause, the exit code, a capture that reads back as whole records, and
+# that the work goes on when the cause is gone.
+#
+#   under_fire.sh PROGRAM_DIR [CASE...]
+set -uo pipefail
+programs=$(cd "$1" && pwd)
+shift
+PATH=$programs:$PATH
+unset NIVEX_QOS_DB NIVEX_QOS_PLUGIN
+export LC_ALL=C
+
+scratch=$(mktemp -d)
+mounted=
+trap 'kill -KILL $(jobs -p) 2>/dev/null; wait 2>/dev/null; [ -z "$mounted" ] || umount "$mounted"; rm -rf "$scratch"' EXIT
+cd "$scratch" || exit 1
+
+case_name=
+failures=0
+complain() {
+    echo "under_fire: $case_name: $*" >&2
+    failures=$((failures + 1))
+}
+# Waits for a command to succeed.
+await() {
+    for _ in {1..200}; do
+        "$@" && return 0
+        sleep 0.05
+    done
+    complain "waited in vain for: $*; the messages: $(head -n 5 ./*.err)"
+    exit 1
+}
+says() { grep -q -- "$2" "$1.err"; }
+# How many samples of so many records NAME has shown.
+passes() { grep -c "records $2," "$1.out"; }
+more_passes() { [ "$(passes "$1" "$2")" -gt "$3" ]; } # NAME RECORDS NUMBER
+goes_on() { await says "$1" 'goes on after'; }
+
+sampler() { # NAME SPAN OPTIONS...
+    : >"$1.out"
+    qos-host sample queue-statistics --db q.db --output none --every "${@:2}" >"$1.out" 2>>"$1.err" 3>&- &
+    eval "$1_pid=$!"
+    await more_passes "$1" '[0-9]*' 1
+}
+feed() { # NAME OPTIONS...
+    qos-host feed sim --every 20ms "${@:2}" >"$1.out" 2>>"$1.err" 3>&- &
+    eval "$1_pid=$!"
+}
+# Ends NAME with a signal and checks its exit code.
+stop() { # NAME CODE [SIGNAL]
+    local pid=$1_pid code=0
+    kill -s "${3:-TERM}" "${!pid}" 2>/dev/null || complain "$1 has ended by itself: $(cat "$1.err")"
+    wait "${!pid}" 2>/dev/null || code=$?
+    [ "$code" -eq "$2" ] || complain "$1 ends with $code, not $2: $(cat "$1.err")"
+}
+# Messages of NAME that match a pattern, however often the cause was met.
+told() { # NAME PATTERN TIMES
+    local times
+    times=$(grep -c -- "$2" "$1.err")
+    [ "$times" -eq "$3" ] || complain "$1 says '$2' $times times, not $3: $(cat "$1.err")"
+}
+# A capture is whole, or whole up to a last record that is named as cut off.
+reads_back() { # FILE whole|cut [CODE]
+    local code=0
+    qos-host decode "$1" --output none >decoded 2>decode.err || code=$?
+    [ -s decoded ] || complain "$1 has no batch"
+    case $2 in
+    cut) [ $code -eq 1 ] && says decode 'the record is cut off: ' ;;
+    *) [ $code -eq 0 ] && [ ! -s decode.err ] ;;
+    esac || complain "$1 is not $2, exit code $code: $(cat decode.err)"
+}
+sound() {
+    [ "$(sqlite3 "$1" 'PRAGMA integrity_check' 2>&1)" = ok ] || complain "$1 is damaged"
+    rm -f junk
+    [ -z "$(ls "$1"-* 2>/dev/null)" ] || complain "left behind: $(ls "$1"-*)"
+}
+fresh() { # a database of 128 queues, nobody has it open
+    rm -f q.db* ./*.cap
+    qos-host feed sim --db q.db --count 1 || complain "no database"
+    cp q.db good.db
+}
+
+killed_by_signals() {
+    local signal code form
+    for signal in KILL TERM INT; do
+        code=$([ $signal = KILL ] && echo 137 || echo 0)
+        fresh
+        feed writer --db q.db
+        sampler gpb 1ms --capture gpb.cap
+        sampler json 1ms --encoding json --capture json.cap
+        await more_passes json 128 20
+        for each in gpb json writer; do
+            stop $each "$code" $signal
+        done
+        for form in gpb json; do
+            # A write that the signal met halfway may cut the last record off; nothing else may be wrong.
+            if [ $signal = KILL ] && ! qos-host decode $form.cap --output none >/dev/null 2>&1; then
+                reads_back $form.cap cut
+            else
+                reads_back $form.cap whole
+            fi
+            [ $signal = KILL ] || [ "$(wc -l <decoded)" -eq "$(passes $form 128)" ] ||
+                complain "$form.cap has $(wc -l <decoded) batches, $(passes $form 128) were sent"
+        done
+        qos-host sample queue-statistics --db q.db --output none >after || complain "no sample after SIG$signal"
+        sound q.db
+    done
+}
+
+removed() {
+    fresh
+    sampler reader 20ms
+    mv q.db elsewhere
+    await says reader "'q.db': no QoS database to read table queue_stat from: No such file or directory"
+    mv elsewhere q.db
+    goes_on reader
+    stop reader 1
+    told reader 'No such file' 1
+    sound q.db
+}
+
+replaced() {
+    fresh
+    cp q.db other.db
+    sqlite3 other.db 'DELETE FROM queue_stat WHERE rowid > 1'
+    sampler reader 20ms
+    mv other.db q.db
+    await more_passes reader 1 2
+    stop reader 0
+    sound q.db
+}
+
+damaged() {
+    local how
+    fresh
+    head -c 65536 /dev/urandom >junk
+    sampler reader 20ms
+    for how in 'mv junk q.db' 'cp good.db junk; truncate -s 8192 q.db' ': >q.db' \
+        'head -c "$(stat -c %s good.db)" /dev/urandom >q.db'; do
+        : >reader.err
+        eval "$how"
+        await says reader "'q.db': cannot read table queue_stat: \(file is not a database\|database disk image is malformed\|no such table: queue_stat\)"
+        cat good.db >q.db
+        goes_on reader
+    done
+    stop reader 1
+    sound q.db
+    # From the start, and the feed as well.
+    echo 'no database' >junk.db
+    cp junk.db before
+    qos-host feed sim --db junk.db --count 1 2>feed.err && complain "feeds a text file"
+    says feed "'junk.db': .*file is not a database" || complain "$(cat feed.err)"
+    cmp -s junk.db before || complain "the feed has changed a file that is no database"
+}
+
+feed_loses_its_file() {
+    local how
+    fresh
+    feed writer --db q.db
+    sampler reader 20ms
+    for how in 'rm q.db' 'cp good.db new.db; mv new.db q.db' 'rm q.db q.db-wal q.db-shm'; do
+        : >writer.err
+        eval "$how"
+        goes_on writer
+        told writer "'q.db': the database was removed or replaced while it was open" 1
+        await more_passes reader 128 "$(passes reader 128)"
+    done
+    : >writer.err
+    echo 'no database' >junk
+    mv junk q.db
+    await says writer "'q.db': .*: file is not a database"
+    rm q.db
+    goes_on writer
+    await more_passes reader 128 "$(passes reader 128)"
+    stop writer 1
+    kill -TERM "$reader_pid"
+    wait "$reader_pid" # 0 or 1: it may have met the moment without a file
+    [ $? -le 1 ] || complain "the reader does not end well"
+    sound q.db
+}
+
+locked() {
+    local mode
+    fresh
+    feed writer --db q.db
+    sampler reader 20ms
+    for mode in IMMEDIATE EXCLUSIVE; do
+        : >writer.err
+        # The shell's own wait, as the feed may be writing.
+        { echo '.timeout 5000'; echo "BEGIN $mode; DELETE FROM queue_stat;"; await says writer 'is locked' >&2
+          echo 'ROLLBACK;'; } | sqlite3 -bail q.db || complain "cannot lock the database"
+        goes_on writer
+        told writer "'q.db': cannot run 'BEGIN IMMEDIATE': database is locked" 1
+    done
+    stop reader 0 # readers of a WAL database go on meanwhile
+    stop writer 1
+    sound q.db
+
+    # One that lets nobody in.
+    mkfifo hold
+    sqlite3 q.db <hold >locked.out 2>&1 &
+    exec 3>hold
+    echo 'PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; DELETE FROM queue_stat WHERE rowid < 0; COMMIT; SELECT "held";' >&3
+    await grep -q held locked.out
+    sampler shut_out 100ms
+    await says shut_out "'q.db': cannot read table queue_stat: database is locked"
+    exec 3>&-
+    goes_on shut_out
+    stop shut_out 1
+    sound q.db
+}
+
+# Without a right to mount: a file at its size limit fails as a full disk does.
+limited_capture() {
+    fresh
+    (ulimit -f 40; exec qos-host sample queue-statistics --db q.db --output none --every 1ms --count 100 --capture q.cap) \
+        >limit.out 2>limit.err
+    [ $? -eq 1 ] || complain "exit code $? at the limit"
+    says limit "cannot write the capture 'q.cap', which now ends in [0-9]* of a record's [0-9]* bytes: File too large" ||
+        complain "$(cat limit.err)"
+    reads_back q.cap cut
+    sound q.db
+}
+
+full_disk() {
+    mkdir -p disk
+    if ! mount -t tmpfs -o size=300k none disk 2>mount.err; then
+        echo "under_fire: $case_name skipped: $(cat mount.err)"
+        return
+    fi
+    mounted=$scratch/disk
+    fresh
+    qos-host sample queue-statistics --db q.db --output none --every 1ms --count 1000 --capture disk/q.cap \
+        >full.out 2>full.err
+    [ $? -eq 1 ] || complain "exit code $? with a full disk"
+    says full "cannot write the capture 'disk/q.cap'.*: No space left on device" || complain "$(cat full.err)"
+    cp disk/q.cap q.cap
+    rm disk/q.cap
+    qos-host decode q.cap --output none >decoded 2>decode.err
+    [ "$(wc -l <decoded)" -ge "$(passes full 128)" ] || complain "batches are missing in the capture"
+    [ ! -s decode.err ] || reads_back q.cap cut
+
+    feed writer --db disk/q.db
+    await says writer "'disk/q.db': .*\(disk is full\|disk I/O error\)"
+    mount -o remount,size=32m disk
+    goes_on writer
+    stop writer 1
+    sound disk/q.db
+
+    mount -o remount,ro disk
+    qos-host feed sim --db disk/q.db --count 1 2>readonly.err
+    [ $? -eq 1 ] || complain "exit code $? with a read-only database"
+    says readonly "'disk/q.db': .*\(readonly database\|unable to open database file\)" || complain "$(cat readonly.err)"
+    # A WAL database is not readable without its index, which cannot be made here.
+    qos-host sample queue-statistics --db disk/q.db --output none >readonly.out 2>readonly.err
+    [ $? -eq 1 ] || complain "exit code $? of a sample from a read-only disk: $(cat readonly.out)"
+    says readonly "'disk/q.db': cannot read table queue_stat: " || complain "$(cat readonly.err)"
+    qos-host sample queue-statistics --db q.db --capture disk/new.cap >/dev/null 2>readonly.err
+    [ $? -eq 1 ] || complain "exit code $? with a read-only capture"
+    says readonly "cannot write the capture 'disk/new.cap': Read-only file system" || complain "$(cat readonly.err)"
+    umount disk
+    mounted=
+}
+
+cases=("$@")
+[ ${#cases[@]} -gt 0 ] ||
+    cases=(killed_by_signals removed replaced damaged feed_loses_its_file locked limited_capture full_disk)
+for case_name in "${cases[@]}"; do
+    start=$SECONDS
+    rm -f ./*.err ./*.out
+    "$case_name"
+    # What a sanitizer has to say counts whatever the exit code.
+    if grep -l 'Sanitizer\|runtime error' ./*.err; then
+        complain "$(grep -h -A 20 'Sanitizer\|runtime error' ./*.err | head -n 30)"
+    fi
+    echo "$case_name: $((SECONDS - start)) s"
+done
+[ "$failures" -eq 0 ]
