@@ -675,6 +675,9 @@ TEST(NetlinkParserTest, DamagedAnswersAreErrorsAndNothingElse) {
 }
 
 TEST(NetlinkSocketTest, ReadsTheRunningKernel) {
+#ifdef NIVEX_QOS_EMULATED
+    GTEST_SKIP() << "the emulator passes no requests for queueing disciplines on to the kernel";
+#endif
     NetlinkSocket kernel;
     const KernelState state = readKernel(kernel);
     EXPECT_NE(std::ranges::find(state.links, "lo", &Link::name), state.links.end());

@@ -399,7 +399,7 @@ class ModelTest : public StartedPluginTest, protected Dice {
 };
 
 TEST_F(ModelTest, WhateverHappensTheRightRecordsArrive) {
-#if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__)
+#if defined(__OPTIMIZE__) && !defined(NIVEX_QOS_EMULATED) && !defined(__SANITIZE_ADDRESS__)
     const uint32_t steps = setting("NIVEX_QOS_SOAK_STEPS", 600);
 #else
     const uint32_t steps = setting("NIVEX_QOS_SOAK_STEPS", 300);

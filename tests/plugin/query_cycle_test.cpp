@@ -14,8 +14,8 @@ namespace {
 
 constexpr const char* kQueryFailed = "[Tlm QueryFunc] query data failed.";
 
-// Rows for the test of size: all of them only where the code is optimised and not instrumented.
-#if defined(__OPTIMIZE__) && !defined(__SANITIZE_ADDRESS__)
+// Rows for the test of size: all of them only where the code is optimised, not instrumented and not emulated.
+#if defined(__OPTIMIZE__) && !defined(NIVEX_QOS_EMULATED) && !defined(__SANITIZE_ADDRESS__)
 constexpr uint32_t kHuge = 64000;
 #else
 constexpr uint32_t kHuge = 2000;
