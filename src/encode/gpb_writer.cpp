@@ -11,8 +11,12 @@
 #include "platform/host_framework.h"
 #include "support/own_function.h"
 
+QOS_TLM_OWN_FUNCTION(QOS_TLM_CalcProtoSizeLeafnode);
 QOS_TLM_OWN_FUNCTION(QOS_TLM_CalcProtoSizeRecursive);
 QOS_TLM_OWN_FUNCTION(QOS_TLM_EncodeProto);
+QOS_TLM_OWN_FUNCTION(QOS_TLM_GetProtoIntegerSize);
+QOS_TLM_OWN_FUNCTION(QOS_TLM_GetProtoStringSize);
+QOS_TLM_OWN_FUNCTION(QOS_TLM_GetProtoStructSize);
 QOS_TLM_OWN_FUNCTION(QOS_TLM_WrapProtoNodeInteger);
 QOS_TLM_OWN_FUNCTION(QOS_TLM_WrapProtoNodeLeaf);
 
@@ -44,15 +48,16 @@ uint32_t integerSize(uint32_t fieldNumber, uint64_t value) {
     return varintSize(tagOf(fieldNumber, 0)) + varintSize(value);
 }
 
-[[gnu::always_inline]] inline uint32_t leafSize(const QosTlmNodeData& leaf) {
+template <class IntegerSize, class TextSize>
+[[gnu::always_inline]] inline uint32_t sizeOfLeaf(const QosTlmNodeData& leaf, IntegerSize integer, TextSize text) {
     switch (leaf.valueType) {
         case QOS_TLM_VALUE_BOOL:
         case QOS_TLM_VALUE_UINT32:
-            return integerSize(leaf.fieldNumber, static_cast<uint32_t>(leaf.value));
+            return integer(leaf.fieldNumber, static_cast<uint32_t>(leaf.value));
         case QOS_TLM_VALUE_UINT64:
-            return integerSize(leaf.fieldNumber, leaf.value);
+            return integer(leaf.fieldNumber, leaf.value);
         case QOS_TLM_VALUE_STRING:
-            return lengthDelimitedSize(leaf.fieldNumber, textLength(leaf));
+            return text(leaf.fieldNumber, textLength(leaf));
         default:
             return 0;
     }
@@ -124,13 +129,15 @@ static_assert(offsetof(Varint, low) == 0 && offsetof(Varint, high) == sizeof(uin
     return tagLen + valueLen;
 }
 
-[[gnu::always_inline]] inline uint32_t writeLeaf(const QosTlmNodeData& leaf, uint8_t* dest, uint32_t room) {
+template <class WriteInteger>
+[[gnu::always_inline]] inline uint32_t writeLeaf(const QosTlmNodeData& leaf, uint8_t* dest, uint32_t room,
+                                                 WriteInteger integer) {
     switch (leaf.valueType) {
         case QOS_TLM_VALUE_BOOL:
         case QOS_TLM_VALUE_UINT32:
-            return writeInteger(leaf.fieldNumber, static_cast<uint32_t>(leaf.value), dest, room);
+            return integer(leaf.fieldNumber, static_cast<uint32_t>(leaf.value), dest, room);
         case QOS_TLM_VALUE_UINT64:
-            return writeInteger(leaf.fieldNumber, leaf.value, dest, room);
+            return integer(leaf.fieldNumber, leaf.value, dest, room);
         case QOS_TLM_VALUE_STRING:
             return QOS_TLM_WrapProtoNodeString(leaf.fieldNumber, textOf(leaf), textLength(leaf), dest, room);
         default:
@@ -157,15 +164,18 @@ uint32_t QOS_TLM_GetProtoStructSize(uint32_t fieldNumber, uint32_t length) {
 }
 
 uint32_t QOS_TLM_CalcProtoSizeLeafnode(const QosTlmNodeData* leaf) {
-    return leaf == nullptr ? 0 : leafSize(*leaf);
+    if (leaf == nullptr) {
+        return 0;
+    }
+    return sizeOfLeaf(*leaf, QOS_TLM_GetProtoIntegerSize, QOS_TLM_GetProtoStringSize);
 }
 
 uint32_t QOS_TLM_CalcProtoSizeRecursive(const QosTlmNode* node) {
     uint32_t size = 0;
     for (; node != nullptr; node = node->next) {
-        size += node->isLeaf != 0
-                    ? leafSize(node->data)
-                    : lengthDelimitedSize(node->data.fieldNumber, QOS_TLM_CalcProtoSizeRecursive(node->firstChild));
+        size += node->isLeaf != 0 ? QOS_TLM_CalcProtoSizeLeafnode(&node->data)
+                                  : QOS_TLM_GetProtoStructSize(node->data.fieldNumber,
+                                                               QOS_TLM_CalcProtoSizeRecursive(node->firstChild));
     }
     return size;
 }
@@ -210,20 +220,7 @@ uint32_t QOS_TLM_WrapProtoNodeString(uint32_t fieldNumber, const void* data, uin
 }
 
 uint32_t QOS_TLM_WrapProtoNodeLeaf(const QosTlmNodeData* leaf, uint8_t* dest, uint32_t room) {
-    if (leaf == nullptr) {
-        return 0;
-    }
-    switch (leaf->valueType) {
-        case QOS_TLM_VALUE_BOOL:
-        case QOS_TLM_VALUE_UINT32:
-            return QOS_TLM_WrapProtoNodeInteger(leaf->fieldNumber, static_cast<uint32_t>(leaf->value), dest, room);
-        case QOS_TLM_VALUE_UINT64:
-            return QOS_TLM_WrapProtoNodeInteger(leaf->fieldNumber, leaf->value, dest, room);
-        case QOS_TLM_VALUE_STRING:
-            return QOS_TLM_WrapProtoNodeString(leaf->fieldNumber, textOf(*leaf), textLength(*leaf), dest, room);
-        default:
-            return 0;
-    }
+    return leaf == nullptr ? 0 : writeLeaf(*leaf, dest, room, QOS_TLM_WrapProtoNodeInteger);
 }
 
 uint32_t QOS_TLM_WrapProtoNodeStruct(uint32_t fieldNumber, const QosTlmNode* firstChild, uint8_t* dest, uint32_t room) {
@@ -245,7 +242,7 @@ uint32_t QOS_TLM_WrapProtoNodeStruct(uint32_t fieldNumber, const QosTlmNode* fir
         if (child->isLeaf == 0) {
             used += QOS_TLM_WrapProtoNodeStruct(child->data.fieldNumber, child->firstChild, end, room - used);
         } else {
-            used += own ? writeLeaf(child->data, end, room - used)
+            used += own ? writeLeaf(child->data, end, room - used, writeInteger)
                         : QOS_TLM_WrapProtoNodeLeaf(&child->data, end, room - used);
         }
     }
@@ -259,7 +256,9 @@ void* QOS_TLM_EncodeProto(const QosTlmNode* top, uint32_t* outLen) {
 }
 
 bool qos::writesGpbItself() {
-    return QOS_TLM_IS_OWN(QOS_TLM_CalcProtoSizeRecursive) && QOS_TLM_IS_OWN(QOS_TLM_EncodeProto);
+    return QOS_TLM_IS_OWN(QOS_TLM_EncodeProto) && QOS_TLM_IS_OWN(QOS_TLM_CalcProtoSizeRecursive) &&
+           QOS_TLM_IS_OWN(QOS_TLM_CalcProtoSizeLeafnode) && QOS_TLM_IS_OWN(QOS_TLM_GetProtoIntegerSize) &&
+           QOS_TLM_IS_OWN(QOS_TLM_GetProtoStringSize) && QOS_TLM_IS_OWN(QOS_TLM_GetProtoStructSize);
 }
 
 std::optional<uint32_t> qos::validGpbSize(const QosTlmNode* node) {
@@ -268,15 +267,16 @@ std::optional<uint32_t> qos::validGpbSize(const QosTlmNode* node) {
         if (!isValid(node->data)) {
             return std::nullopt;
         }
-        if (node->isLeaf != 0 && node->firstChild == nullptr) {
-            size += leafSize(node->data);
-            continue;
+        uint32_t content = 0;
+        if (node->firstChild != nullptr) {
+            const std::optional<uint32_t> children = validGpbSize(node->firstChild);
+            if (!children) {
+                return std::nullopt;
+            }
+            content = *children;
         }
-        const std::optional<uint32_t> content = validGpbSize(node->firstChild);
-        if (!content) {
-            return std::nullopt;
-        }
-        size += node->isLeaf != 0 ? leafSize(node->data) : lengthDelimitedSize(node->data.fieldNumber, *content);
+        size += node->isLeaf != 0 ? sizeOfLeaf(node->data, integerSize, lengthDelimitedSize)
+                                  : lengthDelimitedSize(node->data.fieldNumber, content);
     }
     return size;
 }

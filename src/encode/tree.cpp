@@ -7,6 +7,9 @@
 #include "nivex_qos/log.h"
 #include "platform/bounded.h"
 #include "platform/host_framework.h"
+#include "support/own_function.h"
+
+QOS_TLM_OWN_FUNCTION(QOS_TLM_AddChild);
 
 namespace {
 
@@ -21,6 +24,14 @@ void append(QosTlmNode& parent, QosTlmNode* child) {
     parent.lastChild = child;
 }
 
+void appendByName(QosTlmNode* parent, QosTlmNode* child) {
+    if (QOS_TLM_IS_OWN(QOS_TLM_AddChild)) {
+        append(*parent, child);
+    } else {
+        QOS_TLM_AddChild(parent, child);
+    }
+}
+
 // The three adds of numbers differ in nothing but their type, its size and their messages.
 uint32_t addNumber(QosTlmNode* parent, const char* name, QosTlmValueType type, uint64_t value, uint32_t valueLen,
                    uint32_t fieldNumber, const char* noParent, const char* noMemory) {
@@ -33,7 +44,7 @@ uint32_t addNumber(QosTlmNode* parent, const char* name, QosTlmValueType type, u
         QOS_TLM_DiagErr("%s", noMemory);
         return 1;
     }
-    append(*parent, leaf);
+    appendByName(parent, leaf);
     return 0;
 }
 
@@ -64,7 +75,7 @@ uint32_t QOS_TLM_AddChildString(QosTlmNode* parent, const char* name, const char
     const char* copy = QOS_TLM_ConvertToStr(value, &length);
     leaf->data.value = reinterpret_cast<uintptr_t>(copy);
     leaf->data.valueLen = (copy != nullptr ? length : static_cast<uint32_t>(strlen(value))) + 1;
-    append(*parent, leaf);
+    appendByName(parent, leaf);
     return 0;
 }
 

@@ -7,9 +7,6 @@
 
 namespace {
 
-// More than any entry takes in either encoding.
-constexpr uint32_t kEntryMax = 4096;
-
 // cJSON prints whole numbers below 10^15 digit by digit; above, with up to 17 digits, point and exponent.
 constexpr uint64_t kLongNumber = 1000000000000000;
 constexpr uint32_t kLongNumberLen = 24;
@@ -89,10 +86,7 @@ qos::BatchRoom::BatchRoom(bool endsByPayload, uint32_t encodeType, const QosTlmN
       root_(root),
       size_(limited_ && json_ ? jsonFrameLength(root) : 0) {}
 
-bool qos::BatchRoom::takes(const QosTlmNode* entry) {
-    if (!limited_) {
-        return true;
-    }
+bool qos::BatchRoom::takesLimited(const QosTlmNode* entry) {
     if (!json_) {
         size_ += QOS_TLM_CalcProtoSizeRecursive(entry);
         return gpbSize(root_, size_) <= QOS_TLM_PAYLOAD_SIZE;
@@ -104,8 +98,4 @@ bool qos::BatchRoom::takes(const QosTlmNode* entry) {
         size_ = exact != 0 ? exact : size_;
     }
     return size_ <= QOS_TLM_PAYLOAD_SIZE;
-}
-
-bool qos::BatchRoom::isScarce() const {
-    return limited_ && size_ + kEntryMax > QOS_TLM_PAYLOAD_SIZE;
 }

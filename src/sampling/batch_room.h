@@ -15,12 +15,17 @@ class BatchRoom {
     BatchRoom(bool endsByPayload, uint32_t encodeType, const QosTlmNode* root);
 
     // Whether the batch fits the payload with the entry that was just added at the end of the tree.
-    bool takes(const QosTlmNode* entry);
+    bool takes(const QosTlmNode* entry) { return !limited_ || takesLimited(entry); }
 
     // Whether the next entry might not fit.
-    bool isScarce() const;
+    bool isScarce() const { return limited_ && size_ + kEntryMax > QOS_TLM_PAYLOAD_SIZE; }
 
   private:
+    // More than any entry takes in either encoding.
+    static constexpr uint32_t kEntryMax = 4096;
+
+    bool takesLimited(const QosTlmNode* entry);
+
     bool limited_;
     bool json_;
     const QosTlmNode* root_;

@@ -151,10 +151,11 @@ uint32_t QOS_TLM_CheckIfName(const char* pattern, const char* name, uint32_t) {
     while (!kNotPlain[static_cast<uint8_t>(pattern[plain])]) {
         ++plain;
     }
-    if (plain + strnlen(pattern + plain, QOS_TLM_PATTERN_MAX + 1) > QOS_TLM_PATTERN_MAX) {
+    const bool isPlain = pattern[plain] == '\0';
+    if ((isPlain ? plain : strnlen(pattern, QOS_TLM_PATTERN_MAX + 1)) > QOS_TLM_PATTERN_MAX) {
         return 0;
     }
-    const std::optional<bool> direct = pattern[plain] == '\0' ? matchDirectly(pattern, plain, name) : std::nullopt;
+    const std::optional<bool> direct = isPlain ? matchDirectly(pattern, plain, name) : std::nullopt;
     return direct.has_value() ? *direct : matchByExpression(pattern, name);
 }
 

@@ -36,7 +36,8 @@ TEST_P(ReplacedFunctionsTest, AreCalledBySampling) {
         const LoadedPlugin plugin;
         *static_cast<void**>(dlsym(module, "replacedOriginal")) = pluginSymbol(GetParam());
         EXPECT_EQ(samplePayload(), expected);
-        EXPECT_GT(*static_cast<uint32_t*>(dlsym(module, "replacedCalls")), 0u);
+        const uint32_t calls = *static_cast<uint32_t*>(dlsym(module, "replacedCalls"));
+        EXPECT_GE(calls, GetParam() == std::string("QOS_TLM_AddChild") ? 30u : 1u) << "of three rows with ten leaves";
     }
     dlclose(module);
 }

@@ -12,36 +12,38 @@ QOS_TLM_API void* replacedOriginal = nullptr;
 QOS_TLM_API uint32_t replacedCalls = 0;
 }
 
-#define PASS_ON(name, ...) (++replacedCalls, reinterpret_cast<decltype(&(name))>(replacedOriginal)(__VA_ARGS__))
+#define REPLACEMENT(result, name, parameters, ...)                                                  \
+    result name parameters {                                                                        \
+        return ++replacedCalls, reinterpret_cast<decltype(&(name))>(replacedOriginal)(__VA_ARGS__); \
+    }
 
 #if defined(REPLACE_QOS_TLM_ValidateTree)
-uint32_t QOS_TLM_ValidateTree(const QosTlmNode* node) {
-    return PASS_ON(QOS_TLM_ValidateTree, node);
-}
+REPLACEMENT(uint32_t, QOS_TLM_ValidateTree, (const QosTlmNode* node), node)
 #elif defined(REPLACE_QOS_TLM_CalcProtoSizeRecursive)
-uint32_t QOS_TLM_CalcProtoSizeRecursive(const QosTlmNode* node) {
-    return PASS_ON(QOS_TLM_CalcProtoSizeRecursive, node);
-}
+REPLACEMENT(uint32_t, QOS_TLM_CalcProtoSizeRecursive, (const QosTlmNode* node), node)
+#elif defined(REPLACE_QOS_TLM_CalcProtoSizeLeafnode)
+REPLACEMENT(uint32_t, QOS_TLM_CalcProtoSizeLeafnode, (const QosTlmNodeData* leaf), leaf)
+#elif defined(REPLACE_QOS_TLM_GetProtoIntegerSize)
+REPLACEMENT(uint32_t, QOS_TLM_GetProtoIntegerSize, (uint32_t field, uint64_t value), field, value)
+#elif defined(REPLACE_QOS_TLM_GetProtoStringSize)
+REPLACEMENT(uint32_t, QOS_TLM_GetProtoStringSize, (uint32_t field, uint32_t length), field, length)
+#elif defined(REPLACE_QOS_TLM_GetProtoStructSize)
+REPLACEMENT(uint32_t, QOS_TLM_GetProtoStructSize, (uint32_t field, uint32_t length), field, length)
 #elif defined(REPLACE_QOS_TLM_EncodeProto)
-void* QOS_TLM_EncodeProto(const QosTlmNode* top, uint32_t* outLen) {
-    return PASS_ON(QOS_TLM_EncodeProto, top, outLen);
-}
+REPLACEMENT(void*, QOS_TLM_EncodeProto, (const QosTlmNode* top, uint32_t* outLen), top, outLen)
 #elif defined(REPLACE_QOS_TLM_WrapProtoNodeLeaf)
-uint32_t QOS_TLM_WrapProtoNodeLeaf(const QosTlmNodeData* leaf, uint8_t* dest, uint32_t room) {
-    return PASS_ON(QOS_TLM_WrapProtoNodeLeaf, leaf, dest, room);
-}
+REPLACEMENT(uint32_t, QOS_TLM_WrapProtoNodeLeaf, (const QosTlmNodeData* leaf, uint8_t* dest, uint32_t room), leaf, dest,
+            room)
 #elif defined(REPLACE_QOS_TLM_WrapProtoNodeInteger)
-uint32_t QOS_TLM_WrapProtoNodeInteger(uint32_t fieldNumber, uint64_t value, uint8_t* dest, uint32_t room) {
-    return PASS_ON(QOS_TLM_WrapProtoNodeInteger, fieldNumber, value, dest, room);
-}
+REPLACEMENT(uint32_t, QOS_TLM_WrapProtoNodeInteger, (uint32_t field, uint64_t value, uint8_t* dest, uint32_t room),
+            field, value, dest, room)
+#elif defined(REPLACE_QOS_TLM_AddChild)
+REPLACEMENT(void, QOS_TLM_AddChild, (QosTlmNode * parent, QosTlmNode* child), parent, child)
 #elif defined(REPLACE_QOS_TLM_AddChildUint64)
-uint32_t QOS_TLM_AddChildUint64(QosTlmNode* parent, const char* name, uint64_t value, uint32_t fieldNumber) {
-    return PASS_ON(QOS_TLM_AddChildUint64, parent, name, value, fieldNumber);
-}
+REPLACEMENT(uint32_t, QOS_TLM_AddChildUint64, (QosTlmNode * parent, const char* name, uint64_t value, uint32_t field),
+            parent, name, value, field)
 #elif defined(REPLACE_QOS_HashInsert)
-void QOS_HashInsert(uint32_t familyIndex, uint32_t key) {
-    PASS_ON(QOS_HashInsert, familyIndex, key);
-}
+REPLACEMENT(void, QOS_HashInsert, (uint32_t family, uint32_t key), family, key)
 #else
 #error "no function to replace"
 #endif
