@@ -33,7 +33,8 @@ const Condition kServiceClass = {"service-class",
 
 Catalogued known(std::string alias, std::vector<Condition> conditions, uint32_t batchLimit,
                  std::vector<std::string> notCompared = {}) {
-    return {std::move(alias), std::move(conditions), batchLimit, false, std::move(notCompared), nullptr, nullptr};
+    return {std::move(alias), std::move(conditions), batchLimit, false, false, std::move(notCompared), nullptr,
+            nullptr};
 }
 
 // The paths; the schema adds the rest.
@@ -53,6 +54,7 @@ std::vector<Catalogued> buildCatalogue() {
     catalogue.back().conditionsOnly = true;
     const Descriptor* globalQuery = vexlor_qos::GlobalQuery::descriptor();
     for (Catalogued& row : catalogue) {
+        row.sendsUncounted = row.alias == "tm-chip-buffer-usage-statistics";
         for (int index = 0; index < globalQuery->field_count(); ++index) {
             const FieldDescriptor* container = globalQuery->field(index);
             const FieldDescriptor* list = container->message_type()->field(0);

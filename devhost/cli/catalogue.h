@@ -30,6 +30,7 @@ struct Catalogued {
     std::vector<Condition> conditions;
     uint32_t batchLimit;
     bool conditionsOnly;                                 // thresholds, periods and suppression have no effect
+    bool sendsUncounted;                                 // records whose slot is no slot come uncounted
     std::vector<std::string> notCompared;                // fields of which a threshold compares nothing
     const google::protobuf::FieldDescriptor* container;  // in GlobalQuery; its json_name is the list container's name
     const google::protobuf::FieldDescriptor* list;       // in the container; its json_name is the alias

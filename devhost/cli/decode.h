@@ -25,7 +25,8 @@ std::vector<Row> decodeGpb(const Catalogued& path, std::string_view payload);
 /* Numbers are shown as the text has them. */
 std::vector<Row> decodeJson(const Catalogued& path, std::string_view payload);
 
-/* The records of some batches of a path; their headers must count as many. */
+/* The records of some batches of a path; their headers must count as many, or fewer where the path sends uncounted
+ * ones. */
 std::vector<Row> decodeBatches(const Catalogued& path, QosTlmEncodeType encoding, std::span<const Batch> batches);
 
 /* A GPB payload as one line of JSON by RFC 7951: 64-bit numbers as strings, the top name with its module. */
