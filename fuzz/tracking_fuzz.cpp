@@ -1,52 +1,18 @@
 // Sent records, history and periods against plain maps, over any order of calls.
-#include <map>
 #include <set>
-#include <tuple>
-#include <utility>
 
 #include "fuzz/input.h"
 #include "fuzz/platform.h"
 #include "nivex_qos/tracking.h"
+#include "tests/support/tracking_model.h"
 
 using fuzz::Input;
 using fuzz::platform;
 
 namespace {
 
-// The cells of the first 256 keys. Key 0 uses those of the slot that the next new key will get.
-struct Memory {
-    std::map<uint32_t, size_t> slots;
-    std::map<std::tuple<size_t, uint32_t, uint32_t>, uint64_t> cells;
-
-    // The cell, null where there is none, and whether the key was known.
-    std::pair<uint64_t*, bool> find(uint32_t key, uint32_t sub, uint32_t family) {
-        const auto found = slots.find(key);
-        const bool known = found != slots.end();
-        const size_t slot = known ? found->second : slots.size();
-        if (sub >= QOS_TLM_TRACK_SUB_INDEX_NUM || family >= QOS_TLM_TRACK_FAMILY_NUM ||
-            slot == QOS_TLM_TRACK_SLOT_NUM) {
-            return {};
-        }
-        if (key != 0) {
-            slots.emplace(key, slot);
-        }
-        return {&cells[{slot, sub, family}], known};
-    }
-};
-
-uint32_t isRedundant(Memory& history, uint32_t key, uint32_t sub, uint64_t digest, uint32_t family) {
-    const auto [cell, known] = history.find(key, sub, family);
-    return cell != nullptr && std::exchange(*cell, digest) == digest && known ? 1 : 0;
-}
-
-uint32_t isOverPeriod(Memory& times, uint32_t key, uint32_t sub, uint32_t family, uint32_t period) {
-    const auto now = static_cast<uint32_t>(platform.nowMs / 1000);
-    const auto [cell, known] = times.find(key, sub, family);
-    if (cell == nullptr || (known && static_cast<uint32_t>(now - *cell) <= period)) {
-        return 0;
-    }
-    *cell = now;
-    return known ? 1 : 0;
+uint32_t isOverPeriod(TrackingModel& times, uint32_t key, uint32_t sub, uint32_t family, uint32_t period) {
+    return times.isOverPeriod(key, sub, family, period, static_cast<uint32_t>(platform.nowMs / 1000));
 }
 
 // Few keys that come again, many that collide, and any.
@@ -64,8 +30,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Input input(data, size);
     platform = {};
     std::multiset<uint32_t> sent[QOS_TLM_FAMILY_NUM];
-    Memory history;
-    Memory times;
+    TrackingModel history;
+    TrackingModel times;
     size_t blocks = 0;
     while (!input.isOver()) {
         const uint8_t step = input.byte();
@@ -114,7 +80,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             case 10:  // fills the slots
                 for (uint32_t i = 0, count = input.below(64); i < count; ++i) {
                     REQUIRE(QOS_TLM_IsRedundantData(key + i, 0, i, family) ==
-                            isRedundant(history, key + i, 0, i, family));
+                            history.isRedundant(key + i, 0, i, family));
                     REQUIRE(QOS_TLM_IsOverPeriod(key + i, 0, family, i) == isOverPeriod(times, key + i, 0, family, i));
                 }
                 break;
@@ -123,7 +89,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 const uint32_t sub = input.below(10);
                 const uint64_t digest = input.byte() % 4u;
                 REQUIRE(QOS_TLM_IsRedundantData(key, sub, digest, family) ==
-                        isRedundant(history, key, sub, digest, family));
+                        history.isRedundant(key, sub, digest, family));
                 break;
             }
             default: {

@@ -129,41 +129,8 @@ TEST_P(QueryCycleTest, DatabaseIsReadInOrderWhateverFails) {
     expectFullPass(1);
 }
 
-TEST_P(QueryCycleTest, FailuresSayWhyAndLeaveNothing) {
-    const bool json = request_.encodeType == QOS_TLM_ENCODE_JSON;
-    const uint32_t entry = json ? 6 : 4;  // the allocation of the first entry, after the buffer and the start nodes
-    const std::string start = json ? family_.jsonStart : family_.gpbStart;
-    // Function, failing call, code, flag afterwards (1 before), message.
-    using Case = std::tuple<std::string, uint32_t, uint32_t, uint32_t, std::string>;
-    std::vector<Case> cases = {
-        {dbName("create", "obj"), 1, 5, 1, family_.createObject + "5."},
-        {"db_create_root_iter", 1, 6, 1, family_.createIterator + "6."},
-        {"db_root_iterator_next", 1, 7, 0, ""},
-        {"db_root_iterator_next", 2, 7, 0, ""},
-        {"db_root_iterator_next", 4, 0xFFFFFFFF, 0, ""},
-        {"strcpy_s", 1, 34, 0, family_.copyText + "34."},
-        {"NIVEX_AllocBuff", 2, 0, 1, start + (json ? "root failed." : "node1 failed.")},
-        {"NIVEX_AllocBuff", 3, 0, 1, start + (json ? "node1 failed." : "node2 failed.")},
-        {"NIVEX_AllocBuff", entry, 0, 0, family_.entryNode},
-        {"NIVEX_AllocBuff", entry + 1, 0, 0, "[TLM AddChildString] malloc failed."},
-    };
-    if (json) {
-        cases.push_back({"NIVEX_AllocBuff", 4, 0, 1, start + "node2 failed."});
-        cases.push_back({"NIVEX_AllocBuff", 5, 0, 1, start + "node3 failed."});
-    }
-    for (const auto& [function, nth, code, flagAfter, message] : cases) {
-        SCOPED_TRACE(testing::Message() << function << " " << nth);
-        restart(3);
-        flag() = 1;
-        fake::failCall(function, nth, code);
-        EXPECT_EQ(query(), QOS_TLM_RESULT_FAILED);
-        EXPECT_EQ(fake::takeLog(), message.empty() ? std::vector<std::string>{kQueryFailed}
-                                                   : std::vector<std::string>({message, kQueryFailed}));
-        EXPECT_EQ(flag(), flagAfter);
-        EXPECT_THAT(platform.uploads, IsEmpty());
-        flag() = 0;
-        expectFullPass(3);
-    }
+TEST_P(QueryCycleTest, NullArgumentsAndNamesThatDoNotFitFail) {
+    addRows(family_, 3);
     const auto fromDb = GLOBAL(g_qosTlmQueryFuncTable)[family_.index].queryFromDb;
     QosTlmSampleData sample{};
     EXPECT_EQ(fromDb(nullptr, &sample), QOS_TLM_RESULT_FAILED);

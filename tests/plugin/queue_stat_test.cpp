@@ -29,149 +29,71 @@ class QueueStatTest : public StartedPluginTest {
     static void addQueue(uint32_t ifIndex, const std::string& name, uint32_t queue) {
         platform.tables.queue_stat.push_back({ifIndex, name, queue, 1, 2, 3, 4, 5, 6, 7, 8});
     }
-    static fake::row::queue_stat& row(size_t number) { return platform.tables.queue_stat[number]; }
     static void setSeconds(uint64_t seconds) { platform.nowMs = seconds * 1000; }
 
     QosTlmQueryParam request_{};
 };
 
-TEST_F(QueueStatTest, Conditions) {
-    addQueue(1, "eth1/0", 0);
-    addQueue(1, "eth1/0", 5);
-    addQueue(2, "eth1/12", 5);
-    addQueue(3, "lo", 7);
-    const Key a{"eth1/0", 0}, b{"eth1/0", 5}, c{"eth1/12", 5}, d{"lo", 7};
-    struct Case {
-        std::vector<std::pair<std::string, std::string>> conditions;
-        std::vector<Key> expected;
-    };
-    const Case cases[] = {
-        {{}, {a, b, c, d}},
-        {{{"interface-name", "ETH1/*"}}, {a, b, c}},
-        {{{"interface-name", "lo"}}, {d}},
-        {{{"interface-name", "none"}}, {}},
-        {{{"interface-name", "eth["}}, {}},
-        {{{"interface-name", ""}}, {}},
-        {{{"service-class", "ef"}}, {b, c}},
-        {{{"service-class", "be"}}, {a}},
-        {{{"service-class", "EF"}}, {a}},
-        {{{"service-class", std::string(34, 'e')}}, {a}},  // fills its field: no class, so queue 0
-        {{{"interface-name", "eth1/*"}, {"service-class", "ef"}}, {b, c}},
-        {{{"service-class", "ef"}, {"service-class", "cs7"}}, {}},
-        {{{"queue-id", "7"}, {"slot-id", "1"}, {"Interface-name", "x"}, {"interface-nam", "x"}}, {a, b, c, d}},
-        {{{std::string("interface-name") + std::string(54, 'x'), "none"}}, {a, b, c, d}},
-        {std::vector<std::pair<std::string, std::string>>(32, {"interface-name", "lo"}), {d}},
-    };
-    for (const Case& test : cases) {
-        SCOPED_TRACE(&test - cases);
-        request_ = {};
-        for (const auto& [field, value] : test.conditions) {
-            setCondition(request_, field, value);
-        }
-        EXPECT_EQ(sample(), test.expected);
+TEST_F(QueueStatTest, TextsThatFillTheirFields) {
+    for (uint32_t queue = 5; queue < 8; ++queue) {
+        addQueue(1, "eth1/0", queue);
     }
+    addQueue(1, "eth1/0", 0);
+    const auto passing = [&](const std::string& field, const std::string& value) {
+        request_ = {};
+        setCondition(request_, field, value);
+        return sample().size();
+    };
+    EXPECT_EQ(passing("service-class", std::string(34, 'e')), 1u) << "no class, so queue 0";
+    EXPECT_EQ(passing("interface-name" + std::string(54, 'x'), "none"), 4u);
+    EXPECT_EQ(passing("interface-nam", "none"), 4u);
     request_ = {};
     request_.conditionNum = 31;
     setCondition(request_, "service-class", "cs7");
     request_.conditionNum = 4'000'000'000;
-    EXPECT_THAT(sample(), ElementsAre(d)) << "the last of the 32 counts";
-}
-
-TEST_F(QueueStatTest, ThresholdsCompareTheLow32BitsOfEachField) {
-    using Row = fake::row::queue_stat;
-    using Field = std::pair<const char*, uint64_t Row::*>;
-    const Field fields[] = {{"pass-packets", &Row::passPackets},        {"pass-bytes", &Row::passBytes},
-                            {"pass-packet-rate", &Row::passPktRate},    {"pass-byte-rate", &Row::passBytRate},
-                            {"discard-packets", &Row::dropPackets},     {"discard-bytes", &Row::dropBytes},
-                            {"discard-packet-rate", &Row::dropPktRate}, {"discard-byte-rate", &Row::dropBytRate}};
-    const auto passing = [&](const std::string& name, uint8_t op, uint64_t value) {
+    EXPECT_THAT(sample(), ElementsAre(Key("eth1/0", 7))) << "the last of the 32 counts";
+    for (const std::string& name : {std::string(65, 'p'), std::string()}) {
         request_ = {};
-        setThreshold(request_, name, op, value);
-        return sample().size();
-    };
-    for (uint32_t value = 99; value < 102; ++value) {
-        addQueue(value, "eth", value + 50);
-    }
-    EXPECT_EQ(passing("interface-name", QOS_TLM_OP_GREATER, 100), 1u);
-    EXPECT_EQ(passing("interface-name", QOS_TLM_OP_EQUAL, 99), 1u);
-    EXPECT_EQ(passing("service-class", QOS_TLM_OP_LESS, 150), 1u);
-    EXPECT_EQ(passing("service-class", QOS_TLM_OP_EQUAL, 151), 1u);
-    for (const auto& [name, field] : fields) {
-        row(0).*field = 100;
-        row(1).*field = 101;
-        row(2).*field = (1ull << 32) + 100;
-        EXPECT_EQ(passing(name, QOS_TLM_OP_GREATER, 100), 1u) << name;
-        EXPECT_EQ(passing(name, QOS_TLM_OP_EQUAL, (7ull << 32) + 100), 2u) << name;
-    }
-    for (const std::string& name : {std::string("no such field"), std::string(65, 'p'), std::string()}) {
-        EXPECT_EQ(passing(name, QOS_TLM_OP_EQUAL, 0), 3u) << "an unknown name compares 0";
+        setThreshold(request_, name, QOS_TLM_OP_EQUAL, 0);
+        EXPECT_EQ(sample().size(), 4u) << "an unknown name compares 0";
     }
     request_ = {};
     setThreshold(request_, "pass-packets", QOS_TLM_OP_GREATER_EQUAL, 1);
-    setThreshold(request_, "service-class", QOS_TLM_OP_LESS, 102);  // the first threshold names the field of both
+    setThreshold(request_, "service-class", QOS_TLM_OP_LESS, 5);  // the first threshold names the field of both
     request_.thresholdRelation = QOS_TLM_RELATION_AND;
-    EXPECT_EQ(sample().size(), 3u);
+    EXPECT_EQ(sample().size(), 4u);
 }
 
-TEST_F(QueueStatTest, PeriodicSend) {
+TEST_F(QueueStatTest, RecordsThatWereSeen) {
     addQueue(1, "a", 0);
     addQueue(1, "a", 1);
-    addQueue(2, "b", 0);
+    addQueue(2, "b", 3);
     request_.periodCheck = 1;
     request_.selfDefPeriod = 10;
     setSeconds(1000);
     EXPECT_THAT(sample(), ElementsAre(Key("a", 1))) << "new interfaces wait; a new queue of a known one does not";
-    setSeconds(1010);
-    EXPECT_THAT(sample(), IsEmpty());
     setSeconds(1011);
-    EXPECT_EQ(sample().size(), 3u);
-    setSeconds(1021);
-    EXPECT_THAT(sample(), IsEmpty());
-
-    setSeconds(1022);
     setThreshold(request_, "pass-packets", QOS_TLM_OP_GREATER, 1);
     EXPECT_THAT(sample(), IsEmpty()) << "below the threshold";
     request_.thresholdNum = 0;
-    setSeconds(1030);
+    setSeconds(1021);
     EXPECT_THAT(sample(), IsEmpty()) << "the period restarted all the same";
     request_.periodCheck = 2;
     EXPECT_EQ(sample().size(), 3u) << "no period check";
-}
 
-TEST_F(QueueStatTest, ChangeSuppression) {
-    addQueue(1, "a", 0);
-    addQueue(2, "b", 3);
     request_.suppressRedundant = 1;
     request_.redundantPeriod = 60;
-    request_.periodCheck = 1;  // not applied, nor is the threshold
-    request_.selfDefPeriod = 1000;
-    setThreshold(request_, "pass-packets", QOS_TLM_OP_EQUAL, 12345);
-    const Key a("a", 0), b("b", 3);
-    setSeconds(1000);
-    EXPECT_THAT(sample(), ElementsAre(a, b));
+    EXPECT_EQ(sample().size(), 3u);
     uint64_t digest = 0;
     for (const uint64_t value : {3u, 1u, 2u, 5u, 6u}) {  // queue, passed and dropped packets and bytes
         CALL(QOS_TLM_IntegerHash)(&digest, value);
     }
     EXPECT_EQ(GLOBAL(g_qosTlmHisData)[1].digest[3][3], digest);
-    setSeconds(1060);
-    EXPECT_THAT(sample(), IsEmpty());
-    row(0).passPktRate = row(0).passBytRate = row(0).dropPktRate = row(0).dropBytRate = 999;
-    EXPECT_THAT(sample(), IsEmpty()) << "rates do not count as a change";
-    using Row = fake::row::queue_stat;
-    for (uint64_t Row::*counter : {&Row::passPackets, &Row::passBytes, &Row::dropPackets, &Row::dropBytes}) {
-        row(0).*counter += 1ull << 40;
-        EXPECT_THAT(sample(), ElementsAre(a));
-        EXPECT_THAT(sample(), IsEmpty());
-    }
-    setSeconds(1061);
-    EXPECT_THAT(sample(), ElementsAre(a, b)) << "over the refresh period";
     EXPECT_THAT(sample(), IsEmpty());
     setSeconds(900);
-    EXPECT_THAT(sample(), ElementsAre(a, b)) << "the clock was set back";
+    EXPECT_EQ(sample().size(), 3u) << "the clock was set back";
     request_.suppressRedundant = 2;
-    request_.periodCheck = request_.thresholdNum = 0;
-    EXPECT_EQ(sample().size(), 2u);
+    EXPECT_EQ(sample().size(), 3u) << "no change suppression";
 }
 
 TEST_F(QueueStatTest, QuestionsOneByOne) {

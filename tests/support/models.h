@@ -7,14 +7,12 @@
 #include <regex.h>
 
 #include <algorithm>
-#include <cstring>
-#include <map>
 #include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support/plugin.h"
+#include "support/tracking_model.h"
 
 struct Dice {
     std::mt19937 random_;
@@ -82,72 +80,48 @@ class PatternModel {
     bool compiles_;
 };
 
-// The cells of the first 256 keys. Key 0 uses those of the slot that the next new key will get.
-template <class Value>
-struct TrackingModel {
-    std::map<uint32_t, size_t> slots;
-    Value cells[QOS_TLM_TRACK_SLOT_NUM][QOS_TLM_TRACK_SUB_INDEX_NUM][QOS_TLM_TRACK_FAMILY_NUM]{};
-
-    // The cell, null where there is none, and whether the key was known.
-    std::pair<Value*, bool> find(uint32_t key, uint32_t sub, uint32_t family) {
-        const auto found = slots.find(key);
-        const bool known = found != slots.end();
-        const size_t slot = known ? found->second : slots.size();
-        if (sub >= QOS_TLM_TRACK_SUB_INDEX_NUM || family >= QOS_TLM_TRACK_FAMILY_NUM ||
-            slot == QOS_TLM_TRACK_SLOT_NUM) {
-            return {};
-        }
-        if (key != 0) {
-            slots.emplace(key, slot);
-        }
-        return {&cells[slot][sub][family], known};
-    }
-    // From here on what the plug-in holds.
-    template <class Slot, class Cells>
-    void adopt(const Slot (&table)[QOS_TLM_TRACK_SLOT_NUM], Cells Slot::*member) {
-        slots.clear();
-        for (size_t slot = 0; slot < QOS_TLM_TRACK_SLOT_NUM; ++slot) {
-            memcpy(cells[slot], table[slot].*member, sizeof cells[slot]);
-            if (table[slot].key != 0) {
-                slots.emplace(table[slot].key, slot);
-            }
-        }
-    }
-    template <class Slot, class Cells>
-    void expectSame(const Slot (&table)[QOS_TLM_TRACK_SLOT_NUM], Cells Slot::*member) const {
-        std::vector<uint32_t> keys(QOS_TLM_TRACK_SLOT_NUM);
-        std::for_each(slots.begin(), slots.end(), [&](const auto& slot) { keys[slot.second] = slot.first; });
-        for (size_t slot = 0; slot < QOS_TLM_TRACK_SLOT_NUM; ++slot) {
-            EXPECT_EQ(table[slot].key, keys[slot]) << "slot " << slot;
-            EXPECT_EQ(memcmp(table[slot].*member, cells[slot], sizeof cells[slot]), 0) << "cells of slot " << slot;
-        }
-    }
-};
-
 struct MemoryModel {
-    TrackingModel<uint64_t> history;
-    TrackingModel<uint32_t> times;
+    TrackingModel history;
+    TrackingModel times;
 
     uint32_t isRedundant(uint32_t key, uint32_t sub, uint64_t digest, uint32_t family) {
-        const auto [cell, known] = history.find(key, sub, family);
-        return cell != nullptr && std::exchange(*cell, digest) == digest && known ? 1 : 0;
+        return history.isRedundant(key, sub, digest, family);
     }
     uint32_t isOverPeriod(uint32_t key, uint32_t sub, uint32_t family, uint32_t period) {
-        const auto now = static_cast<uint32_t>(fake::platform.nowMs / 1000);
-        const auto [cell, known] = times.find(key, sub, family);
-        if (cell == nullptr || (known && now - *cell <= period)) {
-            return 0;
-        }
-        *cell = now;
-        return known ? 1 : 0;
+        return times.isOverPeriod(key, sub, family, period, static_cast<uint32_t>(fake::platform.nowMs / 1000));
     }
+    // From here on what the plug-in holds.
     void adopt() {
-        history.adopt(GLOBAL(g_qosTlmHisData), &QosTlmHisSlot::digest);
-        times.adopt(GLOBAL(g_qosTlmStatTime), &QosTlmStatTimeSlot::time);
+        history = read(GLOBAL(g_qosTlmHisData), &QosTlmHisSlot::digest);
+        times = read(GLOBAL(g_qosTlmStatTime), &QosTlmStatTimeSlot::time);
     }
     void expectSame() const {
-        history.expectSame(GLOBAL(g_qosTlmHisData), &QosTlmHisSlot::digest);
-        times.expectSame(GLOBAL(g_qosTlmStatTime), &QosTlmStatTimeSlot::time);
+        expectSame(history, read(GLOBAL(g_qosTlmHisData), &QosTlmHisSlot::digest));
+        expectSame(times, read(GLOBAL(g_qosTlmStatTime), &QosTlmStatTimeSlot::time));
+    }
+
+  private:
+    template <class Slot, class Cells>
+    static TrackingModel read(const Slot (&table)[QOS_TLM_TRACK_SLOT_NUM], Cells Slot::*member) {
+        TrackingModel model;
+        for (size_t slot = 0; slot < QOS_TLM_TRACK_SLOT_NUM; ++slot) {
+            for (uint32_t sub = 0; sub < QOS_TLM_TRACK_SUB_INDEX_NUM; ++sub) {
+                for (uint32_t family = 0; family < QOS_TLM_TRACK_FAMILY_NUM; ++family) {
+                    model.cells[{slot, sub, family}] = (table[slot].*member)[sub][family];
+                }
+            }
+            if (table[slot].key != 0) {
+                model.slots.emplace(table[slot].key, slot);
+            }
+        }
+        return model;
+    }
+    static void expectSame(TrackingModel model, const TrackingModel& actual) {
+        EXPECT_EQ(actual.slots, model.slots);
+        for (const auto& [cell, value] : actual.cells) {
+            EXPECT_EQ(model.cells[cell], value) << "slot " << std::get<0>(cell) << " sub-index " << std::get<1>(cell)
+                                                << " family " << std::get<2>(cell);
+        }
     }
 };
 
