@@ -10,14 +10,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
+#include "devhost/platform/stand_in.h"
 #include "platform/bounded.h"
-#include "platform/device_db.h"
 #include "platform/host_framework.h"
 #include "platform/log.h"
 #include "platform/patch_service.h"
-#include "platform/system_time.h"
 
 namespace bench {
 
@@ -100,6 +98,7 @@ void* pluginSymbol(const char* name) {
         if (loaded == nullptr) {
             fail(dlerror());
         }
+        devhost::setClock(kNowMs);
         const auto start = reinterpret_cast<decltype(&QOS_TLM_InitPlugin)>(dlsym(loaded, "QOS_TLM_InitPlugin"));
         if (start == nullptr || start(1) != 0) {
             fail("the plug-in does not start");
@@ -174,40 +173,6 @@ uint32_t TARN_PAT_C2HRegisterHook(TarnPatC2HHook /*hook*/) {
 }
 
 uint32_t TARN_PAT_RestoreForDLL(void* /*handle*/) {
-    return 0;
-}
-
-void KAT_SystimeGet(KatSystime* now) {
-    *now = {{0, static_cast<uint32_t>(bench::kNowMs), static_cast<uint32_t>(bench::kNowMs >> 32)}};
-}
-
-void KAT_SystimeMsSince1970(const KatSystime* time, uint32_t* high, uint32_t* low) {
-    *high = time->opaque[2];
-    *low = time->opaque[1];
-}
-
-void KAT_SystimeSecSince1970(const KatSystime* time, uint32_t* high, uint32_t* low) {
-    const uint64_t seconds = ((uint64_t{time->opaque[2]} << 32) | time->opaque[1]) / 1000;
-    *high = static_cast<uint32_t>(seconds >> 32);
-    *low = static_cast<uint32_t>(seconds);
-}
-
-uint32_t KAT_SystimeSec2Time(uint64_t seconds, KatCalendar* calendar) {
-    const auto time = static_cast<time_t>(seconds);
-    tm utc{};
-    gmtime_r(&time, &utc);
-    *calendar = {static_cast<uint16_t>(utc.tm_year + 1900),
-                 static_cast<uint8_t>(utc.tm_mon + 1),
-                 static_cast<uint8_t>(utc.tm_mday),
-                 static_cast<uint8_t>(utc.tm_hour),
-                 static_cast<uint8_t>(utc.tm_min),
-                 static_cast<uint8_t>(utc.tm_sec),
-                 {}};
-    return 0;
-}
-
-uint32_t DEVM_DB_GetGlobalSlotIdByLocalSlotId(uint32_t* globalSlot, uint32_t second, uint32_t first) {
-    *globalSlot = first * 64 + second;
     return 0;
 }
 
