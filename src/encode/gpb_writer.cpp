@@ -1,7 +1,6 @@
 #include "encode/gpb_writer.h"
 
 #include <bit>
-#include <cstddef>
 
 #include "encode/tree.h"
 #include "nivex_qos/encode.h"
@@ -70,26 +69,6 @@ uint64_t spreadGroups(uint64_t value) {
     return (value & 0x007F007F007F007F) | (value & 0x3F803F803F803F80) << 1;
 }
 
-// The bytes of a varint. All at once: counters are of any length, and a loop's end cannot be predicted.
-struct Varint {
-    explicit Varint(uint64_t value) : size(varintSize(value)) {
-        constexpr uint64_t kMoreFollow = 0x8080808080808080;
-        const uint32_t last = size - 1;
-        if (size <= sizeof low) {
-            low = spreadGroups(value) | (kMoreFollow & ((uint64_t{1} << (8 * last)) - 1));
-        } else {
-            low = spreadGroups(value) | kMoreFollow;
-            high = static_cast<uint16_t>(size == 9 ? value >> 56 : (value >> 56 & 0x7F) | 0x80 | (value >> 63) << 8);
-        }
-    }
-
-    uint64_t low;
-    uint16_t high = 0;
-    uint32_t size;
-};
-static_assert(std::endian::native == std::endian::little, "a varint's bytes are laid out as an integer's");
-static_assert(offsetof(Varint, low) == 0 && offsetof(Varint, high) == sizeof(uint64_t), "ten bytes in a row");
-
 [[gnu::always_inline]] inline uint32_t writeBytes(const void* bytes, uint32_t count, uint64_t value, uint8_t* dest,
                                                   uint32_t room) {
     if (count > room) {
@@ -103,13 +82,22 @@ static_assert(offsetof(Varint, low) == 0 && offsetof(Varint, high) == sizeof(uin
     return count;
 }
 
+// All bytes at once: counters are of any length, and a loop's end cannot be predicted.
 [[gnu::always_inline]] inline uint32_t writeVarint(uint64_t value, uint8_t* dest, uint32_t room) {
+    static_assert(std::endian::native == std::endian::little, "a varint's bytes are laid out as an integer's");
+    constexpr uint64_t kMoreFollow = 0x8080808080808080;
     if (value < 0x80) {  // nearly every tag
         const auto byte = static_cast<uint8_t>(value);
         return writeBytes(&byte, 1, value, dest, room);
     }
-    const Varint bytes(value);
-    return writeBytes(&bytes, bytes.size, value, dest, room);
+    const uint32_t size = varintSize(value);
+    if (size <= sizeof value) {
+        const uint64_t bytes = spreadGroups(value) | (kMoreFollow >> (8 * (sizeof value + 1 - size)));
+        return writeBytes(&bytes, size, value, dest, room);
+    }
+    const uint64_t bytes[] = {spreadGroups(value) | kMoreFollow,
+                              size == 9 ? value >> 56 : (value >> 56 & 0x7F) | 0x80 | value >> 63 << 8};
+    return writeBytes(bytes, size, value, dest, room);
 }
 
 // The fields of a message, written without a call in between.
