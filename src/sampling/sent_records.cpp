@@ -36,9 +36,9 @@ struct Run {
 struct SentKeys {
     Run* first;
     Run* last;
+    SentKey* root;      // of the trie
     Run* expectedRun;   // the key that should be asked for next: its run, or null for the first key of all,
     uint32_t expected;  // and its place there
-    SentKey* root;      // of the trie
     bool indexed;       // the keys are in the trie
 };
 
