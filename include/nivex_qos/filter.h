@@ -13,9 +13,12 @@ QOS_TLM_BEGIN_DECLS
 
 /*
  * 1 when the whole of name matches the pattern, without regard to case, else 0. In a pattern "*" is a run of zero or
- * more decimal digits; every other character is one of a POSIX extended regular expression (IEEE Std 1003.1, 9.4). 0
- * also for a null argument, a pattern that does not compile and one above QOS_TLM_PATTERN_MAX. nameSize, the capacity
- * of the name's field, does not matter.
+ * more decimal digits; every other character is one of a POSIX extended regular expression (IEEE Std 1003.1, 9.4), read
+ * as the GNU C library reads it. 0 also for a null argument, a pattern that does not compile and one above
+ * QOS_TLM_PATTERN_MAX. nameSize, the capacity of the name's field, does not matter.
+ *
+ * Time and memory are bounded for every pattern. Where the C library has to match (back-references, characters of several
+ * bytes, names above 31 bytes) a pattern with a "{" or a second "+" therefore gives 0.
  */
 QOS_TLM_API uint32_t QOS_TLM_CheckIfName(const char* pattern, const char* name, uint32_t nameSize);
 

@@ -1,5 +1,6 @@
 #include <regex.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cctype>
@@ -13,6 +14,7 @@
 #include "nivex_qos/filter.h"
 #include "platform/bounded.h"
 #include "platform/device_db.h"
+#include "sampling/expression.h"
 
 namespace {
 
@@ -36,6 +38,9 @@ constexpr std::array<bool, 256> kNotPlain = [] {
 
 bool isAscii(char character) {
     return static_cast<uint8_t>(character) < 0x80;
+}
+bool isAscii(const char* text) {
+    return std::all_of(text, text + strlen(text), [](char character) { return isAscii(character); });
 }
 
 // One character of a pattern, not "*", against one of a name, both ASCII. The cases of a letter differ in one bit;
@@ -88,21 +93,13 @@ std::optional<bool> matchDirectly(const char* pattern, size_t length, const char
     return (positions & end) != 0;
 }
 
-bool matchByExpression(const char* pattern, const char* name) {
-    char expression[kExpressionSize];
-    char* end = expression;
-    *end++ = '^';
-    for (; *pattern != '\0'; ++pattern) {
-        if (*pattern == '*') {
-            memcpy(end, kDigits, kDigitsLen);
-            end += kDigitsLen;
-        } else {
-            *end++ = *pattern;
-        }
+// What is left for the C library: back-references, and characters of several bytes. It copies what "+" and "{}" repeat,
+// and copies of copies take it minutes or overflow its stack, so there one "+" is all that a pattern may have.
+bool matchByLibrary(const char* pattern, const char* expression, const char* name) {
+    const char* repeat = strpbrk(pattern, "+{");
+    if (repeat != nullptr && (*repeat == '{' || strpbrk(repeat + 1, "+{") != nullptr)) {
+        return false;
     }
-    *end++ = '$';
-    *end = '\0';
-
     regex_t compiled;
     if (regcomp(&compiled, expression, REG_EXTENDED | REG_ICASE) != 0) {
         return false;
@@ -111,6 +108,26 @@ bool matchByExpression(const char* pattern, const char* name) {
     const int result = regexec(&compiled, name, 1, &match, 0);
     regfree(&compiled);
     return result == 0;
+}
+
+bool matchByExpression(const char* pattern, const char* name) {
+    char expression[kExpressionSize];
+    char* end = expression;
+    *end++ = '^';
+    for (const char* next = pattern; *next != '\0'; ++next) {
+        if (*next == '*') {
+            memcpy(end, kDigits, kDigitsLen);
+            end += kDigitsLen;
+        } else {
+            *end++ = *next;
+        }
+    }
+    *end++ = '$';
+    *end = '\0';
+
+    const bool bytesAreCharacters = MB_CUR_MAX == 1 || (isAscii(pattern) && isAscii(name));
+    const qos::Found found = bytesAreCharacters ? qos::find(expression, name) : qos::Found::unknown;
+    return found == qos::Found::unknown ? matchByLibrary(pattern, expression, name) : found == qos::Found::yes;
 }
 
 bool passes(const QosTlmThreshold& threshold, uint32_t value) {

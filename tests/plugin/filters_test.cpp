@@ -29,6 +29,14 @@ TEST_F(FiltersTest, InterfaceNames) {
         {"a{1}", {"a"}, {"aa", "a{1}"}},
         {"eth*1", {"eth1", "eth01", "eth11"}, {"eth", "eth10"}},
         {"GigabitEthernet0/0/0123456789.1*", {"gigabitethernet0/0/0123456789.10"}, {"gigabitethernet0/0/012345678"}},
+        {"[[:alpha:]-]*:[^b-d]", {"a1:a", "-1:E"}, {"1:a", "a1:c", "a1:"}},
+        {"\\<eth\\>.*|\\bx", {"eth 1", "veth-x"}, {"eths1", "vethx"}},
+        {"(e)\\1h", {"eeh"}, {"eh"}},
+        {"(e+)\\1+", {}, {"ee"}},  // a second repeat where the C library has to match
+        // What regcomp would take minutes for, or crash on.
+        {"*+++++", {"", "12"}, {"a"}},
+        {"*{32767}", {"", "12"}, {"1a"}},
+        {"((*?|ab?)+{9}{9}{9}c)+", {"abc", "a1cc"}, {"abca", ""}},
         {stars.c_str(), {"", "0123456789012345678901234567890"}, {"1a"}},
     };
     const auto match = CALL(QOS_TLM_CheckIfName);
