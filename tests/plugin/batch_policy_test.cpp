@@ -67,22 +67,6 @@ TEST_F(BatchPolicyTest, RefusalByDefaultAndNoLossOnRequest) {
     }
 }
 
-TEST_F(BatchPolicyTest, TenThousandQueuesArriveComplete) {
-    const Family& family = familyOf(QOS_TLM_FAMILY_QUEUE);
-    platform.quick = true;
-    addLongRows(family, 10'000);
-    setPolicy(1);
-    request_.encodeType = QOS_TLM_ENCODE_JSON;
-    runPass(family, request_);
-    size_t row = 0;
-    for (const auto& entry : takeEntries(family, request_.encodeType)) {
-        ASSERT_TRUE(sameJson(entry, nlohmann::json(entryOf(family, row)))) << row;
-        ++row;
-    }
-    EXPECT_EQ(row, 10'000u);
-    EXPECT_LOG();
-}
-
 // A record that is put off to the next call must not count as seen by the checks that remember.
 TEST_F(BatchPolicyTest, RecordsPutOffAreNotForgotten) {
     for (const uint32_t index : {1u, 2u, 3u, 4u, 7u}) {  // those that can put off a row before 256 keys are tracked

@@ -227,33 +227,4 @@ TEST_F(DifferentialTest, HistoryAndPeriodAreThoseOfTheFirst256Keys) {
     }
 }
 
-TEST_F(DifferentialTest, OnlySentKeysKeepMemory) {
-    for (const Family& family : kFamilies) {
-        for (const uint32_t encodeType : {QOS_TLM_ENCODE_GPB, QOS_TLM_ENCODE_JSON}) {
-            reload();
-            platform.quick = true;
-            for (uint32_t pass = 0; pass < 8; ++pass) {
-                SCOPED_TRACE(testing::Message() << family.tag << " " << encodeType << " pass " << pass);
-                clearRows(family);
-                addRows(family, pass % 4 == 3 ? below(10) : family.batchLimit + below(family.batchLimit));
-                QosTlmQueryParam request{};
-                request.encodeType = encodeType;
-                request.suppressRedundant = pass / 2 % 2;  // of these passes the second sends little
-                size_t sent = 0;
-                for (uint32_t result = QOS_TLM_RESULT_MORE; result == QOS_TLM_RESULT_MORE;) {
-                    result = callEntryPoint(family, request);
-                    ASSERT_NE(result, QOS_TLM_RESULT_FAILED);
-                    for (const fake::Upload& upload : std::exchange(platform.uploads, {})) {
-                        sent += upload.sample.recordCount;
-                    }
-                    ASSERT_EQ(fake::liveBlocks(), sent);
-                }
-                EXPECT_TRUE(sent >= family.batchLimit || pass > 1);
-            }
-            CALL(QOS_HashRelease)(family.index);
-            ASSERT_EQ(fake::liveBlocks(), 0u);
-        }
-    }
-}
-
 }  // namespace

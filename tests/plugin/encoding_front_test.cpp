@@ -1,14 +1,9 @@
-// The encoding front: validation, choice of the encoder, the throttled status log; and both encoders on random trees.
+// The encoding front: validation, choice of the encoder, the throttled status log.
 #include "nivex_qos/encode.h"
-
-#include <google/protobuf/unknown_field_set.h>
-
-#include <random>
 
 #include "nivex_qos/gpb.h"
 #include "nivex_qos/json.h"
 #include "support/plugin.h"
-#include "support/sample_reader.h"
 
 namespace {
 
@@ -106,81 +101,6 @@ TEST_F(EncodingFrontTest, StatusLogIsThrottledPerStatusAndSite) {
     for (const uint32_t status : {1u, 3u, 4u, 5u, 7u}) {
         log(status, status, 1000);
         EXPECT_LOG(encodeLine(status, status, 1000));
-    }
-}
-
-// Random trees, read back by a protocol-buffers library and a JSON parser.
-void grow(std::mt19937_64& random, QosTlmNode* node, int depth) {
-    static constexpr const char* kNames[] = {"a", "bb", "c-c", "d \"quoted\"", "e\\", "f/", "g\n", "h"};
-    static constexpr uint32_t kNumbers[] = {1, 15, 16, 73, 2047, 2048, 5, (1u << 29) - 1};
-    const bool inList = node->repeatType == QOS_TLM_REPEAT_LIST;
-    const size_t children = 1 + random() % std::size(kNames);
-    for (size_t i = 0; i < children; ++i) {
-        const char* name = kNames[i];
-        const uint32_t number = kNumbers[random() % std::size(kNumbers)];
-        const uint64_t value = random() >> (random() % 64);
-        const auto kind = inList ? 5 : random() % (depth > 0 ? 6 : 4);
-        if (kind == 0) {
-            CALL(QOS_TLM_AddChildBool)(node, name, static_cast<uint32_t>(value), number);
-        } else if (kind == 1) {
-            CALL(QOS_TLM_AddChildUint32)(node, name, static_cast<uint32_t>(value), number);
-        } else if (kind == 2) {
-            CALL(QOS_TLM_AddChildUint64)(node, name, value, number);
-        } else if (kind == 3) {
-            CALL(QOS_TLM_AddChildString)(node, name, std::string(value % 300, '"').c_str(), number);
-        } else {
-            const auto type = inList ? QOS_TLM_REPEAT_ENTRY : kind == 4 ? QOS_TLM_REPEAT_NONE : QOS_TLM_REPEAT_LIST;
-            grow(random, addNode(node, name, number, type), depth - 1);
-        }
-    }
-}
-
-void expectMessage(const std::string& bytes, const QosTlmNode* node) {
-    google::protobuf::UnknownFieldSet fields;
-    ASSERT_TRUE(fields.ParseFromString(bytes));
-    for (int i = 0; i < fields.field_count(); ++i, node = node->next) {
-        ASSERT_NE(node, nullptr);
-        const auto& field = fields.field(i);
-        EXPECT_EQ(static_cast<uint32_t>(field.number()), node->data.fieldNumber);
-        if (node->isLeaf == 0) {
-            expectMessage(field.length_delimited(), node->firstChild);
-        } else if (node->data.valueType == QOS_TLM_VALUE_STRING) {
-            EXPECT_EQ(field.length_delimited(), textOf(*node));
-        } else {
-            EXPECT_EQ(field.varint(), node->data.value);
-        }
-    }
-    EXPECT_EQ(node, nullptr);
-}
-
-nlohmann::json jsonOf(const QosTlmNode& node) {
-    if (node.isLeaf != 0) {
-        return node.data.valueType == QOS_TLM_VALUE_BOOL     ? nlohmann::json(node.data.value != 0)
-               : node.data.valueType == QOS_TLM_VALUE_STRING ? nlohmann::json(textOf(node))
-                                                             : nlohmann::json(node.data.value);
-    }
-    auto value = node.repeatType == QOS_TLM_REPEAT_LIST ? nlohmann::json::array() : nlohmann::json::object();
-    for (const QosTlmNode* child = node.firstChild; child != nullptr; child = child->next) {
-        (value.is_array() ? value.emplace_back() : value[child->data.name]) = jsonOf(*child);
-    }
-    return value;
-}
-
-TEST_F(EncodingFrontTest, BothEncodersWriteRandomTreesInFull) {
-    std::mt19937_64 random(20240611);
-    for (int round = 0; round < 150; ++round) {
-        SCOPED_TRACE(round);
-        const Tree top = makeTree("top", 5);
-        grow(random, top.get(), 3);
-        uint32_t length = 0;
-        fake::platform.allocSizes.clear();
-        const Block gpb(CALL(QOS_TLM_Encoding)(top.get(), QOS_TLM_ENCODE_GPB, &length));
-        expectMessage(std::string(static_cast<char*>(gpb.get()), length), top.get());
-        EXPECT_EQ(CALL(QOS_TLM_EstimatePackageSize)(top.get(), QOS_TLM_ENCODE_GPB), length);
-        EXPECT_EQ(fake::platform.allocSizes.at(0), length);
-        const Block text(CALL(QOS_TLM_Encoding)(top.get(), QOS_TLM_ENCODE_JSON, &length));
-        EXPECT_TRUE(sameJson(nlohmann::json::parse(static_cast<char*>(text.get()))["top"], jsonOf(*top)));
-        EXPECT_EQ(CALL(QOS_TLM_EstimatePackageSize)(top.get(), QOS_TLM_ENCODE_JSON), length);
     }
 }
 

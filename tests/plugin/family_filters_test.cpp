@@ -268,14 +268,6 @@ TEST_F(FamilySpecialsTest, TimesOfMonitoringResults) {
     const auto entry = takeEntries(family, 0).at(0);
     EXPECT_EQ(entry["time"], "2024-03-07 09:05:02.1234");
     EXPECT_EQ(entry["burst-start-time"], "2024-03-07 09:05:02.007");
-    const char* moments[] = {"end-time", "start-time", "peak-time"};
-    for (uint32_t nth = 1; nth <= 3; ++nth) {
-        fake::failCall("sprintf_s", nth);
-        EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_FAILED);
-        EXPECT_LOG("DATETIME to String failed.",
-                   std::string("[Tlm ReadBufMonitorStatField] read ") + moments[nth - 1] + " failed, ret=1.",
-                   "[Tlm QueryFunc] query data failed.");
-    }
     fake::failCall("KAT_SystimeSec2Time", 1, 5);
     EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE) << "its result is not examined";
     addRow(family, 9);

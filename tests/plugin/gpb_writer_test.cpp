@@ -164,8 +164,8 @@ TEST_F(GpbWriterTest, TooLittleRoomOrMemoryIsLogged) {
     }
 }
 
-// Whatever part of a tree fails, what is written is a message that a decoder takes.
-TEST_F(GpbWriterTest, FailuresInTheMiddleLeaveAWellFormedMessage) {
+// Whatever does not fit, what is written is a message that a decoder takes.
+TEST_F(GpbWriterTest, TooLittleRoomLeavesAWellFormedMessage) {
     const Tree top = makeTree("top", 5);
     CALL(QOS_TLM_AddChildUint64)(top.get(), "n", ~0ull, 3);
     QosTlmNode* inner = addNode(top.get(), "inner", 13);
@@ -189,20 +189,6 @@ TEST_F(GpbWriterTest, FailuresInTheMiddleLeaveAWellFormedMessage) {
         if (room == 6) {
             EXPECT_EQ(dest.text(written), "2A 02 10 07") << "room for the last leaf alone";
         }
-    }
-    for (const char* function : {"memcpy_s", "NIVEX_AllocBuff"}) {
-        uint32_t failures = 0;
-        for (bool failed = true; failed; failures += failed) {
-            SCOPED_TRACE(testing::Message() << function << " " << failures + 1);
-            fake::failCall(function, failures + 1);
-            uint32_t length = 0;
-            const Block block(CALL(QOS_TLM_EncodeProto)(top.get(), &length));
-            failed = fake::hasFailed(function);
-            EXPECT_EQ(length == full, !failed);
-            expectMessage(block == nullptr ? "" : block.get(), length);
-        }
-        EXPECT_GE(failures, 4u);
-        fake::failNothing();
     }
     fake::takeLog();
 }

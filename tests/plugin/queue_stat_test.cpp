@@ -9,7 +9,6 @@
 
 using fake::platform;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -29,7 +28,6 @@ class QueueStatTest : public StartedPluginTest {
     static void addQueue(uint32_t ifIndex, const std::string& name, uint32_t queue) {
         platform.tables.queue_stat.push_back({ifIndex, name, queue, 1, 2, 3, 4, 5, 6, 7, 8});
     }
-    static void setSeconds(uint64_t seconds) { platform.nowMs = seconds * 1000; }
 
     QosTlmQueryParam request_{};
 };
@@ -62,38 +60,6 @@ TEST_F(QueueStatTest, TextsThatFillTheirFields) {
     setThreshold(request_, "service-class", QOS_TLM_OP_LESS, 5);  // the first threshold names the field of both
     request_.thresholdRelation = QOS_TLM_RELATION_AND;
     EXPECT_EQ(sample().size(), 4u);
-}
-
-TEST_F(QueueStatTest, RecordsThatWereSeen) {
-    addQueue(1, "a", 0);
-    addQueue(1, "a", 1);
-    addQueue(2, "b", 3);
-    request_.periodCheck = 1;
-    request_.selfDefPeriod = 10;
-    setSeconds(1000);
-    EXPECT_THAT(sample(), ElementsAre(Key("a", 1))) << "new interfaces wait; a new queue of a known one does not";
-    setSeconds(1011);
-    setThreshold(request_, "pass-packets", QOS_TLM_OP_GREATER, 1);
-    EXPECT_THAT(sample(), IsEmpty()) << "below the threshold";
-    request_.thresholdNum = 0;
-    setSeconds(1021);
-    EXPECT_THAT(sample(), IsEmpty()) << "the period restarted all the same";
-    request_.periodCheck = 2;
-    EXPECT_EQ(sample().size(), 3u) << "no period check";
-
-    request_.suppressRedundant = 1;
-    request_.redundantPeriod = 60;
-    EXPECT_EQ(sample().size(), 3u);
-    uint64_t digest = 0;
-    for (const uint64_t value : {3u, 1u, 2u, 5u, 6u}) {  // queue, passed and dropped packets and bytes
-        CALL(QOS_TLM_IntegerHash)(&digest, value);
-    }
-    EXPECT_EQ(GLOBAL(g_qosTlmHisData)[1].digest[3][3], digest);
-    EXPECT_THAT(sample(), IsEmpty());
-    setSeconds(900);
-    EXPECT_EQ(sample().size(), 3u) << "the clock was set back";
-    request_.suppressRedundant = 2;
-    EXPECT_EQ(sample().size(), 3u) << "no change suppression";
 }
 
 TEST_F(QueueStatTest, QuestionsOneByOne) {

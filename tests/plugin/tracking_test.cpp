@@ -1,8 +1,6 @@
 // What the plug-in remembers between calls: sent keys, digests, times.
 #include "nivex_qos/tracking.h"
 
-#include <cstring>
-
 #include "support/plugin.h"
 
 using testing::ElementsAre;
@@ -112,46 +110,6 @@ TEST_F(TrackingTest, PeriodTest) {
     EXPECT_EQ(overPeriod(9, 0, 1, 5), 0u) << "5 seconds over the wrap";
     setSeconds(0x100000004);
     EXPECT_EQ(overPeriod(9, 0, 1, 5), 1u);
-}
-
-TEST_F(TrackingTest, KeyZeroIsNeverKnown) {
-    for (const uint64_t now : {100u, 200u, 300u}) {
-        setSeconds(now);
-        EXPECT_EQ(redundant(0, 2, 42, 3), 0u);
-        EXPECT_EQ(overPeriod(0, 2, 3, 1), 0u);
-    }
-    redundant(7, 2, 1, 3);
-    overPeriod(7, 2, 3, 1);
-    EXPECT_EQ(GLOBAL(g_qosTlmHisData)[0].key, 7u) << "the slot stayed empty";
-    EXPECT_EQ(GLOBAL(g_qosTlmStatTime)[0].key, 7u);
-}
-
-TEST_F(TrackingTest, KeysBeyond256AreNotTracked) {
-    for (uint32_t pass = 0; pass < 2; ++pass) {
-        setSeconds(1000 + pass * 100);
-        for (uint32_t key = 1; key <= 258; ++key) {
-            const uint32_t expected = key <= 256 ? pass : 0;
-            ASSERT_EQ(redundant(key, 0, 42, 3), expected) << key;
-            ASSERT_EQ(overPeriod(key, 0, 3, 10), expected) << key;
-        }
-        EXPECT_EQ(redundant(0, 0, 42, 3), 0u);
-        EXPECT_EQ(overPeriod(0, 0, 3, 10), 0u);
-    }
-}
-
-TEST_F(TrackingTest, IndexesWithoutCellStoreNothing) {
-    using Case = std::pair<uint32_t, uint32_t>;
-    for (const auto& [sub, family] : {Case{8, 3}, Case{~0u, 3}, Case{0, 10}, Case{0, ~0u}, Case{8, 9}}) {
-        for (const uint64_t now : {1000u, 2000u}) {
-            setSeconds(now);
-            EXPECT_EQ(redundant(7, sub, 42, family), 0u);
-            EXPECT_EQ(overPeriod(7, sub, family, 1), 0u);
-        }
-    }
-    static const QosTlmHisSlot noHistory[QOS_TLM_TRACK_SLOT_NUM] = {};
-    static const QosTlmStatTimeSlot noTimes[QOS_TLM_TRACK_SLOT_NUM] = {};
-    EXPECT_EQ(memcmp(&GLOBAL(g_qosTlmHisData), noHistory, sizeof noHistory), 0);
-    EXPECT_EQ(memcmp(&GLOBAL(g_qosTlmStatTime), noTimes, sizeof noTimes), 0);
 }
 
 }  // namespace
