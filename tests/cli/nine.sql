@@ -1,7 +1,7 @@
 -- A second row of each table beside the one of docs/samples/example.sql, apart in each field that a request can name.
 INSERT INTO port_ecn_stat VALUES (18, 'ETH1/0/4', 4294967303);
 INSERT INTO port_buf_stat VALUES (66, '1/2', 18, 'ETH1/0/4', 5, 4, 3, 2, 1);
-INSERT INTO queue_buf_stat VALUES (66, '1/2', 18, 'ETH1/0/4', 6, 4, 3, 2, 1);
+INSERT INTO queue_buf_stat VALUES (66, '1/2', 18, 'ETH1/0/4', 4, 4, 3, 2, 1);
 INSERT INTO queue_stat VALUES (18, 'ETH1/0/4', 6, 8, 7, 6, 5, 4, 3, 2, 1);
 INSERT INTO queue_drop_stat VALUES (18, 'ETH1/0/4', 16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1);
 INSERT INTO ing_port_drop_stat VALUES (18, 'ETH1/0/4', 2, 1);
