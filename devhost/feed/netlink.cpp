@@ -199,9 +199,7 @@ Stats2 parseStats2(const nlattr* stats) {
                 const auto queue =
                     attributeRecord<gnet_stats_queue>(attribute, sizeof(gnet_stats_queue), "TCA_STATS_QUEUE");
                 counters.drops = queue.drops;
-                counters.overlimits = queue.overlimits;
                 counters.backlogBytes = queue.backlog;
-                counters.backlogPackets = queue.qlen;
                 break;
             }
             case TCA_STATS_APP:
@@ -224,9 +222,7 @@ Counters parseStats(const nlattr* attribute) {
     counters.bytes = stats.bytes;
     counters.packets = stats.packets;
     counters.drops = stats.drops;
-    counters.overlimits = stats.overlimits;
     counters.backlogBytes = stats.backlog;
-    counters.backlogPackets = stats.qlen;
     return counters;
 }
 

@@ -46,9 +46,7 @@ struct Counters {
     uint64_t packets = 0;       // passed
     bool packets64 = false;     // false: packets holds the low 32 bits only, if the kernel counts in 32 bits
     uint32_t drops = 0;         // packets; wraps
-    uint32_t overlimits = 0;    // wraps
     uint32_t backlogBytes = 0;  // now in the queue
-    uint32_t backlogPackets = 0;
 };
 
 /* How much a discipline may hold. */

@@ -19,15 +19,11 @@ uintptr_t sealOf(uintptr_t address) {
     return address ^ kSeal;
 }
 
-std::atomic<size_t> blockCount{0};
 std::atomic<const QosTlmFrmVtbl*> functionTable{nullptr};
 
 }  // namespace
 
 uint32_t COMP_GetVTable(uint32_t /*firstId*/, uint32_t /*secondId*/, const QosTlmFrmVtbl** table) {
-    if (devhost::refusals().functionTable != 0) {
-        return devhost::refusals().functionTable;
-    }
     const QosTlmFrmVtbl* current = functionTable;
     if (table == nullptr || current == nullptr) {
         return 1;
@@ -45,7 +41,6 @@ void* NIVEX_AllocBuff(size_t size) {
         return nullptr;
     }
     header->seal = sealOf(reinterpret_cast<uintptr_t>(header));
-    ++blockCount;
     return header + 1;
 }
 
@@ -56,7 +51,6 @@ void NIVEX_FreeBuff(void* block) {
         std::abort();
     }
     header->seal = 0;
-    --blockCount;
     std::free(header);
 }
 
@@ -64,15 +58,6 @@ namespace devhost {
 
 void setFunctionTable(const QosTlmFrmVtbl* table) {
     functionTable = table;
-}
-
-size_t liveBlocks() {
-    return blockCount;
-}
-
-Refusals& refusals() {
-    static Refusals codes;
-    return codes;
 }
 
 }  // namespace devhost

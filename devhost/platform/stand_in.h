@@ -1,5 +1,5 @@
 /*
- * The host's side of the platform that stands in for the device's: what the program around it sets and can look at.
+ * The host's side of the platform that stands in for the device's: what the program around it sets.
  *
  * The platform functions are those of platform/, and are exported from the program that links this. All state is the
  * process's. The log, the allocator and the clock may be used on any thread; set everything else before the plug-in
@@ -8,14 +8,12 @@
 #ifndef DEVHOST_PLATFORM_STAND_IN_H
 #define DEVHOST_PLATFORM_STAND_IN_H
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string_view>
 
 #include "nivex_qos/plugin.h"
-#include "platform/patch_service.h"
 
 namespace devhost {
 
@@ -25,20 +23,6 @@ void setFunctionTable(const QosTlmFrmVtbl* table);
 /* Takes each message of the log; without one, a message is a line "qos-plugin: text" on standard error. */
 using LogSink = std::function<void(uint32_t level, uint32_t logId, std::string_view text)>;
 void setLogSink(LogSink sink);
-
-/* Blocks of NIVEX_AllocBuff that have not come back. */
-size_t liveBlocks();
-
-/* The hook registered last, or null. */
-TarnPatC2HHook patchHook();
-
-/* Codes with which the platform refuses; 0 accepts. */
-struct Refusals {
-    uint32_t functionTable = 0; /* COMP_GetVTable */
-    uint32_t patchHook = 0;     /* TARN_PAT_C2HRegisterHook */
-    uint32_t loadedLibrary = 0; /* TARN_PAT_RestoreForDLL */
-};
-Refusals& refusals();
 
 /* Stops the clock at this many milliseconds since 1970, or lets it run again. */
 void setClock(std::optional<uint64_t> milliseconds);

@@ -39,18 +39,23 @@ __attribute__((format(printf, 3, 4))) int truncated(char* dest, size_t size, con
 }
 
 TEST(Bounded, TextCopyFitsWithItsNulOrLeavesAnEmptyText) {
-    Guarded fits;
-    EXPECT_EQ(strcpy_s(fits.bytes, 8, "seven77"), 0);
-    EXPECT_STREQ(fits.bytes, "seven77");
-    EXPECT_TRUE(fits.intact());
-
-    for (const char* refused : {"eight888", "many more than eight", static_cast<const char*>(nullptr)}) {
+    const std::string empty("\0#######", 8);
+    const struct {
+        const char* source;
+        bool fits;
+        std::string left;
+    } cases[] = {
+        {"seven77", true, std::string("seven77\0", 8)},
+        {"eight888", false, empty},
+        {"many more than eight", false, empty},
+        {nullptr, false, empty},
+    };
+    for (const auto& [source, fits, left] : cases) {
         Guarded guarded;
-        EXPECT_NE(strcpy_s(guarded.bytes, 8, refused), 0);
-        EXPECT_EQ(guarded.all(), std::string("\0#######", 8));
+        EXPECT_EQ(strcpy_s(guarded.bytes, 8, source) == 0, fits);
+        EXPECT_EQ(guarded.all(), left);
         EXPECT_TRUE(guarded.intact());
     }
-
     Guarded none;
     EXPECT_NE(strcpy_s(none.bytes, 0, ""), 0);
     EXPECT_NE(strcpy_s(nullptr, 8, ""), 0);
@@ -58,42 +63,35 @@ TEST(Bounded, TextCopyFitsWithItsNulOrLeavesAnEmptyText) {
 }
 
 TEST(Bounded, MemoryFunctionsFillTheDestinationAndRefuseMore) {
-    Guarded copied;
-    EXPECT_EQ(memcpy_s(copied.bytes, 8, "abcdefghij", 8), 0);
-    EXPECT_EQ(copied.all(), "abcdefgh");
-    EXPECT_TRUE(copied.intact());
-    EXPECT_NE(memcpy_s(copied.bytes, 8, "ABCDEFGHIJ", 9), 0);
-    EXPECT_NE(memcpy_s(copied.bytes, 8, nullptr, 1), 0);
+    Guarded memory;
+    EXPECT_EQ(memcpy_s(memory.bytes, 8, "abcdefghij", 8), 0);
+    EXPECT_NE(memcpy_s(memory.bytes, 8, "ABCDEFGHIJ", 9), 0);
+    EXPECT_NE(memcpy_s(memory.bytes, 8, nullptr, 1), 0);
     EXPECT_NE(memcpy_s(nullptr, 8, "A", 1), 0);
-    EXPECT_EQ(copied.all(), "abcdefgh");
-
-    Guarded set;
-    EXPECT_EQ(memset_s(set.bytes, 8, 'x', 8), 0);
-    EXPECT_EQ(set.all(), "xxxxxxxx");
-    EXPECT_TRUE(set.intact());
-    EXPECT_NE(memset_s(set.bytes, 8, 'y', 9), 0);
+    EXPECT_EQ(memory.all(), "abcdefgh");
+    EXPECT_EQ(memset_s(memory.bytes, 8, 'x', 8), 0);
+    EXPECT_NE(memset_s(memory.bytes, 8, 'y', 9), 0);
     EXPECT_NE(memset_s(nullptr, 8, 'y', 1), 0);
-    EXPECT_EQ(set.all(), "xxxxxxxx");
+    EXPECT_EQ(memory.all(), "xxxxxxxx");
+    EXPECT_TRUE(memory.intact());
 }
 
 TEST(Bounded, FormattingRefusesOrCutsWhatDoesNotFit) {
-    Guarded printed;
-    EXPECT_EQ(sprintf_s(printed.bytes, 8, "%d", 1234567), 7);
-    EXPECT_STREQ(printed.bytes, "1234567");
-    EXPECT_EQ(sprintf_s(printed.bytes, 8, "%d", 12345678), -1);
-    EXPECT_STREQ(printed.bytes, "");
-    EXPECT_TRUE(printed.intact());
+    Guarded text;
+    EXPECT_EQ(sprintf_s(text.bytes, 8, "%d", 1234567), 7);
+    EXPECT_STREQ(text.bytes, "1234567");
+    EXPECT_EQ(sprintf_s(text.bytes, 8, "%d", 12345678), -1);
+    EXPECT_STREQ(text.bytes, "");
+    EXPECT_EQ(truncated(text.bytes, 8, "%s", "1234567"), 7);
+    EXPECT_STREQ(text.bytes, "1234567");
+    EXPECT_EQ(truncated(text.bytes, 8, "%s", "abcdefghij"), 7);
+    EXPECT_STREQ(text.bytes, "abcdefg");
+    EXPECT_EQ(sprintf_s(text.bytes, 0, "%d", 1), -1);
     EXPECT_EQ(sprintf_s(nullptr, 8, "%d", 1), -1);
-    EXPECT_EQ(sprintf_s(printed.bytes, 0, "%d", 1), -1);
-
-    Guarded cut;
-    EXPECT_EQ(truncated(cut.bytes, 8, "%s", "1234567"), 7);
-    EXPECT_STREQ(cut.bytes, "1234567");
-    EXPECT_EQ(truncated(cut.bytes, 8, "%s", "abcdefghij"), 7);
-    EXPECT_STREQ(cut.bytes, "abcdefg");
-    EXPECT_TRUE(cut.intact());
+    EXPECT_LT(truncated(text.bytes, 0, "%d", 1), 0);
     EXPECT_LT(truncated(nullptr, 8, "%d", 1), 0);
-    EXPECT_LT(truncated(cut.bytes, 0, "%d", 1), 0);
+    EXPECT_STREQ(text.bytes, "abcdefg");
+    EXPECT_TRUE(text.intact());
 }
 
 TEST(Bounded, ScanningCountsItems) {
@@ -163,54 +161,19 @@ TEST(DeviceDb, MapsSlotsUpTo63) {
     EXPECT_EQ(slot, 4095u);
 }
 
-TEST(Allocator, CountsAlignedBlocksAndRefusesStrangers) {
-    const size_t before = devhost::liveBlocks();
-    std::vector<void*> blocks;
-    for (const size_t size : {size_t{0}, size_t{1}, size_t{17}, size_t{32816}}) {
-        blocks.push_back(NIVEX_AllocBuff(size));
-        ASSERT_NE(blocks.back(), nullptr);
-        EXPECT_EQ(reinterpret_cast<uintptr_t>(blocks.back()) % 16, 0u);
-        std::memset(blocks.back(), 0xff, size);
-    }
-    EXPECT_EQ(devhost::liveBlocks(), before + 4);
-    EXPECT_EQ(NIVEX_AllocBuff(SIZE_MAX), nullptr);
-
+TEST(Allocator, AlignsBlocksAndRefusesStrangers) {
     alignas(16) unsigned char copy[48];
-    std::memcpy(copy, static_cast<unsigned char*>(blocks[2]) - 16, 32);
-    EXPECT_DEATH(NIVEX_FreeBuff(copy + 16), "is not a block of NIVEX_AllocBuff");
-    EXPECT_DEATH(NIVEX_FreeBuff(nullptr), "is not a block of NIVEX_AllocBuff");
-
-    for (void* block : blocks) {
+    for (const size_t size : {size_t{0}, size_t{1}, size_t{17}, size_t{32816}}) {
+        void* block = NIVEX_AllocBuff(size);
+        ASSERT_NE(block, nullptr);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 16, 0u);
+        std::memset(block, 0xff, size);
+        std::memcpy(copy, static_cast<unsigned char*>(block) - 16, 16);
         NIVEX_FreeBuff(block);
     }
-    EXPECT_EQ(devhost::liveBlocks(), before);
-}
-
-TEST(HostFramework, HandsOutTheTableUnlessToldToRefuse) {
-    const QosTlmFrmVtbl table{};
-    const QosTlmFrmVtbl* got = nullptr;
-    EXPECT_NE(COMP_GetVTable(1000, 1000, &got), 0u);
-    devhost::setFunctionTable(&table);
-    devhost::refusals().functionTable = 5;
-    EXPECT_EQ(COMP_GetVTable(1000, 1000, &got), 5u);
-    EXPECT_EQ(got, nullptr);
-    devhost::refusals() = {};
-    EXPECT_EQ(COMP_GetVTable(1000, 1000, &got), 0u);
-    EXPECT_EQ(got, &table);
-    devhost::setFunctionTable(nullptr);
-}
-
-TEST(PatchService, RemembersTheHookUnlessToldToRefuse) {
-    const TarnPatC2HHook hook = [](int32_t, uint64_t, const void*, uint32_t*) { return 0u; };
-    devhost::refusals() = {.patchHook = 6, .loadedLibrary = 7};
-    EXPECT_EQ(TARN_PAT_C2HRegisterHook(hook), 6u);
-    EXPECT_EQ(devhost::patchHook(), nullptr);
-    int library = 0;
-    EXPECT_EQ(TARN_PAT_RestoreForDLL(&library), 7u);
-    devhost::refusals() = {};
-    EXPECT_EQ(TARN_PAT_C2HRegisterHook(hook), 0u);
-    EXPECT_EQ(devhost::patchHook(), hook);
-    EXPECT_EQ(TARN_PAT_RestoreForDLL(&library), 0u);
+    EXPECT_EQ(NIVEX_AllocBuff(SIZE_MAX), nullptr);
+    EXPECT_DEATH(NIVEX_FreeBuff(copy + 16), "is not a block of NIVEX_AllocBuff");
+    EXPECT_DEATH(NIVEX_FreeBuff(nullptr), "is not a block of NIVEX_AllocBuff");
 }
 
 TEST(Log, GoesWholeToTheSinkOrAsOneLineToStandardError) {
