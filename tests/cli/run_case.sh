@@ -27,7 +27,6 @@ for name in few many; do
 done
 cat "$here/../../docs/samples/example.sql" "$here/nine.sql" | sqlite3 -bail nine.db || exit 1
 sqlite3 empty.db 'CREATE TABLE other (x)'
-echo 'this is a text, not a database' >text.db
 
 while IFS= read -r line; do
     case $line in

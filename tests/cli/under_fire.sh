@@ -3,10 +3,10 @@
 # Each case wants the message that names file and cause, the exit code, a capture that reads back as whole records, and
 # that the work goes on when the cause is gone.
 #
-#   under_fire.sh PROGRAM_DIR [CASE...]
+#   under_fire.sh PROGRAM_DIR CASE       one of the functions below, killed_by_signals to full_disk
 set -uo pipefail
 programs=$(cd "$1" && pwd)
-shift
+case_name=$2
 PATH=$programs:$PATH
 unset NIVEX_QOS_DB NIVEX_QOS_PLUGIN
 export LC_ALL=C
@@ -16,7 +16,6 @@ mounted=
 trap 'kill -KILL $(jobs -p) 2>/dev/null; wait 2>/dev/null; [ -z "$mounted" ] || umount "$mounted"; rm -rf "$scratch"' EXIT
 cd "$scratch" || exit 1
 
-case_name=
 failures=0
 complain() {
     echo "under_fire: $case_name: $*" >&2
@@ -253,17 +252,10 @@ full_disk() {
     mounted=
 }
 
-cases=("$@")
-[ ${#cases[@]} -gt 0 ] ||
-    cases=(killed_by_signals removed replaced damaged feed_loses_its_file locked limited_capture full_disk)
-for case_name in "${cases[@]}"; do
-    start=$SECONDS
-    rm -f ./*.err ./*.out
-    "$case_name"
-    # What a sanitizer has to say counts whatever the exit code.
-    if grep -l 'Sanitizer\|runtime error' ./*.err; then
-        complain "$(grep -h -A 20 'Sanitizer\|runtime error' ./*.err | head -n 30)"
-    fi
-    echo "$case_name: $((SECONDS - start)) s"
-done
+declare -F "$case_name" >/dev/null || exit 2
+"$case_name"
+# What a sanitizer has to say counts whatever the exit code.
+if grep -l 'Sanitizer\|runtime error' ./*.err; then
+    complain "$(grep -h -A 20 'Sanitizer\|runtime error' ./*.err | head -n 30)"
+fi
 [ "$failures" -eq 0 ]
