@@ -120,16 +120,16 @@ TEST(SimulatedDevice, EveryInterfaceAndSlotIsValidAndUnique) {
     const Device device({.slots = SimOptions::kMaxSlots, .ports = SimOptions::kMaxPorts, .load = 90, .seed = 1});
     std::set<uint32_t> indexes, numbers;
     std::set<std::string> names;
-    bool slash = false, plain = false;
+    std::set<int> forms;
     for (const auto& slot : device.slots()) {
         uint32_t first = 0, second = 0, number = 0;
-        if (std::sscanf(slot.text.c_str(), "%u/%u", &first, &second) == 2) {
-            slash = true;
+        const int form = std::sscanf(slot.text.c_str(), "%u/%u", &first, &second);
+        if (form == 2) {
             ASSERT_EQ(DEVM_DB_GetGlobalSlotIdByLocalSlotId(&number, second, first), 0u) << slot.text;
         } else {
-            plain = true;
             number = first;
         }
+        forms.insert(form);
         EXPECT_EQ(slot.number, number) << slot.text;
         numbers.insert(number);
         for (const auto& port : slot.ports) {
@@ -138,7 +138,7 @@ TEST(SimulatedDevice, EveryInterfaceAndSlotIsValidAndUnique) {
             names.insert(port.ifName);
         }
     }
-    EXPECT_TRUE(slash && plain);
+    EXPECT_EQ(forms, (std::set{1, 2}));
     EXPECT_EQ(numbers.size(), SimOptions::kMaxSlots);
     EXPECT_EQ(indexes.size(), SimOptions::kMaxSlots * SimOptions::kMaxPorts);
     EXPECT_EQ(names.size(), indexes.size());
