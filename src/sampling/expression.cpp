@@ -2,7 +2,6 @@
 
 #include <bit>
 #include <cctype>
-#include <climits>
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
@@ -58,6 +57,7 @@ class Finder {
         next_ += taken ? 1 : 0;
         return taken;
     }
+    // The C library overlooks that a comma or a 0 between braces is escaped.
     bool takePerhapsEscaped(char character) {
         next_ += sees('\\') && sees(character, 1) ? 1 : 0;
         return take(character);
@@ -230,6 +230,7 @@ class Finder {
         return next_ != start;
     }
 
+    // GNU's anchors.
     bool isWord(uint32_t i) const { return i < length_ && (isalnum(text_[i]) != 0 || text_[i] == '_'); }
     Pieces boundary(char kind) const {
         return where([=, this](uint32_t place) {
@@ -347,7 +348,7 @@ class Finder {
     const char* next_;
     const char* const end_;
     const uint32_t length_;
-    uint8_t text_[kPlaces];
+    uint8_t text_[kPlaces];  // in capitals, which is how the C library leaves the case aside
     bool invalid_ = false;
     bool unknown_ = false;
 };

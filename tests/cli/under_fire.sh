@@ -21,9 +21,9 @@ complain() {
     echo "under_fire: $case_name: $*" >&2
     failures=$((failures + 1))
 }
-# Waits for a command to succeed.
+# Waits for a command to succeed, up to half a minute and more on a busy machine.
 await() {
-    for _ in {1..200}; do
+    for _ in {1..600}; do
         "$@" && return 0
         sleep 0.05
     done
