@@ -17,8 +17,9 @@ QOS_TLM_BEGIN_DECLS
  * as the GNU C library reads it. 0 also for a null argument, a pattern that does not compile and one above
  * QOS_TLM_PATTERN_MAX. nameSize, the capacity of the name's field, does not matter.
  *
- * Time and memory are bounded for every pattern. Where the C library has to match (back-references, characters of
- * several bytes, names above 31 bytes or with a line feed) a pattern with a "{" or a second "+" therefore gives 0.
+ * A pattern costs microseconds, whatever it is. Where the C library has to match (back-references, characters of
+ * several bytes, names above 31 bytes or with a line feed) it can be a second, and a pattern with a "{" or a second
+ * "+", which could take minutes or the stack, gives 0.
  */
 QOS_TLM_API uint32_t QOS_TLM_CheckIfName(const char* pattern, const char* name, uint32_t nameSize);
 

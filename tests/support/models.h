@@ -4,13 +4,12 @@
 #ifndef TESTS_SUPPORT_MODELS_H
 #define TESTS_SUPPORT_MODELS_H
 
-#include <regex.h>
-
 #include <algorithm>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/pattern_model.h"
 #include "support/plugin.h"
 #include "support/tracking_model.h"
 
@@ -51,33 +50,6 @@ struct Dice {
             rows.insert(rows.begin() + below(rows.size() + 1), makeRow());
         }
     }
-};
-
-// An interface-name pattern as the regular-expression library understands it.
-class PatternModel {
-  public:
-    explicit PatternModel(const std::string& pattern) {
-        std::string expression = "^";
-        for (const char character : pattern) {
-            expression += character == '*' ? std::string("([0-9]*)") : std::string(1, character);
-        }
-        compiles_ = regcomp(&compiled_, (expression + "$").c_str(), REG_EXTENDED | REG_ICASE) == 0;
-    }
-    PatternModel(const PatternModel&) = delete;
-    PatternModel& operator=(const PatternModel&) = delete;
-    ~PatternModel() {
-        if (compiles_) {
-            regfree(&compiled_);
-        }
-    }
-    bool matches(const std::string& name) const {
-        regmatch_t where;
-        return compiles_ && regexec(&compiled_, name.c_str(), 1, &where, 0) == 0;
-    }
-
-  private:
-    regex_t compiled_;
-    bool compiles_;
 };
 
 struct MemoryModel {
