@@ -1,38 +1,74 @@
 /*
- * The subcommands of qos-host. Each lives in its own source and adds itself to the program; main.cpp only assembles
- * them, parses the command line, then runs the action that the chosen subcommand left in the invocation.
+ * The subcommands of qos-host. Each lives in its own source; command_line.cpp fills the options and runs it.
  *
- * An action answers an exit code. It throws UsageError for arguments that only it can judge (exit 2) and any other
- * std::exception when the work fails (exit 1); main prints the text. SIGPIPE is ignored: a reader that goes away shows
- * as a failed write, which ends the program quietly.
+ * A command answers an exit code. It throws UsageError for arguments that only it can judge and any other
+ * std::exception when the work fails. SIGPIPE is ignored: a reader that goes away shows as a failed write, which ends
+ * the program quietly. An empty pluginFile: the plug-in is looked for.
  */
 #ifndef DEVHOST_CLI_COMMANDS_H
 #define DEVHOST_CLI_COMMANDS_H
 
-#include <CLI/CLI.hpp>
-#include <functional>
-#include <stdexcept>
+#include <chrono>
+#include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
+
+#include "devhost/feed/simulated_device.h"
+#include "nivex_qos/sample.h"
 
 namespace host {
 
-enum ExitCode : int { kDone = 0, kFailed = 1, kUsage = 2 };
-
-class UsageError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
+struct PathsOptions {
+    bool json = false;
 };
 
-struct Invocation {
-    std::string pluginFile;       // --plugin; empty: the plug-in is looked for
-    std::function<int()> action;  // what the chosen subcommand does, set while the command line is parsed
+struct SampleOptions {
+    std::string path;
+    std::string database;
+    std::string encoding = "gpb";
+    std::string output = "table";
+    std::vector<std::string> conditions;
+    std::vector<std::string> thresholds;
+    std::string relation;
+    std::string capture;
+    std::chrono::milliseconds every{0};
+    std::optional<uint64_t> count;
+    std::optional<uint32_t> period;
+    std::optional<uint32_t> redundantPeriod;
+
+    QosTlmEncodeType encodeType() const { return encoding == "json" ? QOS_TLM_ENCODE_JSON : QOS_TLM_ENCODE_GPB; }
 };
 
-void addPathsCommand(CLI::App& app, Invocation& invocation);
-void addSampleCommand(CLI::App& app, Invocation& invocation);
-void addDecodeCommand(CLI::App& app, Invocation& invocation);
-void addFeedCommand(CLI::App& app, Invocation& invocation);
-void addDemoCommand(CLI::App& app, Invocation& invocation);
+struct DecodeOptions {
+    std::string file;
+    std::string output = "table";
+};
+
+struct FeedOptions {
+    std::string database;
+    std::chrono::milliseconds every = std::chrono::seconds(1);
+    std::optional<uint64_t> count;
+};
+
+struct SimFeedOptions : FeedOptions {
+    static constexpr uint32_t kMaxSpeed = 1000;
+
+    feed::SimOptions device;
+    uint32_t speed = 1;
+};
+
+struct DemoOptions {
+    uint32_t seconds = 8;
+    std::string database;
+};
+
+int runPaths(const PathsOptions& options, const std::string& pluginFile);
+int runSample(const SampleOptions& options, const std::string& pluginFile);
+int runDecode(const DecodeOptions& options);
+int runKernelFeed(const FeedOptions& options);
+int runSimFeed(const SimFeedOptions& options);
+int runDemo(const DemoOptions& options, const std::string& pluginFile);
 
 }  // namespace host
 

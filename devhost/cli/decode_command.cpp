@@ -3,21 +3,16 @@
 
 #include <ctime>
 #include <map>
-#include <memory>
 
 #include "devhost/cli/capture.h"
 #include "devhost/cli/commands.h"
+#include "devhost/cli/exit.h"
 #include "devhost/cli/output.h"
 #include "devhost/cli/stop.h"
 
 namespace host {
 
 namespace {
-
-struct DecodeOptions {
-    std::string file;
-    std::string output = "table";
-};
 
 // Milliseconds since 1970 in ISO 8601.
 std::string timeText(uint64_t time) {
@@ -37,6 +32,8 @@ void printHeading(uint64_t number, const CapturedBatch& captured) {
         batch.hostArg2, batch.recordCount, batch.payload.size(), timeText(batch.collectStartTime),
         batch.encodeTimeSpend);
 }
+
+}  // namespace
 
 int runDecode(const DecodeOptions& options) {
     CaptureReader reader(options.file);
@@ -76,18 +73,6 @@ int runDecode(const DecodeOptions& options) {
         }
     }
     return code;
-}
-
-}  // namespace
-
-void addDecodeCommand(CLI::App& app, Invocation& invocation) {
-    CLI::App* command = app.add_subcommand("decode", "Show the samples of a capture");
-    const auto options = std::make_shared<DecodeOptions>();
-    command->add_option("FILE", options->file, "What qos-host sample --capture wrote")->required();
-    command->add_option("--output", options->output, "Form of the output; json of GPB is RFC 7951 JSON")
-        ->check(CLI::IsMember(kOutputs))
-        ->capture_default_str();
-    command->callback([options, &invocation] { invocation.action = [options] { return runDecode(*options); }; });
 }
 
 }  // namespace host

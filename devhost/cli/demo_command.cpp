@@ -11,6 +11,7 @@
 #include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
 #include "devhost/cli/decode.h"
+#include "devhost/cli/exit.h"
 #include "devhost/cli/host.h"
 #include "devhost/cli/lab.h"
 #include "devhost/cli/output.h"
@@ -33,11 +34,6 @@ constexpr const char* kAlias = "queue-statistics";
 constexpr uint32_t kSubscriptionId = 1;
 constexpr int kStopped = 128 + 2;  // what a program that SIGINT ends is reported as
 constexpr size_t kShownQueues = 16;
-
-struct DemoOptions {
-    uint32_t seconds = 8;
-    std::string database;
-};
 
 class TemporaryDirectory {
   public:
@@ -296,6 +292,8 @@ std::unique_ptr<Lab> makeLab() {
     }
 }
 
+}  // namespace
+
 int runDemo(const DemoOptions& options, const std::string& pluginFile) {
     const TemporaryDirectory directory;
     const std::string database = options.database.empty() ? directory.file("qos.db") : options.database;
@@ -314,22 +312,6 @@ int runDemo(const DemoOptions& options, const std::string& pluginFile) {
     }
     lab->stopTraffic();
     return drain(*lab) ? checkAgainstTc(demo, *lab) : kStopped;
-}
-
-}  // namespace
-
-void addDemoCommand(CLI::App& app, Invocation& invocation) {
-    CLI::App* command =
-        app.add_subcommand("demo", "Show the plug-in sampling a kernel's queues that fill and overflow");
-    const auto options = std::make_shared<DemoOptions>();
-    command->add_option("--seconds", options->seconds, "How long to send and sample")
-        ->check(CLI::Range(1, 3600))
-        ->capture_default_str();
-    command->add_option("--db", options->database, "Keep the database in this file, for looking at it")
-        ->type_name("FILE");
-    command->callback([options, &invocation] {
-        invocation.action = [options, &invocation] { return runDemo(*options, invocation.pluginFile); };
-    });
 }
 
 }  // namespace host

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <cstdint>
 
-#include "devhost/cli/commands.h"
+#include "devhost/cli/exit.h"
 
 namespace host {
 
@@ -19,15 +19,6 @@ struct Unit {
 // The largest unit first, so that a span is shown in the largest that divides it.
 constexpr Unit kUnits[] = {{"h", 3'600'000}, {"m", 60'000}, {"s", 1'000}, {"ms", 1}};
 constexpr int64_t kLongest = 366LL * 24 * 3'600'000;
-
-std::string durationText(int64_t milliseconds) {
-    for (const Unit& unit : kUnits) {
-        if (milliseconds % unit.milliseconds == 0) {
-            return fmt::format("{}{}", milliseconds / unit.milliseconds, unit.name);
-        }
-    }
-    return {};
-}
 
 }  // namespace
 
@@ -50,23 +41,13 @@ std::chrono::milliseconds parseDuration(std::string_view text) {
         fmt::format("'{}' is no time span: write a whole number and ms, s, m or h, as in 500ms, 1s, 2m or 1h", text));
 }
 
-CLI::Option* addDurationOption(CLI::App& command, const std::string& name, std::chrono::milliseconds& value,
-                               const std::string& description) {
-    CLI::Option* option = command.add_option_function<std::string>(
-        name,
-        [name, &value](const std::string& text) {
-            try {
-                value = parseDuration(text);
-            } catch (const UsageError& error) {
-                throw UsageError(fmt::format("{}: {}", name, error.what()));
-            }
-        },
-        description);
-    option->type_name("SPAN");
-    if (value.count() != 0) {
-        option->default_str(durationText(value.count()));
+std::string durationText(std::chrono::milliseconds span) {
+    for (const Unit& unit : kUnits) {
+        if (span.count() % unit.milliseconds == 0) {
+            return fmt::format("{}{}", span.count() / unit.milliseconds, unit.name);
+        }
     }
-    return option;
+    return {};
 }
 
 }  // namespace host

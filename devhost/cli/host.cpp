@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "devhost/cli/commands.h"
+#include "devhost/cli/exit.h"
 #include "devhost/cli/stop.h"
 #include "devhost/platform/stand_in.h"
 

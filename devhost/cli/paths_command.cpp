@@ -1,11 +1,11 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
+#include "devhost/cli/exit.h"
 #include "devhost/cli/host.h"
 
 namespace host {
@@ -68,17 +68,10 @@ void printJson(const std::vector<Path>& paths) {
 
 }  // namespace
 
-void addPathsCommand(CLI::App& app, Invocation& invocation) {
-    CLI::App* command = app.add_subcommand("paths", "List the sampling paths that the plug-in registers");
-    const auto json = std::make_shared<bool>(false);
-    command->add_flag("--json", *json, "Print JSON, for programs");
-    command->callback([json, &invocation] {
-        invocation.action = [json, &invocation]() -> int {
-            const Host plugin(invocation.pluginFile);
-            (*json ? printJson : printText)(plugin.paths());
-            return kDone;
-        };
-    });
+int runPaths(const PathsOptions& options, const std::string& pluginFile) {
+    const Host plugin(pluginFile);
+    (options.json ? printJson : printText)(plugin.paths());
+    return kDone;
 }
 
 }  // namespace host

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "devhost/cli/commands.h"
+#include "devhost/cli/exit.h"
 
 namespace host {
 

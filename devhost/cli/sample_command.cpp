@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <chrono>
 #include <limits>
-#include <memory>
 #include <optional>
 
 #include "devhost/cli/capture.h"
 #include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
-#include "devhost/cli/duration.h"
+#include "devhost/cli/exit.h"
 #include "devhost/cli/host.h"
 #include "devhost/cli/output.h"
 #include "devhost/cli/request.h"
@@ -22,23 +21,6 @@ namespace host {
 namespace {
 
 constexpr uint32_t kSubscriptionId = 1;
-
-struct SampleOptions {
-    std::string path;
-    std::string database;
-    std::string encoding = "gpb";
-    std::string output = "table";
-    std::vector<std::string> conditions;
-    std::vector<std::string> thresholds;
-    std::string relation;
-    std::string capture;
-    std::chrono::milliseconds every{0};
-    std::optional<uint64_t> count;
-    std::optional<uint32_t> period;
-    std::optional<uint32_t> redundantPeriod;
-
-    QosTlmEncodeType encodeType() const { return encoding == "json" ? QOS_TLM_ENCODE_JSON : QOS_TLM_ENCODE_GPB; }
-};
 
 QosTlmQueryParam buildRequest(const SampleOptions& options, const Path& path) {
     const Catalogued* entry = findInCatalogue(path.alias);
@@ -66,6 +48,8 @@ QosTlmQueryParam buildRequest(const SampleOptions& options, const Path& path) {
     request.redundantPeriod = options.redundantPeriod.value_or(0);
     return request;
 }
+
+}  // namespace
 
 int runSample(const SampleOptions& options, const std::string& pluginFile) {
     QosDb_SetFile(options.database.c_str());
@@ -102,50 +86,6 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
         next = std::max(next + options.every, std::chrono::steady_clock::now());
     }
     return trouble.ever() ? kFailed : kDone;
-}
-
-}  // namespace
-
-void addSampleCommand(CLI::App& app, Invocation& invocation) {
-    CLI::App* command = app.add_subcommand("sample", "Sample a path and show what the plug-in sends");
-    const auto options = std::make_shared<SampleOptions>();
-    command->add_option("PATH", options->path, "Alias or xpath of the path, see qos-host paths")->required();
-    command->add_option("--db", options->database, "Database of the statistics")
-        ->envname("NIVEX_QOS_DB")
-        ->type_name("FILE")
-        ->required();
-    command->add_option("--encoding", options->encoding, "Encoding that the plug-in is asked for")
-        ->check(CLI::IsMember({"gpb", "json"}))
-        ->capture_default_str();
-    command->add_option("--where", options->conditions, "Only records whose field has the value; repeatable")
-        ->type_name("FIELD=VALUE")
-        ->allow_extra_args(false);
-    command
-        ->add_option("--threshold", options->thresholds,
-                     "Only records whose field compares so (= == > >= < <=); at most two, both on the same field")
-        ->type_name("FIELD>=VALUE")
-        ->allow_extra_args(false);
-    command->add_option("--relation", options->relation, "With two thresholds: both must pass, or the second decides")
-        ->check(CLI::IsMember({"and", "second"}))
-        ->default_str("and");
-    addDurationOption(*command, "--every", options->every, "Begin a pass in each such span, until --count or Ctrl-C");
-    command->add_option("--count", options->count, "Passes to make (1 without --every)")
-        ->check(CLI::Range(uint64_t{1}, std::numeric_limits<uint64_t>::max()))
-        ->type_name("NUMBER");
-    command->add_option("--period", options->period, "Send a record at most once in so many seconds")
-        ->type_name("SECONDS");
-    command
-        ->add_option("--suppress-redundant", options->redundantPeriod,
-                     "Send a record when it changed, or after so many seconds")
-        ->type_name("SECONDS");
-    command->add_option("--output", options->output, "Form of the output; json of GPB is RFC 7951 JSON")
-        ->check(CLI::IsMember(kOutputs))
-        ->capture_default_str();
-    command->add_option("--capture", options->capture, "Keep the samples in this new file, for qos-host decode")
-        ->type_name("FILE");
-    command->callback([options, &invocation] {
-        invocation.action = [options, &invocation] { return runSample(*options, invocation.pluginFile); };
-    });
 }
 
 }  // namespace host
