@@ -26,7 +26,7 @@ run:
 
 test:
 	@scripts/setup.sh test
-	@scripts/build.sh $(PRESET)
+	@scripts/build.sh $(PRESET) -DNIVEX_QOS_TESTS=ON
 	ctest --preset $(PRESET)
 
 asan:
@@ -52,8 +52,7 @@ soak:
 
 bench:
 	@scripts/setup.sh bench
-	@cmake --preset release -DNIVEX_QOS_BENCH=ON >/dev/null
-	@scripts/build.sh release qos_bench
+	@scripts/build.sh release -DNIVEX_QOS_BENCH=ON qos_bench
 	build/release/bin/qos_bench $(BENCH_ARGS)
 
 test-arm64:

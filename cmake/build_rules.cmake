@@ -13,8 +13,24 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 # Programs and libraries stand side by side in the build tree, as the programs expect after installation too.
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+
+# The libraries that an installed target finds beside itself, in the build tree by the same relative path: a path of the
+# build tree's own would be padded with an empty element, which the loader takes for the current directory.
+function(nivex_search_path target path)
+    set_target_properties(${target} PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "${path}")
+endfunction()
+
+include(CheckPIESupported)
+check_pie_supported()
+
+# For what is installed: against faults that are used to get in.
+add_library(nivex_hardening INTERFACE)
+target_compile_options(
+    nivex_hardening INTERFACE -fstack-protector-strong
+                              "$<$<CONFIG:Release,RelWithDebInfo>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+target_link_options(nivex_hardening INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
 
 add_library(nivex_rules INTERFACE)
 target_include_directories(nivex_rules INTERFACE "${PROJECT_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}/include")

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a purpose needs and this machine lacks, and says which.
-# usage: scripts/setup.sh run|test|lint|bench|arm64   (test includes run; the others include both)
+# usage: scripts/setup.sh run|test|lint|bench|arm64|bare   (test includes run; lint, bench and arm64 include both)
 set -euo pipefail
 
 run=(g++ cmake ninja-build pkg-config libcjson-dev libcli11-dev libfmt-dev libnl-3-dev libprotobuf-dev libsqlite3-dev
@@ -18,7 +18,8 @@ case "${1:-}" in
   lint) wanted=("${run[@]}" "${test[@]}" "${lint[@]}") ;;
   bench) wanted=("${run[@]}" "${test[@]}" "${bench[@]}") ;;
   arm64) wanted=("${run[@]}" "${test[@]}" "${arm64[@]}") ;;
-  *) echo "usage: $0 run|test|lint|bench|arm64" >&2; exit 2 ;;
+  bare) wanted=(mmdebstrap) ;;
+  *) echo "usage: $0 run|test|lint|bench|arm64|bare" >&2; exit 2 ;;
 esac
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then

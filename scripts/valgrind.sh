@@ -4,7 +4,7 @@
 # show nothing new. The sanitizers run everything.
 set -euo pipefail
 
-scripts/build.sh release plugin_test
+scripts/build.sh release -DNIVEX_QOS_TESTS=ON plugin_test
 filter='-*HugeTable*:BatchPolicyTest.*TenThousand*:BatchPolicyTest.Refusal*:BatchPolicyTest.BatchesThatFit*:Differential*:*FailureInjection*:ModelTest*'
 for family in PortEcnStat PortBufStat QueueBufStat QueueDropStat IngPortDropStat BufIngStat; do
   filter+=":*/$family*"

@@ -42,12 +42,8 @@ readelf -dW "$library" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' | grep -v '^ld-l
 same "needed libraries" "$work/expected_needed" "$work/needed"
 
 readelf -dW "$library" > "$work/dynamic"
-readelf -lW "$library" > "$work/segments"
-grep -q 'BIND_NOW' "$work/dynamic" || fail "not bound at load (BIND_NOW)"
 ! grep -q 'TEXTREL' "$work/dynamic" || fail "text relocations"
-grep -q 'GNU_RELRO' "$work/segments" || fail "no RELRO"
-awk '/GNU_STACK/ {found = 1; if ($7 != "RW") exit 1} END {exit !found}' "$work/segments" || fail "executable stack"
-grep -q ' __stack_chk_fail@' "$work/undefined" || fail "no stack protector (__stack_chk_fail)"
+grep -q 'NODELETE' "$work/dynamic" || fail "can be unloaded (NODELETE)"
 
 # One pointer: the start files' frame_dummy. A static initialiser of the library's own would add another.
 size=$(readelf -SW "$library" | sed 's/^ *\[ *//' | awk '$2 == ".init_array" {print $6}')

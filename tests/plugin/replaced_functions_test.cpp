@@ -29,7 +29,8 @@ TEST_P(ReplacedFunctionsTest, AreCalledBySampling) {
         const LoadedPlugin plugin;
         expected = samplePayload();
     }
-    const std::string file = std::string(NIVEX_QOS_REPLACEMENTS) + "/libreplace_" + GetParam() + ".so";
+    std::string file = NIVEX_QOS_REPLACEMENTS "/libreplace_";
+    file.append(GetParam()).append(".so");
     void* module = dlopen(file.c_str(), RTLD_NOW | RTLD_GLOBAL);
     ASSERT_NE(module, nullptr) << dlerror();
     {

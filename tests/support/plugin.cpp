@@ -4,13 +4,39 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <stdexcept>
 
 #include "nivex_qos/cjson.h"
 
 namespace {
+
 void* library = nullptr;
-}
+
+// The library is never unloaded, so that each test loads a copy of its own, in its state after loading.
+class Copies {
+  public:
+    Copies() {
+        if (mkdtemp(folder_) == nullptr || dlopen(NIVEX_QOS_DB_FILE, RTLD_NOW) == nullptr) {
+            throw std::runtime_error("cannot prepare copies of the plug-in");
+        }
+    }
+    ~Copies() { std::filesystem::remove_all(folder_); }
+    Copies(const Copies&) = delete;
+    Copies& operator=(const Copies&) = delete;
+
+    std::string next() {
+        const std::string file = std::string(folder_) + "/" + std::to_string(++count_) + ".so";
+        std::filesystem::copy_file(NIVEX_QOS_PLUGIN_FILE, file);
+        return file;
+    }
+
+  private:
+    char folder_[32] = "/tmp/plugin_test-XXXXXX";
+    int count_ = 0;
+};
+
+}  // namespace
 
 void* pluginSymbol(const std::string& name) {
     void* symbol = dlsym(library, name.c_str());
@@ -22,7 +48,8 @@ void* pluginSymbol(const std::string& name) {
 
 void PluginTest::load() {
     fake::reset();
-    library = dlopen(NIVEX_QOS_PLUGIN_FILE, RTLD_NOW | RTLD_LOCAL);
+    static Copies copies;
+    library = dlopen(copies.next().c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
 }
 
@@ -37,8 +64,8 @@ void PluginTest::unload() {
     if (void* cjson = GLOBAL(g_qosTlmCjsonHandle)) {
         dlclose(cjson);
     }
-    dlclose(library);
-    ASSERT_EQ(dlopen(NIVEX_QOS_PLUGIN_FILE, RTLD_NOW | RTLD_NOLOAD), nullptr) << "the library stays loaded";
+    EXPECT_EQ(dlclose(library), 0);
+    EXPECT_EQ(CALL(QOS_TLM_StopTaskFunc)(), 0u) << "the host and its patch service keep pointers into the library";
 }
 
 void StartedPluginTest::SetUp() {
