@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Packs the build, unpacks the package into an empty folder and uses everything from there: qos-host, and a host compiled
-# with the installed headers and pkg-config file. The package's dependencies must cover what its files are linked with.
+# Packs the build, unpacks the package into an empty folder and uses everything from there: qos-host, and the examples,
+# compiled with the installed headers and pkg-config file. The package's dependencies must cover what its files are
+# linked with.
 # usage: unpack_and_use.sh CPACK BUILD_DIR C_COMPILER [EMULATOR...]     exits 77 where there is no dpkg
 set -euo pipefail
 export LC_ALL=C
 cpack=$1 build=$2 compiler=$3
 emulator=("${@:4}")
-here=$(cd "$(dirname "$0")" && pwd)
 command -v dpkg-shlibdeps >/dev/null || { echo "skipped: there is no dpkg-shlibdeps (package dpkg-dev)"; exit 77; }
 
 work=$(mktemp -d)
@@ -34,13 +34,19 @@ diff -u gpb json || fail "the encodings differ"
 records=$(($(wc -l <gpb) - 1))
 [ "$records" -gt 0 ] || fail "the sample has no records"
 
-# The folder stands for the root of another machine, as far as pkg-config knows.
+# The folder stands for the root of another machine, as far as pkg-config knows. The examples, built as they say.
 export PKG_CONFIG_LIBDIR=$root/usr/lib/pkgconfig
+examples=$root/usr/share/nivex-qos/examples
+plugin=$(pkg-config --variable=plugin nivex-qos-plugin)
+strict=(-std=c11 -Wall -Wextra -Werror)
 # shellcheck disable=SC2046
-"$compiler" -std=c11 -Wall -Wextra -Werror -rdynamic $(pkg-config --cflags nivex-qos-plugin) "$here/host.c" -o host \
-    $(pkg-config --libs nivex-qos-plugin)
-arrived=$(NIVEX_QOS_DB=q.db ${emulator[@]+"${emulator[@]}"} ./host "$(pkg-config --variable=plugin nivex-qos-plugin)")
-[ "$arrived" = "paths 9, records $records, result 0" ] || fail "a host of its own: $arrived; qos-host: records $records"
+"$compiler" "${strict[@]}" -rdynamic "$examples/host.c" -o host $(pkg-config --cflags --libs nivex-qos-plugin)
+# shellcheck disable=SC2046
+"$compiler" "${strict[@]}" -shared -fPIC "$examples/db_qos.c" -o libdb_qos.so $(pkg-config --cflags nivex-qos-plugin)
+host() { ${emulator[@]+"${emulator[@]}"} ./host "$plugin" json "$@"; }
+arrived=$(NIVEX_QOS_DB=q.db host queue-statistics | awk '{ sum += $3 } END { print sum }')
+[ "$arrived" -eq "$records" ] || fail "$arrived records arrive in a host of its own, $records in qos-host"
+[ "$(LD_LIBRARY_PATH=. host | wc -l)" -eq 9 ] || fail "the plug-in does not use a libdb_qos of its own"
 
 # owner FILE: the package of this architecture that holds a file of that name.
 owner() { dpkg -S "*/$1" 2>/dev/null | sed -n "s/^\([^ ]*\):$architecture: .*/\1/p" | head -n 1; }
