@@ -68,7 +68,8 @@ QOS_TLM_API extern const QosTlmTaskMapEntry g_qosTlmTaskMap[QOS_TLM_FAMILY_NUM];
 
 /*
  * Start-up. moduleId is the host's number for this plug-in. Answers 0 when the plug-in runs (failed registrations are
- * only logged), 1 when cJSON cannot be loaded, or the code of COMP_GetVTable.
+ * only logged), 1 when cJSON cannot be loaded, or the code of COMP_GetVTable: cJSON then stays open and the module id
+ * set. A further call does all of it again.
  */
 QOS_TLM_API uint32_t QOS_TLM_InitPlugin(uint32_t moduleId);
 

@@ -39,11 +39,14 @@ typedef enum QosTlmEncodeType {
     QOS_TLM_ENCODE_JSON = 1 /* unformatted JSON text (RFC 8259) */
 } QosTlmEncodeType;
 
-/* Results of a sampling call. */
+/*
+ * Results of a sampling call. After a batch that was lost, by QOS_TLM_RESULT_FAILED or (not encoded or not stored, and
+ * logged) by QOS_TLM_RESULT_DONE without an upload, the pass goes on behind it.
+ */
 typedef enum QosTlmResult {
     QOS_TLM_RESULT_DONE = 0,  /* end of the table: what was found was uploaded, or there was nothing */
     QOS_TLM_RESULT_MORE = 1,  /* batch limit: the batch was uploaded and records remain; call again */
-    QOS_TLM_RESULT_FAILED = 2 /* nothing was uploaded; the log says why */
+    QOS_TLM_RESULT_FAILED = 2 /* nothing was uploaded, or the host refused it */
 } QosTlmResult;
 
 /* Values of QosTlmThreshold.op. The record's value stands on the left; both sides are unsigned 32-bit. */

@@ -100,6 +100,9 @@ TEST_F(StartUpTest, FailuresStopWhereTheyMust) {
         EXPECT_EQ(fake::callCount("TARN_PAT_C2HRegisterHook"), result == 0 ? 1u : 0u);
         EXPECT_EQ(GLOBAL(g_qosTlmModuleId), withoutCjson ? 0u : 7u);
         EXPECT_EQ(GLOBAL(g_qosTlmCjsonHandle) == nullptr, withoutCjson);
+        fake::failNothing();
+        EXPECT_EQ(CALL(QOS_TLM_InitPlugin)(8), 0u) << "and again, all of it";
+        EXPECT_EQ(platform.registrations.size(), registered + 9);
     }
     for (const bool withTable : {false, true}) {
         reload();
