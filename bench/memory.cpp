@@ -64,10 +64,31 @@ uint64_t peakOf(const Path& path, uint32_t encodeType) {
     return peak;
 }
 
+// Bytes at the peak of a call.
+struct Peaks {
+    uint64_t gpb;
+    uint64_t json;   // of the host's allocator
+    uint64_t cjson;  // of the C library
+};
+
+Peaks peaksOf(const Path& path) {
+    Peaks peaks{peakOf(path, QOS_TLM_ENCODE_GPB), peakOf(path, QOS_TLM_ENCODE_JSON), 0};
+    peaks.cjson = cjsonPeak;
+    return peaks;
+}
+
+void raise(Peaks& most, const Peaks& seen) {
+    most = {std::max(most.gpb, seen.gpb), std::max(most.json, seen.json), std::max(most.cjson, seen.cjson)};
+}
+
+// What docs/reliability.md promises.
+constexpr Peaks kPromised{435'000, 245'000, 250'000};
+
 }  // namespace
 
 nlohmann::ordered_json memoryFigures() {
     constexpr size_t kRows = 1000;
+    constexpr int kTextMax = 31;
     const Path paths[QOS_TLM_FAMILY_NUM] = {
         {"port ECN", PLUGIN(QOS_TLM_QueryPortEcnStat)},
         {"port buffer usage", PLUGIN(QOS_TLM_QueryPortBufStat)},
@@ -79,22 +100,45 @@ nlohmann::ordered_json memoryFigures() {
         {"ingress buffer usage", PLUGIN(QOS_TLM_QueryBufIngStat)},
         {"burst results", PLUGIN(QOS_TLM_QueryTmBufMonitorStat)},
     };
-    fillEveryTable(kRows);
     PLUGIN(QOS_TLM_SetBatchPolicy)(QOS_TLM_BATCH_BY_PAYLOAD);
     cJSON_Hooks hooks{countedAlloc, countedFree};
     cJSON_InitHooks(&hooks);
 
+    Peaks most[QOS_TLM_FAMILY_NUM] = {};
+    // A full batch holds the most with the texts that just let the batch limit fit the payload, which each family has
+    // at another length.
+    for (int textLength = 1; textLength <= kTextMax; ++textLength) {
+        for (const Magnitude numbers : {Magnitude::smallest, Magnitude::largest}) {
+            fillEveryTable(kRows, numbers, textLength);
+            for (size_t i = 0; i < QOS_TLM_FAMILY_NUM; ++i) {
+                raise(most[i], peaksOf(paths[i]));
+            }
+        }
+    }
+    fillEveryTable(kRows);
     nlohmann::ordered_json figures = nlohmann::ordered_json::array();
-    fmt::print("\n| {:20} | {:>14} | {:>15} | {:>15} | {:>15} |\n", "Bytes of one call", "GPB", "JSON, host's",
-               "JSON, cJSON's", "kept per record");
-    fmt::print("|{:-<22}|{:->15}:|{:->16}:|{:->16}:|{:->16}:|\n", "", "", "", "", "");
-    for (const Path& path : paths) {
-        const uint64_t gpb = peakOf(path, QOS_TLM_ENCODE_GPB);
-        const uint64_t json = peakOf(path, QOS_TLM_ENCODE_JSON);
+    fmt::print("\n| {:20} | {:>8} | {:>12} | {:>13} | {:>13} | {:>12} | {:>13} | {:>15} |\n", "Bytes of one call",
+               "GPB", "JSON, host's", "JSON, cJSON's", "at most: GPB", "JSON, host's", "JSON, cJSON's",
+               "kept per record");
+    fmt::print("|{:-<22}|{:->9}:|{:->13}:|{:->14}:|{:->14}:|{:->13}:|{:->14}:|{:->16}:|\n", "", "", "", "", "", "", "",
+               "");
+    for (size_t i = 0; i < QOS_TLM_FAMILY_NUM; ++i) {
+        const Peaks peaks = peaksOf(paths[i]);
         const double kept = static_cast<double>(memory.bytes) / kRows;
-        fmt::print("| {:20} | {:>14} | {:>15} | {:>15} | {:>15.1f} |\n", path.name, gpb, json, cjsonPeak, kept);
-        figures.push_back(
-            {{"path", path.name}, {"gpb", gpb}, {"json", json}, {"cjson", cjsonPeak}, {"kept_per_record", kept}});
+        raise(most[i], peaks);
+        fmt::print("| {:20} | {:>8} | {:>12} | {:>13} | {:>13} | {:>12} | {:>13} | {:>15.1f} |\n", paths[i].name,
+                   peaks.gpb, peaks.json, peaks.cjson, most[i].gpb, most[i].json, most[i].cjson, kept);
+        figures.push_back({{"path", paths[i].name},
+                           {"gpb", peaks.gpb},
+                           {"json", peaks.json},
+                           {"cjson", peaks.cjson},
+                           {"most_gpb", most[i].gpb},
+                           {"most_json", most[i].json},
+                           {"most_cjson", most[i].cjson},
+                           {"kept_per_record", kept}});
+        if (most[i].gpb > kPromised.gpb || most[i].json > kPromised.json || most[i].cjson > kPromised.cjson) {
+            fail(fmt::format("{}: a call holds more than docs/reliability.md promises", paths[i].name));
+        }
     }
     cJSON_InitHooks(nullptr);
     PLUGIN(QOS_TLM_SetBatchPolicy)(QOS_TLM_BATCH_BY_COUNT);

@@ -8,7 +8,9 @@
 
 namespace bench {
 
-/* One record per family and encoding: the most bytes in use in a call of a full batch, and the bytes kept per record.
+/*
+ * One record per family: the most bytes in use in a call of a full batch, with ordinary values and with those that take
+ * the most, and the bytes kept per record. More than docs/reliability.md promises ends the program with a message.
  */
 nlohmann::ordered_json memoryFigures();
 

@@ -106,16 +106,20 @@ std::string nameOf(uint32_t interface) {
 }
 
 template <class Row>
-void fill(std::vector<Row>& table, size_t rows) {
+void fill(std::vector<Row>& table, size_t rows, Magnitude numbers, int textLength) {
+    constexpr uint64_t kLongYear = 253'402'300'800;  // 10000-01-01
+    const bool longTimes = textLength > 15;
     Counters counters;
     table.clear();
     for (uint32_t number = 1; number <= rows; ++number) {
         Row& row = table.emplace_back();
         Row::forEachColumn(row, [&]<class Field>(Field& field) {
             if constexpr (std::is_same_v<Field, std::string>) {
-                field = std::to_string(number);  // a slot as well as a name
+                field = fmt::format("{:0{}}", number, textLength);  // a slot as well as a name
+            } else if (numbers == Magnitude::largest) {
+                field = static_cast<Field>(-static_cast<Field>(number));
             } else if constexpr (std::is_same_v<Field, uint64_t>) {
-                field = counters.next();
+                field = numbers == Magnitude::ordinary ? counters.next() : 0;
             } else {
                 field = static_cast<Field>(number);
             }
@@ -123,13 +127,19 @@ void fill(std::vector<Row>& table, size_t rows) {
         if constexpr (requires { row.is_lossless; }) {
             row.is_lossless = 1;
         }
+        if constexpr (requires { row.milli_second; }) {
+            if (longTimes) {
+                row.time_stamp = row.start_time_stamp = row.peak_time_stamp = kLongYear;
+                row.milli_second = row.start_milli_second = row.peak_milli_second = UINT32_MAX;
+            }
+        }
     }
 }
 
 }  // namespace
 
-void fillEveryTable(size_t rows) {
-#define BENCH_FILL(table, columns) fill(tables.table, rows);
+void fillEveryTable(size_t rows, Magnitude numbers, int textLength) {
+#define BENCH_FILL(table, columns) fill(tables.table, rows, numbers, textLength);
     QOS_DB_TABLES(BENCH_FILL)
 #undef BENCH_FILL
 }

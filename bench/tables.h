@@ -78,8 +78,12 @@ PLATFORM_API void fillQueueStat(size_t rows, uint32_t firstInterface = 1);
 PLATFORM_API void fillQueueDropStat(size_t rows);
 PLATFORM_API void fillPortEcnStat(size_t rows);
 
-/* Fills every table with that many rows that all differ in their keys. */
-PLATFORM_API void fillEveryTable(size_t rows);
+/*
+ * Fills every table with that many rows that all differ in their keys: numbers that look like a device's, the smallest
+ * or the largest ones, and texts of at least so many characters, at most 31.
+ */
+enum class Magnitude { ordinary, smallest, largest };
+PLATFORM_API void fillEveryTable(size_t rows, Magnitude numbers = Magnitude::ordinary, int textLength = 1);
 
 }  // namespace bench
 

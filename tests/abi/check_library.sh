@@ -45,6 +45,9 @@ readelf -dW "$library" > "$work/dynamic"
 ! grep -q 'TEXTREL' "$work/dynamic" || fail "text relocations"
 grep -q 'NODELETE' "$work/dynamic" || fail "can be unloaded (NODELETE)"
 
+# Calls are made one at a time, by the host's threads.
+! grep -E ' (pthread_|thrd_|mtx_|cnd_|sem_|clone|fork)' "$work/undefined" || fail "threads or locks"
+
 # One pointer: the start files' frame_dummy. A static initialiser of the library's own would add another.
 size=$(readelf -SW "$library" | sed 's/^ *\[ *//' | awk '$2 == ".init_array" {print $6}')
 size=$((16#${size:-0}))
