@@ -86,7 +86,17 @@ class Demo {
         QosDb_SetFile(database_.c_str());
     }
 
-    void feed() { feed_.round(Clock::now(), std::chrono::system_clock::now()); }
+    void feed() {
+        std::vector<std::string> troubles;
+        try {
+            troubles = feed_.round(Clock::now(), std::chrono::system_clock::now()).troubles;
+        } catch (const feed::NetlinkError& error) {
+            troubles.emplace_back(error.what());
+        }
+        for (const std::string& trouble : troubles) {
+            fmt::print(stderr, "qos-host: {}\n", trouble);
+        }
+    }
 
     Sample sample(QosTlmEncodeType encoding) {
         Sample sample = {encoding == QOS_TLM_ENCODE_GPB ? "GPB" : "JSON", runPass(path_, encoding), {}};

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <limits>
+#include <string>
+#include <vector>
 
 #include "devhost/cli/commands.h"
 #include "devhost/cli/exit.h"
@@ -21,24 +24,30 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Writes a round and answers what is missing in it, with the reason.
+using WriteRound = std::function<std::vector<std::string>()>;
+
 // A round in each span; a round that takes longer puts the next ones off, one that cannot be written is left out.
-int runRounds(const FeedOptions& options, qosdb::Store& store, const std::function<void()>& round) {
+int runRounds(const FeedOptions& options, qosdb::Store& store, const WriteRound& round) {
     const uint64_t last = options.count.value_or(std::numeric_limits<uint64_t>::max());
     auto next = Clock::now();
     Trouble trouble("feeding '" + options.database + "'");
-    bool written = true;
+    bool damaged = false;
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
         std::vector<std::string> messages;
         try {
-            if (!written) {
+            if (damaged) {
                 store.reopen();
+                damaged = false;
             }
-            round();
+            messages = round();
         } catch (const qosdb::StoreError& error) {
+            damaged = true;
+            messages.emplace_back(error.what());
+        } catch (const std::exception& error) {
             messages.emplace_back(error.what());
         }
-        written = messages.empty();
-        if (!written || !stopRequested()) {  // a stop leaves a round unwritten without a fault
+        if (!messages.empty() || !stopRequested()) {  // a stop leaves a round unwritten without a fault
             trouble.tell(messages);
         }
         next = std::max(next + options.every, Clock::now());
@@ -52,7 +61,8 @@ int runKernelFeed(const FeedOptions& options) {
     qosdb::Store store(options.database);
     feed::NetlinkSocket kernel;
     feed::KernelFeed feed(kernel, store, [](const std::string& line) { fmt::print(stderr, "qos-host: {}\n", line); });
-    return runRounds(options, store, [&] { feed.round(Clock::now(), std::chrono::system_clock::now()); });
+    return runRounds(options, store,
+                     [&] { return feed.round(Clock::now(), std::chrono::system_clock::now()).troubles; });
 }
 
 int runSimFeed(const SimFeedOptions& options) {
@@ -62,15 +72,16 @@ int runSimFeed(const SimFeedOptions& options) {
     deviceOptions.startTime = std::chrono::floor<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
     feed::SimulatedDevice device(deviceOptions);
     feed::SimFeed feed(device, store);
-    return runRounds(options, store, [&] {
+    return runRounds(options, store, [&]() -> std::vector<std::string> {
         constexpr milliseconds kStep(10);  // after which a large device looks for the stop
         for (milliseconds left = options.every * options.speed; left.count() > 0; left -= kStep) {
             if (stopRequested()) {
-                return;
+                return {};
             }
             device.advance(std::min(left, kStep));
         }
         feed.round();
+        return {};
     });
 }
 

@@ -119,11 +119,11 @@ row::buffer_monitor_result burstRow(uint32_t ifIndex, const std::string& ifName,
 KernelFeed::KernelFeed(NetlinkSource& source, qosdb::Store& store, Log log)
     : source_(source), store_(store), log_(std::move(log)) {}
 
-size_t KernelFeed::round(Clock::time_point now, WallTime wall) {
-    const KernelState state = readKernel(source_);
+KernelFeed::Written KernelFeed::round(Clock::time_point now, WallTime wall) {
+    KernelState state = readKernel(source_);
     const std::vector<Queue> queues = queuesOf(state);
-    const auto queueRows = queueStats(queues, std::chrono::duration<double>(now - lastRound_).count());
-    lastRound_ = now;
+    forget(state, queues);
+    const auto queueRows = queueStats(queues, now);
     const BufferRows buffers = bufferRows(queues, wall);
 
     qosdb::Round round = store_.begin();
@@ -137,7 +137,23 @@ size_t KernelFeed::round(Clock::time_point now, WallTime wall) {
     round.replace(std::vector<row::ing_buf_usage_stat>());
     round.replace(buffers.bursts);
     round.commit();
-    return queues.size();
+    return {queues.size(), std::move(state.troubles)};
+}
+
+void KernelFeed::forget(const KernelState& state, const std::vector<Queue>& queues) {
+    std::set<QueueKey> keys;
+    std::set<uint32_t> interfaces = state.unread;
+    for (const Queue& queue : queues) {
+        keys.emplace(queue.ifIndex, queue.handle);
+        interfaces.insert(queue.ifIndex);
+    }
+    const auto isGone = [&](const auto& entry) {
+        return !keys.contains(entry.first) && !state.unread.contains(entry.first.first);
+    };
+    std::erase_if(totals_, isGone);
+    std::erase_if(queueHistories_, isGone);
+    std::erase_if(portHistories_, [&](const auto& entry) { return !interfaces.contains(entry.first); });
+    std::erase_if(cutInterfaces_, [&](uint32_t ifIndex) { return !interfaces.contains(ifIndex); });
 }
 
 std::vector<KernelFeed::Queue> KernelFeed::queuesOf(const KernelState& state) {
@@ -153,7 +169,7 @@ std::vector<KernelFeed::Queue> KernelFeed::queuesOf(const KernelState& state) {
     std::vector<Queue> queues;
     for (const TcObject& discipline : state.disciplines) {
         const auto found = links.find(discipline.ifIndex);
-        if (discipline.parent != TC_H_ROOT || found == links.end()) {  // the interface came between the dumps
+        if (discipline.parent != TC_H_ROOT || found == links.end() || state.unread.contains(discipline.ifIndex)) {
             continue;
         }
         const Link& link = *found->second;
@@ -180,42 +196,38 @@ std::vector<KernelFeed::Queue> KernelFeed::queuesOf(const KernelState& state) {
     return queues;
 }
 
-std::vector<row::queue_stat> KernelFeed::queueStats(const std::vector<Queue>& queues, double seconds) {
+std::vector<row::queue_stat> KernelFeed::queueStats(const std::vector<Queue>& queues, Clock::time_point now) {
     std::vector<row::queue_stat> rows;
-    std::map<QueueKey, Totals> totals;
     for (const Queue& queue : queues) {
-        const QueueKey key = {queue.ifIndex, queue.handle};
-        const auto before = totals_.find(key);
-        Totals now = {queue.counters.packets, queue.counters.bytes, queue.counters.drops};
-        const bool goesOn =
-            before != totals_.end() && continueTotals(before->second, now, queue.counters.packets64) && seconds > 0;
+        Totals counted = {queue.counters.packets, queue.counters.bytes, queue.counters.drops, now};
+        const auto [place, isNew] = totals_.try_emplace({queue.ifIndex, queue.handle}, counted);
+        const Totals before = std::as_const(place->second);
+        const bool goesOn = continueTotals(before, counted, queue.counters.packets64) && before.read < now;
         const auto rate = [&](uint64_t Totals::*count) {
-            return goesOn ? perSecond(now.*count - before->second.*count, seconds) : 0;
+            const double seconds = std::chrono::duration<double>(now - before.read).count();
+            return goesOn ? perSecond(counted.*count - before.*count, seconds) : 0;
         };
+        place->second = counted;
         rows.push_back({.ifIndex = queue.ifIndex,
                         .ifName = queue.ifName,
                         .queueId = queue.queueId,
-                        .passPackets = now.packets,
-                        .passBytes = now.bytes,
+                        .passPackets = counted.packets,
+                        .passBytes = counted.bytes,
                         .passPktRate = rate(&Totals::packets),
                         .passBytRate = rate(&Totals::bytes),
-                        .dropPackets = now.drops,
+                        .dropPackets = counted.drops,
                         .dropBytes = 0,
                         .dropPktRate = rate(&Totals::drops),
                         .dropBytRate = 0});
-        totals[key] = now;
     }
-    totals_ = std::move(totals);
     return rows;
 }
 
 KernelFeed::BufferRows KernelFeed::bufferRows(const std::vector<Queue>& queues, WallTime wall) {
     BufferRows rows;
-    std::map<QueueKey, QueueHistory> queueHistories;
     for (const Queue& queue : queues) {
-        const QueueKey key = {queue.ifIndex, queue.handle};
         const uint32_t used = queue.counters.backlogBytes;
-        QueueHistory& history = queueHistories[key] = queueHistories_[key];
+        QueueHistory& history = queueHistories_[{queue.ifIndex, queue.handle}];
         history.usage.add(used);
         history.bursts.add(used, queue.totalBuffer, wall);
         rows.queues.push_back({.slotId = kSlot,
@@ -240,17 +252,14 @@ KernelFeed::BufferRows KernelFeed::bufferRows(const std::vector<Queue>& queues, 
         rows.ports.back().totalBuff += queue.totalBuffer;
         rows.ports.back().currentUsed += used;
     }
-    queueHistories_ = std::move(queueHistories);
 
-    std::map<uint32_t, UsageHistory> portHistories;
     for (row::port_buf_stat& port : rows.ports) {
-        UsageHistory& history = portHistories[port.ifIndex] = portHistories_[port.ifIndex];
+        UsageHistory& history = portHistories_[port.ifIndex];
         history.add(port.currentUsed);
         port.remained = port.totalBuff - std::min(port.totalBuff, port.currentUsed);
         port.peakUsed = history.peak();
         port.avgUsed = history.average();
     }
-    portHistories_ = std::move(portHistories);
     return rows;
 }
 

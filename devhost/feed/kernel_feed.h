@@ -54,13 +54,18 @@ class KernelFeed {
     /* log gets a line, once per interface, when classes beyond the eighth are left out. */
     KernelFeed(NetlinkSource& source, qosdb::Store& store, Log log);
 
+    struct Written {
+        size_t queues = 0;
+        std::vector<std::string> troubles = {};  // what is missing or may be, with the reason
+    };
+
     /*
-     * Reads the kernel and makes that the database's state in one transaction; answers the number of queues. now and
-     * wall are this moment: rates are over the time since the previous call, and 0 for a queue that was not there then
-     * or whose counters started anew; bursts carry the wall time. Throws NetlinkError or qosdb::StoreError; the feed is
-     * not to be used after that.
+     * Reads the kernel and makes that the database's state in one transaction. now and wall are this moment: rates are
+     * over the time since the queue was last read, and 0 for one that is new or whose counters started anew; bursts
+     * carry the wall time. Throws NetlinkError or qosdb::StoreError with nothing written; the next round goes on from
+     * there.
      */
-    size_t round(Clock::time_point now, WallTime wall);
+    Written round(Clock::time_point now, WallTime wall);
 
   private:
     struct Queue {
@@ -76,6 +81,7 @@ class KernelFeed {
         uint64_t packets;
         uint64_t bytes;
         uint64_t drops;
+        Clock::time_point read;
     };
 
     struct QueueHistory {
@@ -93,16 +99,16 @@ class KernelFeed {
     };
 
     std::vector<Queue> queuesOf(const KernelState& state);
-    std::vector<qosdb::row::queue_stat> queueStats(const std::vector<Queue>& queues, double seconds);
+    std::vector<qosdb::row::queue_stat> queueStats(const std::vector<Queue>& queues, Clock::time_point now);
     BufferRows bufferRows(const std::vector<Queue>& queues, WallTime wall);
+    void forget(const KernelState& state, const std::vector<Queue>& queues);
     std::vector<qosdb::row::port_ecn_stat> ecnStats(const KernelState& state);
     static bool continueTotals(const Totals& before, Totals& now, bool packets64);
 
     NetlinkSource& source_;
     qosdb::Store& store_;
     Log log_;
-    Clock::time_point lastRound_;
-    // Of the last round; what is gone is forgotten.
+    // Of the last time that each was read; what is gone is forgotten.
     std::map<QueueKey, Totals> totals_;
     std::map<QueueKey, QueueHistory> queueHistories_;
     std::map<uint32_t, UsageHistory> portHistories_;  // by interface

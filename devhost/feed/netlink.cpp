@@ -9,13 +9,19 @@
 #include <netlink/msg.h>
 #include <netlink/netlink.h>
 #include <netlink/socket.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <map>
 #include <string_view>
+#include <thread>
+#include <utility>
 
 #include "devhost/feed/netns.h"
 
@@ -23,7 +29,12 @@ namespace feed {
 
 namespace {
 
-constexpr int kDumpAttempts = 5;
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+constexpr auto kRepeatFor = 200ms;  // dumps that are interrupted
+constexpr auto kFirstPause = 1ms;   // between them, doubled each time
+constexpr auto kLongestWait = 1s;   // for a part of an answer
 constexpr int kLeastError = -4095;  // of the error numbers that a kernel can answer
 
 // A kernel record from the wire: the bytes there are, the rest 0; smallest is what every kernel sends.
@@ -81,9 +92,10 @@ Message<Header> openMessage(const nlmsghdr* message, const char* what) {
     throw NetlinkError(fmt::format("the kernel refuses it: {}", std::strerror(-std::max(error, kLeastError))));
 }
 
-// Visits the messages of the wanted type; the answer has to be whole, that is to end with NLMSG_DONE.
+// Visits the messages of the wanted type; the answer has to be whole, that is to end with NLMSG_DONE. Answers whether
+// the dump was interrupted.
 template <typename Visit>
-void forEachMessage(std::span<const std::byte> answer, uint16_t type, Visit&& visit) {
+bool forEachMessage(std::span<const std::byte> answer, uint16_t type, Visit&& visit) {
     bool interrupted = false;
     for (size_t offset = 0; answer.size() - offset >= sizeof(nlmsghdr);) {
         const auto* message = reinterpret_cast<const nlmsghdr*>(answer.data() + offset);
@@ -103,10 +115,7 @@ void forEachMessage(std::span<const std::byte> answer, uint16_t type, Visit&& vi
             if (status < 0) {
                 throwKernelError(status);
             }
-            if (interrupted) {
-                throw DumpInterrupted("the kernel's tables keep changing");
-            }
-            return;
+            return interrupted;
         } else if (message->nlmsg_type == type) {
             visit(message);
         }
@@ -264,10 +273,11 @@ TcObject parseTcObject(const nlmsghdr* message) {
     return object;
 }
 
-std::vector<TcObject> parseTcObjects(std::span<const std::byte> answer, uint16_t type) {
-    std::vector<TcObject> objects;
-    forEachMessage(answer, type, [&](const nlmsghdr* message) { objects.push_back(parseTcObject(message)); });
-    return objects;
+Dump<TcObject> parseTcObjects(std::span<const std::byte> answer, uint16_t type) {
+    Dump<TcObject> dump;
+    dump.interrupted =
+        forEachMessage(answer, type, [&](const nlmsghdr* message) { dump.entries.push_back(parseTcObject(message)); });
+    return dump;
 }
 
 const char* dumpName(uint16_t type) {
@@ -281,20 +291,54 @@ const char* dumpName(uint16_t type) {
     }
 }
 
-template <typename Parse>
-auto readDump(NetlinkSource& source, uint16_t type, uint32_t ifIndex, Parse parse) {
-    const std::string what = fmt::format("cannot read the kernel's {}{}", dumpName(type),
-                                         ifIndex == 0 ? std::string() : fmt::format(" of interface {}", ifIndex));
-    for (int attempt = 1;; ++attempt) {
-        try {
-            return parse(source.dump(type, ifIndex));
-        } catch (const DumpInterrupted& error) {
-            if (attempt == kDumpAttempts) {
-                throw DumpInterrupted(fmt::format("{}: {} ({} attempts)", what, error.what(), attempt));
-            }
-        } catch (const NetlinkError& error) {
-            throw NetlinkError(fmt::format("{}: {}", what, error.what()));
+// What one interrupted dump says twice, or several say, counts once: there is one link of an index, and one discipline
+// below a parent.
+using EntryKey = std::pair<uint32_t, uint32_t>;
+EntryKey keyOf(const Link& link) {
+    return {link.ifIndex, 0};
+}
+EntryKey keyOf(const TcObject& discipline) {
+    return {discipline.ifIndex, discipline.parent};
+}
+
+// The first dump that is not interrupted, or, when there is none in time, the last of each entry that was seen.
+template <typename Entry>
+Dump<Entry> readDump(NetlinkSource& source, uint16_t type, uint32_t ifIndex, Clock::time_point until,
+                     Dump<Entry> (*parse)(std::span<const std::byte>)) {
+    std::map<EntryKey, Entry> seen;
+    for (auto pause = kFirstPause;; pause *= 2) {
+        Dump<Entry> dump = parse(source.dump(type, ifIndex));
+        if (!dump.interrupted) {
+            return dump;
         }
+        for (Entry& entry : dump.entries) {
+            const EntryKey key = keyOf(entry);
+            seen.insert_or_assign(key, std::move(entry));
+        }
+        if (Clock::now() + pause > until) {
+            break;
+        }
+        std::this_thread::sleep_for(pause);
+    }
+    Dump<Entry> all = {.interrupted = true};
+    for (auto& [key, entry] : seen) {
+        all.entries.push_back(std::move(entry));
+    }
+    return all;
+}
+
+template <typename Entry>
+std::vector<Entry> readAll(NetlinkSource& source, uint16_t type, Clock::time_point until,
+                           Dump<Entry> (*parse)(std::span<const std::byte>), std::vector<std::string>& troubles) {
+    try {
+        Dump<Entry> dump = readDump(source, type, 0, until, parse);
+        if (dump.interrupted) {
+            troubles.push_back(
+                fmt::format("the kernel's {} keep changing while they are read: some may be missing", dumpName(type)));
+        }
+        return std::move(dump.entries);
+    } catch (const NetlinkError& error) {
+        throw NetlinkError(fmt::format("cannot read the kernel's {}: {}", dumpName(type), error.what()));
     }
 }
 
@@ -316,21 +360,41 @@ bool endsAnswer(const nlmsghdr* message, int size) {
 
 }  // namespace
 
-NetlinkSocket::NetlinkSocket(int netns) : socket_(nl_socket_alloc(), nl_socket_free) {
-    if (socket_ == nullptr) {
+NetlinkSocket::NetlinkSocket(int netns) : netns_(netns), socket_(nullptr, nl_socket_free) {
+    connect();
+}
+
+void NetlinkSocket::connect() {
+    decltype(socket_) opened(nl_socket_alloc(), nl_socket_free);
+    if (opened == nullptr) {
         throw NetlinkError("cannot make a netlink socket: out of memory");
     }
-    const auto connect = [this] {
-        check(nl_connect(socket_.get(), NETLINK_ROUTE), "cannot connect to the kernel over netlink");
+    const auto connectHere = [&opened] {
+        check(nl_connect(opened.get(), NETLINK_ROUTE), "cannot connect to the kernel over netlink");
     };
-    if (netns < 0) {
-        connect();
+    if (netns_ < 0) {
+        connectHere();
     } else {
-        runInNetns(netns, connect);
+        runInNetns(netns_, connectHere);
     }
+    const timeval wait = {.tv_sec = kLongestWait / 1s, .tv_usec = 0};
+    setsockopt(nl_socket_get_fd(opened.get()), SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    socket_ = std::move(opened);
 }
 
 std::vector<std::byte> NetlinkSocket::dump(uint16_t type, uint32_t ifIndex) {
+    if (socket_ == nullptr) {
+        connect();
+    }
+    try {
+        return exchange(type, ifIndex);
+    } catch (...) {
+        socket_.reset();  // what is left of the answer would be taken for the next one
+        throw;
+    }
+}
+
+std::vector<std::byte> NetlinkSocket::exchange(uint16_t type, uint32_t ifIndex) {
     ifinfomsg linkRequest = {};
     tcmsg tcRequest = {};
     tcRequest.tcm_ifindex = static_cast<int>(ifIndex);
@@ -356,9 +420,9 @@ std::vector<std::byte> NetlinkSocket::dump(uint16_t type, uint32_t ifIndex) {
     return answer;
 }
 
-std::vector<Link> parseLinks(std::span<const std::byte> answer) {
-    std::vector<Link> links;
-    forEachMessage(answer, RTM_NEWLINK, [&](const nlmsghdr* message) {
+Dump<Link> parseLinks(std::span<const std::byte> answer) {
+    Dump<Link> dump;
+    dump.interrupted = forEachMessage(answer, RTM_NEWLINK, [&](const nlmsghdr* message) {
         const auto opened = openMessage<ifinfomsg>(message, "the interface message");
         Link link = {.ifIndex = static_cast<uint32_t>(opened.header.ifi_index), .name = {}};
         forEachAttribute(opened.attributes, opened.attributesSize, [&](const nlattr* attribute) {
@@ -385,27 +449,49 @@ std::vector<Link> parseLinks(std::span<const std::byte> answer) {
         if (link.name.empty()) {
             throw NetlinkError(fmt::format("interface {} has no name", link.ifIndex));
         }
-        links.push_back(std::move(link));
+        dump.entries.push_back(std::move(link));
     });
-    return links;
+    return dump;
 }
 
-std::vector<TcObject> parseDisciplines(std::span<const std::byte> answer) {
+Dump<TcObject> parseDisciplines(std::span<const std::byte> answer) {
     return parseTcObjects(answer, RTM_NEWQDISC);
 }
 
-std::vector<TcObject> parseClasses(std::span<const std::byte> answer) {
+Dump<TcObject> parseClasses(std::span<const std::byte> answer) {
     return parseTcObjects(answer, RTM_NEWTCLASS);
 }
 
+// Interfaces come last: one that is gone by then is left out, with its disciplines and classes, as one that comes
+// later.
 KernelState readKernel(NetlinkSource& source) {
+    const auto until = Clock::now() + kRepeatFor;
     KernelState state;
-    state.links = readDump(source, RTM_GETLINK, 0, parseLinks);
-    state.disciplines = readDump(source, RTM_GETQDISC, 0, parseDisciplines);
+    state.disciplines = readAll(source, RTM_GETQDISC, until, parseDisciplines, state.troubles);
+    std::map<uint32_t, std::string> refused;  // interfaces, and why their classes cannot be read
     for (const TcObject& discipline : state.disciplines) {
         if (discipline.parent == TC_H_ROOT) {
-            std::ranges::move(readDump(source, RTM_GETTCLASS, discipline.ifIndex, parseClasses),
-                              std::back_inserter(state.classes));
+            try {
+                Dump<TcObject> dump = readDump(source, RTM_GETTCLASS, discipline.ifIndex, until, parseClasses);
+                if (!dump.interrupted) {
+                    std::ranges::move(dump.entries, std::back_inserter(state.classes));
+                    continue;
+                }
+                refused[discipline.ifIndex] = "they keep changing";
+            } catch (const NetlinkError& error) {
+                if (Clock::now() > until + kLongestWait) {  // not of each interface again
+                    throw;
+                }
+                refused[discipline.ifIndex] = error.what();
+            }
+        }
+    }
+    state.links = readAll(source, RTM_GETLINK, until, parseLinks, state.troubles);
+    for (const Link& link : state.links) {
+        if (const auto found = refused.find(link.ifIndex); found != refused.end()) {
+            state.unread.insert(link.ifIndex);
+            state.troubles.push_back(fmt::format("the queues of {} are left out: cannot read the kernel's {}: {}",
+                                                 link.name, dumpName(RTM_GETTCLASS), found->second));
         }
     }
     return state;

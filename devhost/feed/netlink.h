@@ -3,7 +3,8 @@
  *
  * Reading has two halves. A NetlinkSource fetches the answer to a dump request as bytes; the parse functions turn such
  * bytes into values and touch nothing else, so they work on recorded answers as well. readKernel joins the two. Errors
- * of either half are NetlinkErrors whose text says which dump failed and why.
+ * of either half are NetlinkErrors; those of readKernel say which dump failed and why. After an error the next reading
+ * begins anew.
  */
 #ifndef DEVHOST_FEED_NETLINK_H
 #define DEVHOST_FEED_NETLINK_H
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -24,12 +26,6 @@ namespace feed {
 class NetlinkError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
-};
-
-/* The kernel's tables changed during the dump (NLM_F_DUMP_INTR): the answer may lack or repeat entries. */
-class DumpInterrupted : public NetlinkError {
-  public:
-    using NetlinkError::NetlinkError;
 };
 
 struct Link {
@@ -66,10 +62,19 @@ struct TcObject {
     std::optional<uint32_t> ecnMarks = {};  // packets, wraps; of a discipline that reports them
 };
 
+/* The entries of an answer. interrupted: the kernel's tables changed meanwhile, so that some may lack or come twice. */
+template <typename Entry>
+struct Dump {
+    std::vector<Entry> entries = {};
+    bool interrupted = false;
+};
+
 struct KernelState {
     std::vector<Link> links;
-    std::vector<TcObject> disciplines;
+    std::vector<TcObject> disciplines;  // of these links
     std::vector<TcObject> classes;
+    std::set<uint32_t> unread;          // interfaces of which no class is here, because they could not be read
+    std::vector<std::string> troubles;  // what is missing or may be, with the reason
 };
 
 class NetlinkSource {
@@ -79,28 +84,37 @@ class NetlinkSource {
     /*
      * The kernel's answer to a dump request of this type (RTM_GETLINK, RTM_GETQDISC, RTM_GETTCLASS): its messages one
      * behind the other, NLMSG_DONE included. Classes are asked for by interface, the rest (ifIndex 0) for all at once.
+     * Throws NetlinkError, and can be called again.
      */
     virtual std::vector<std::byte> dump(uint16_t type, uint32_t ifIndex) = 0;
 };
 
-/* A socket to the running kernel. Used by one thread at a time, and no more after an error. */
+/* A socket to the running kernel, opened anew after an error. Used by one thread at a time. */
 class NetlinkSocket : public NetlinkSource {
   public:
-    /* Opens it in the network namespace behind the descriptor, which it does not keep; -1: in the caller's own. */
+    /* In the network namespace behind the descriptor, which is borrowed; -1: in the caller's own. */
     explicit NetlinkSocket(int netns = -1);
 
     std::vector<std::byte> dump(uint16_t type, uint32_t ifIndex) override;
 
   private:
+    void connect();
+    std::vector<std::byte> exchange(uint16_t type, uint32_t ifIndex);
+
+    int netns_;
     std::unique_ptr<nl_sock, void (*)(nl_sock*)> socket_;
 };
 
 /* The entries of an answer to RTM_GETLINK, RTM_GETQDISC and RTM_GETTCLASS. The bytes are aligned as a vector's are. */
-std::vector<Link> parseLinks(std::span<const std::byte> answer);
-std::vector<TcObject> parseDisciplines(std::span<const std::byte> answer);
-std::vector<TcObject> parseClasses(std::span<const std::byte> answer);
+Dump<Link> parseLinks(std::span<const std::byte> answer);
+Dump<TcObject> parseDisciplines(std::span<const std::byte> answer);
+Dump<TcObject> parseClasses(std::span<const std::byte> answer);
 
-/* All interfaces at this moment; an interrupted dump is repeated a few times before it counts as an error. */
+/*
+ * All interfaces at this moment, each whole or not at all: one that goes away meanwhile is left out. Interrupted dumps
+ * are repeated for a fifth of a second; after that what was seen of interfaces and disciplines counts, and an interface
+ * whose classes keep changing is unread. Throws NetlinkError when interfaces or disciplines cannot be read.
+ */
 KernelState readKernel(NetlinkSource& source);
 
 }  // namespace feed

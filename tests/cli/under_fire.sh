@@ -3,10 +3,11 @@
 # Each case wants the message that names file and cause, the exit code, a capture that reads back as whole records, and
 # that the work goes on when the cause is gone.
 #
-#   under_fire.sh PROGRAM_DIR CASE       one of the functions below, killed_by_signals to full_disk
+#   under_fire.sh PROGRAM_DIR CASE [EMULATOR]      one of the functions below, killed_by_signals to interfaces_come_and_go
 set -uo pipefail
 programs=$(cd "$1" && pwd)
 case_name=$2
+emulator=${3:-}
 PATH=$programs:$PATH
 unset NIVEX_QOS_DB NIVEX_QOS_PLUGIN
 export LC_ALL=C
@@ -250,6 +251,40 @@ full_disk() {
     says readonly "cannot write the capture 'disk/new.cap': Read-only file system" || complain "$(cat readonly.err)"
     umount disk
     mounted=
+}
+
+# Interfaces come and go as fast as the kernel lets them, so many of them that their dump takes several parts.
+interfaces_come_and_go() {
+    local inside space churn
+    if [ -n "$emulator" ]; then
+        echo "under_fire: $case_name skipped: $emulator passes no requests for queueing disciplines on to the kernel"
+        return
+    fi
+    unshare -n sleep 1000 2>unshare.err &
+    space=$!
+    inside="nsenter --net=/proc/$space/ns/net"
+    until [ "$(readlink /proc/self/ns/net)" != "$(readlink /proc/$space/ns/net)" ] || ! kill -0 $space; do sleep 0.05; done
+    { echo "link add steady type veth peer name other"; echo "link set other up"; echo "link set steady up"
+      for i in {1..60}; do echo "link add here$i type veth peer name there$i"; done; } | $inside ip -batch - 2>>unshare.err &&
+        for what in 'qdisc add dev steady root handle 1: htb' 'class add dev steady classid 1:1 htb rate 1mbit' \
+            'class add dev steady classid 1:2 htb rate 1mbit'; do $inside tc $what 2>>unshare.err || break; done
+    if [ -s unshare.err ]; then
+        echo "under_fire: $case_name skipped: $(cat unshare.err)"
+        return
+    fi
+    while :; do for i in {1..30}; do echo "link add new$i type veth peer name own$i"; echo "link del new$i"; done; done |
+        $inside ip -batch - >/dev/null 2>churn.log &
+    churn=$!
+    $inside qos-host feed kernel --db q.db --every 5ms >writer.out 2>writer.err &
+    writer_pid=$!
+    await qos-host sample queue-statistics --db q.db --output none >wait.out 2>wait.log
+    sampler reader 10ms --where interface-name=steady
+    await more_passes reader 2 300
+    kill $churn || complain "interfaces have stopped to come and go: $(cat churn.log)"
+    stop reader 0
+    grep '^pass' reader.out | grep -v 'records 2,' && complain "steady's queues are missing in a round"
+    grep -v "keep changing while they are read\|goes on after" writer.err && complain "the feed says: $(cat writer.err)"
+    stop writer $([ -s writer.err ] && echo 1 || echo 0)
 }
 
 declare -F "$case_name" >/dev/null || exit 2

@@ -31,6 +31,7 @@ namespace {
 using namespace std::chrono_literals;
 namespace row = qosdb::row;
 using row::queue_stat;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -149,8 +150,9 @@ class MadeKernel : public NetlinkSource {
     std::vector<Link> links = {{3, "eth0"}};
     std::vector<Entry> disciplines = {{{3, 0x10000, TC_H_ROOT, "htb", {}}, {}}};
     std::vector<Entry> classes;
-    int interruptions = 0;  // so many dumps more are marked as such
-    int status = 0;         // in the message that ends an answer
+    bool interrupted = false;  // the dump is marked as such
+    int status = 0;            // in the message that ends an answer
+    std::function<void(uint16_t type, uint32_t ifIndex)> onDump = [](uint16_t, uint32_t) {};
 
     /* The root discipline's own class, or one under another. */
     Stats& addClass(uint32_t handle, Stats stats = {}, uint32_t parent = TC_H_ROOT) {
@@ -163,6 +165,7 @@ class MadeKernel : public NetlinkSource {
     }
 
     Bytes dump(uint16_t type, uint32_t ifIndex) override {
+        onDump(type, ifIndex);
         Bytes answer;
         const auto add = [&answer](const Bytes& bytes) { answer.insert(answer.end(), bytes.begin(), bytes.end()); };
         if (type == RTM_GETLINK) {
@@ -188,7 +191,7 @@ class MadeKernel : public NetlinkSource {
                 add(tcMessage(type == RTM_GETQDISC ? RTM_NEWQDISC : RTM_NEWTCLASS, entry.object, entry.stats));
             }
         }
-        add(bytesOf(message(NLMSG_DONE, interruptions-- > 0 ? NLM_F_MULTI | NLM_F_DUMP_INTR : NLM_F_MULTI, status)));
+        add(bytesOf(message(NLMSG_DONE, interrupted ? NLM_F_MULTI | NLM_F_DUMP_INTR : NLM_F_MULTI, status)));
         return answer;
     }
 };
@@ -203,7 +206,7 @@ class KernelFeedTest : public testing::Test {
     std::vector<queue_stat> round(std::chrono::milliseconds later = 0ms) {
         now_ += later;
         wall_ += later;
-        feed_.round(now_, wall_);
+        troubles_ = feed_.round(now_, wall_).troubles;
         return store_->read<queue_stat>();
     }
 
@@ -214,6 +217,7 @@ class KernelFeedTest : public testing::Test {
 
     MadeKernel kernel_;
     std::vector<std::string> log_;
+    std::vector<std::string> troubles_;
     const std::filesystem::path directory_ = makeDirectory();
     std::optional<qosdb::Store> store_{std::in_place, (directory_ / "qos.db").string()};
     KernelFeed feed_{kernel_, *store_, [this](const std::string& line) { log_.push_back(line); }};
@@ -233,7 +237,7 @@ Counts rates(const queue_stat& row) {
 TEST_F(KernelFeedTest, RecordedNetwork) {
     RecordedKernel recorded;
     KernelFeed feed(recorded, *store_, {});
-    EXPECT_EQ(feed.round(now_, wall_), 14u);
+    EXPECT_EQ(feed.round(now_, wall_).queues, 14u);
     using Named = std::tuple<uint32_t, std::string, uint32_t, Counts>;  // interface, its name, queue
     const std::vector<Named> expected = {
         {10, "qos0", 0, {3, 300, 3}},     // 1:10
@@ -556,17 +560,61 @@ std::string errorOf(const std::function<void()>& work) {
     return "no error";
 }
 
-TEST_F(KernelFeedTest, InterruptedAndRefusedDumps) {
-    kernel_.addClass(0x10010, {.packets = 1});
-    kernel_.interruptions = 4;
-    EXPECT_THAT(round(), SizeIs(1));
-    kernel_.interruptions = 5;
-    EXPECT_THROW(round(), DumpInterrupted);
+TEST_F(KernelFeedTest, WhatCannotBeReadIsLeftOutAndTheNextRoundGoesOn) {
+    Stats& stats = kernel_.addClass(0x10010, {.packets = 0xFFFF'FFFF, .backlog = 70});
+    kernel_.links.push_back({4, "eth1"});
+    kernel_.disciplines.push_back({{4, 0, TC_H_ROOT, "pfifo_fast", {}}, {.packets = 2}});
+    EXPECT_THAT(round(), SizeIs(2));
 
-    kernel_.interruptions = 0;
-    kernel_.status = -EPERM;
-    EXPECT_THAT(errorOf([&] { round(); }), HasSubstr("interfaces: the kernel refuses it: Operation not permitted"));
-    EXPECT_THAT(store_->read<queue_stat>(), SizeIs(1)) << "what the last good round wrote";
+    int dumps = 0;
+    kernel_.onDump = [&](uint16_t, uint32_t) { kernel_.interrupted = ++dumps % 3 != 0; };
+    EXPECT_THAT(round(), SizeIs(2));
+    EXPECT_THAT(troubles_, IsEmpty()) << "the third attempt was whole";
+    const std::vector<Link> links = kernel_.links;
+    kernel_.onDump = [&](uint16_t type, uint32_t) {
+        kernel_.interrupted = type != RTM_GETTCLASS;
+        kernel_.links = {links[static_cast<size_t>(++dumps % 2)]};  // now the one, now the other
+    };
+    EXPECT_THAT(round(), SizeIs(2));
+    EXPECT_THAT(troubles_, ElementsAre(HasSubstr("disciplines keep changing"), HasSubstr("interfaces keep changing")));
+
+    kernel_.links = links;
+
+    // One interface: its counts, rates and averages go on from where they were.
+    for (const bool refused : {true, false}) {
+        kernel_.onDump = [&](uint16_t type, uint32_t ifIndex) {
+            kernel_.interrupted = !refused && type == RTM_GETTCLASS && ifIndex == 3;
+            kernel_.status = refused && type == RTM_GETTCLASS && ifIndex == 3 ? -EPERM : 0;
+        };
+        stats.packets = 1;
+        const auto rows = round(1s);
+        ASSERT_THAT(rows, SizeIs(1));
+        EXPECT_EQ(rows[0].ifName, "eth1");
+        EXPECT_THAT(troubles_, ElementsAre(AllOf(HasSubstr("queues of eth0"),
+                                                 HasSubstr(refused ? "not permitted" : "keep changing"))));
+    }
+    // All of them: nothing is written.
+    for (const uint16_t type : {RTM_GETLINK, RTM_GETQDISC}) {
+        kernel_.onDump = [&](uint16_t asked, uint32_t) { kernel_.status = asked == type ? -EPERM : 0; };
+        EXPECT_THAT(errorOf([&] { round(1s); }), HasSubstr("the kernel refuses it: Operation not permitted"));
+        EXPECT_THAT(store_->read<queue_stat>(), SizeIs(1)) << "what the last good round wrote";
+    }
+    kernel_.onDump = [&](uint16_t, uint32_t) { kernel_.status = 0; };
+    stats.packets = 49;
+    const auto rows = round(1s);
+    EXPECT_EQ(rows.at(0).passPackets, (uint64_t{1} << 32) + 49);
+    EXPECT_EQ(rows.at(0).passPktRate, 10u) << "50 in the five seconds since it was read";
+    EXPECT_EQ(store_->read<row::queue_buf_stat>().at(0).avgUsed, 70u);
+
+    // One that goes away while it is read costs only itself, and is nothing to speak of.
+    kernel_.onDump = [&](uint16_t type, uint32_t ifIndex) {
+        if (type == RTM_GETTCLASS && ifIndex == 3) {
+            std::erase_if(kernel_.links, [](const Link& link) { return link.ifIndex == 3; });
+            throw NetlinkError("gone");
+        }
+    };
+    EXPECT_THAT(round(1s), SizeIs(1));
+    EXPECT_THAT(troubles_, IsEmpty());
 
     nlmsgerr refusal = {};
     refusal.error = -ENODEV;
@@ -621,7 +669,11 @@ TEST(NetlinkSocketTest, ReadsTheRunningKernel) {
 #ifdef NIVEX_QOS_EMULATED
     GTEST_SKIP() << "the emulator passes no requests for queueing disciplines on to the kernel";
 #endif
+    const int descriptor = dup(STDIN_FILENO);
+    close(descriptor);  // for the socket
     NetlinkSocket kernel;
+    ASSERT_EQ(dup2(STDIN_FILENO, descriptor), descriptor);  // which is none any more
+    EXPECT_THROW(kernel.dump(RTM_GETLINK, 0), NetlinkError);
     const KernelState state = readKernel(kernel);
     EXPECT_NE(std::ranges::find(state.links, "lo", &Link::name), state.links.end());
     EXPECT_THAT(errorOf([&] { kernel.dump(RTM_GETLINK + 1000, 0); }), "no error") << "a refusal is part of the answer";

@@ -26,7 +26,7 @@ void record(const std::string& folder) {
     feed::NetlinkSocket kernel;
     store(kernel, RTM_GETLINK, 0, folder + "/links.bin");
     for (const feed::TcObject& discipline :
-         feed::parseDisciplines(store(kernel, RTM_GETQDISC, 0, folder + "/disciplines.bin"))) {
+         feed::parseDisciplines(store(kernel, RTM_GETQDISC, 0, folder + "/disciplines.bin")).entries) {
         if (discipline.parent == TC_H_ROOT) {
             const std::string file = folder + "/classes-" + std::to_string(discipline.ifIndex) + ".bin";
             store(kernel, RTM_GETTCLASS, discipline.ifIndex, file);
