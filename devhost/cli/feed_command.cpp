@@ -47,7 +47,7 @@ int runRounds(const FeedOptions& options, qosdb::Store& store, const WriteRound&
         } catch (const std::exception& error) {
             messages.emplace_back(error.what());
         }
-        if (!messages.empty() || !stopRequested()) {  // a stop leaves a round unwritten without a fault
+        if (!stopRequested()) {  // which leaves a round unwritten without a fault
             trouble.tell(messages);
         }
         next = std::max(next + options.every, Clock::now());
@@ -58,7 +58,7 @@ int runRounds(const FeedOptions& options, qosdb::Store& store, const WriteRound&
 }  // namespace
 
 int runKernelFeed(const FeedOptions& options) {
-    qosdb::Store store(options.database);
+    qosdb::Store store(options.database, stopRequested);
     feed::NetlinkSocket kernel;
     feed::KernelFeed feed(kernel, store, [](const std::string& line) { fmt::print(stderr, "qos-host: {}\n", line); });
     return runRounds(options, store,
@@ -67,7 +67,7 @@ int runKernelFeed(const FeedOptions& options) {
 
 int runSimFeed(const SimFeedOptions& options) {
     using std::chrono::milliseconds;
-    qosdb::Store store(options.database);
+    qosdb::Store store(options.database, stopRequested);
     feed::SimOptions deviceOptions = options.device;
     deviceOptions.startTime = std::chrono::floor<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
     feed::SimulatedDevice device(deviceOptions);

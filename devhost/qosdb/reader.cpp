@@ -111,9 +111,9 @@ uint32_t report(int code, const char* format, ...) noexcept {
 
 namespace {
 
-ino_t logOf(const std::string& path) {
+ino_t inodeOf(const std::string& file) {
     struct stat status {};
-    return stat((path + "-wal").c_str(), &status) == 0 ? status.st_ino : 0;
+    return stat(file.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
 }  // namespace
@@ -123,7 +123,8 @@ bool FileId::of(const std::string& path, FileId& file) {
     if (stat(path.c_str(), &status) != 0) {
         return false;
     }
-    file = {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec, logOf(path)};
+    file = {status.st_dev,          status.st_ino,          status.st_size,        status.st_mtim.tv_sec,
+            status.st_mtim.tv_nsec, inodeOf(path + "-wal"), inodeOf(path + "-shm")};
     return true;
 }
 
@@ -160,8 +161,9 @@ uint32_t Reader::start(TableId table) {
     if (outcome_ != SQLITE_ROW && outcome_ != SQLITE_DONE) {
         return unreadable(table);
     }
-    if (file_.log == 0) {
-        file_.log = logOf(path_);  // the first reader makes it
+    if (file_.log == 0) {  // the first reader makes them
+        file_.log = inodeOf(path_ + "-wal");
+        file_.index = inodeOf(path_ + "-shm");
     }
     iterating_ = false;
     stepped_ahead_ = true;

@@ -38,9 +38,10 @@ struct FileId {
     off_t size;
     time_t changedSeconds;
     long changedNanoseconds;
-    ino_t log;  // 0 without one
+    ino_t log;    // 0 without one
+    ino_t index;  // of the log; 0 without one
 
-    /* Of the file and its log as they are; false, with errno, when there is none. */
+    /* Of the file, its log and index as they are; false, with errno, when there is no file. */
     static bool of(const std::string& path, FileId& file);
     friend bool operator==(const FileId&, const FileId&) = default;
 };

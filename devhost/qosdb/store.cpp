@@ -3,13 +3,18 @@
 #include <filesystem>
 #include <limits>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace qosdb {
 
 namespace {
 
-constexpr int kBusyTimeoutMs = 1000;
+using Clock = std::chrono::steady_clock;
+using namespace std::chrono_literals;
+
+constexpr auto kBusyTimeout = 1s;
+constexpr auto kBusyPause = 5ms;
 
 std::string cellName(const Table& table, int index) {
     return std::string("table ") + table.name + ", column " + table.columns[static_cast<size_t>(index)].name;
@@ -17,19 +22,27 @@ std::string cellName(const Table& table, int index) {
 
 }  // namespace
 
-Store::Store(std::string path) : path_(std::move(path)) {
+Store::Store(std::string path, Stop stop) : path_(std::move(path)), stop_(stop) {
     reopen();
 }
 
 void Store::reopen() {
-    const bool moved = connection_ && hasMoved();
+    if (connection_) {
+        discardStaleLog();
+    }
     statements_ = {};
     connection_.reset();
-    if (std::error_code error; moved || (!std::filesystem::exists(path_, error) && !error)) {
-        // The log and index of a database that is gone: SQLite would lay them over the one that has its name now.
-        std::filesystem::remove(path_ + "-wal", error);
-        std::filesystem::remove(path_ + "-shm", error);
+    lock_.release();
+    try {
+        connect();
+    } catch (...) {
+        connection_.reset();
+        lock_.release();
+        throw;
     }
+}
+
+void Store::connect() {
     sqlite3* connection = nullptr;
     const int code = sqlite3_open_v2(path_.c_str(), &connection,
                                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
@@ -37,9 +50,20 @@ void Store::reopen() {
     if (code != SQLITE_OK) {
         fail("cannot open or create the database");
     }
-    sqlite3_busy_timeout(connection, kBusyTimeoutMs);
+    file_ = sqlite3_db_filename(connection, "main");
+    sqlite3_busy_handler(
+        connection,
+        [](void* store, int times) {
+            auto* self = static_cast<Store*>(store);
+            if (times == 0) {
+                self->waiting_ = Clock::now();
+            }
+            return self->keepWaiting() ? 1 : 0;
+        },
+        this);
 
     useWal();
+    lock();
     execute("PRAGMA synchronous=NORMAL");
 
     execute("BEGIN IMMEDIATE");
@@ -55,9 +79,16 @@ void Store::reopen() {
     }
 }
 
+// SQLite does not wait by itself when several switch a new file at the same time.
 void Store::useWal() {
     const Statement journal = prepare("PRAGMA journal_mode=WAL");
-    if (sqlite3_step(journal.get()) != SQLITE_ROW) {
+    waiting_ = Clock::now();
+    int code = sqlite3_step(journal.get());
+    while (code == SQLITE_BUSY && keepWaiting()) {
+        sqlite3_reset(journal.get());
+        code = sqlite3_step(journal.get());
+    }
+    if (code != SQLITE_ROW) {
         fail("cannot switch to WAL mode");
     }
     const auto* mode = reinterpret_cast<const char*>(sqlite3_column_text(journal.get(), 0));
@@ -66,15 +97,48 @@ void Store::useWal() {
     }
 }
 
-bool Store::hasMoved() const {
-    int moved = 0;
-    return sqlite3_file_control(connection_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved != 0;
+void Store::lock() {
+    execute("SELECT 1 FROM sqlite_schema");  // opens the log
+    if (const std::string refused = lock_.take(file_); !refused.empty()) {
+        throw StoreError("'" + path_ + "': " + refused);
+    }
+    checkNames();
+}
+
+// The log and index of a database that is gone, or the index of a log that is: SQLite would lay them over what has the
+// name now. Only those that are this connection's, which it still has open: others belong to whoever made them.
+void Store::discardStaleLog() const {
+    const auto discard = [this](const std::string& file) {
+        if (std::error_code error; lock_.isOpen(file)) {
+            std::filesystem::remove(file, error);
+        }
+    };
+    if (!lock_.isOpen(path_)) {
+        discard(walOf(file_));
+        discard(shmOf(file_));
+    } else if (!lock_.isOpen(walOf(file_))) {
+        discard(shmOf(file_));
+    }
+}
+
+void Store::checkNames() const {
+    for (const std::string& file : {path_, walOf(file_), shmOf(file_)}) {
+        if (!lock_.isOpen(file)) {
+            throw StoreError("'" + file + "' was removed or replaced while the database was open");
+        }
+    }
+}
+
+bool Store::keepWaiting() {
+    if ((stop_ != nullptr && stop_()) || Clock::now() - waiting_ >= kBusyTimeout) {
+        return false;
+    }
+    std::this_thread::sleep_for(kBusyPause);
+    return true;
 }
 
 Round Store::begin() {
-    if (hasMoved()) {
-        throw StoreError("'" + path_ + "': the database was removed or replaced while it was open");
-    }
+    checkNames();
     return Round(*this);
 }
 
@@ -179,6 +243,7 @@ Round::~Round() {
 void Round::commit() {
     store_.execute("COMMIT");
     open_ = false;
+    store_.checkNames();
 }
 
 }  // namespace qosdb

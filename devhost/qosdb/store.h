@@ -1,20 +1,23 @@
 /*
  * The writer's side of the QoS statistics database: whoever fills it opens a Store and writes in rounds.
  *
- * A Store owns one connection to one file and belongs to one thread. The file is kept in WAL mode, so readers go on
- * while a round writes and see it only once committed. A Round is one write transaction; it must end before its Store
- * does, and a Store has one open Round at a time. Every failure is a StoreError that names the file and the reason;
- * after one of a round, reopen() makes another attempt possible, whatever became of the file.
+ * A Store owns one connection to one file and belongs to one thread; a file has one Store at a time, see feed_lock.h.
+ * The file is kept in WAL mode, so readers go on while a round writes and see it only once committed. A Round is one
+ * write transaction; it must end before its Store does, and a Store has one open Round at a time. Every failure is a
+ * StoreError that names the file and the reason; after one of a round, reopen() makes another attempt possible,
+ * whatever became of the file.
  */
 #ifndef DEVHOST_QOSDB_STORE_H
 #define DEVHOST_QOSDB_STORE_H
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "devhost/qosdb/feed_lock.h"
 #include "devhost/qosdb/sqlite_handle.h"
 #include "devhost/qosdb/tables.h"
 
@@ -54,8 +57,11 @@ class Round;
 
 class Store {
   public:
+    /* Whether to wait no longer for others who have the file. */
+    using Stop = bool (*)();
+
     /* Opens the file or creates it, and creates the tables that it lacks. */
-    explicit Store(std::string path);
+    explicit Store(std::string path, Stop stop = nullptr);
     Store(const Store&) = delete;
     Store& operator=(const Store&) = delete;
 
@@ -64,7 +70,7 @@ class Store {
 
     /*
      * Begins a round; waits a second for another writer to finish. A file that was removed or replaced since it was
-     * opened is a StoreError: nobody would see the round.
+     * opened, or its log or index, is a StoreError, here and when the round is committed: nobody would see it.
      */
     Round begin();
 
@@ -81,8 +87,12 @@ class Store {
         Statement select;
     };
 
+    void connect();
     void useWal();
-    bool hasMoved() const;
+    void lock();
+    void discardStaleLog() const;
+    void checkNames() const;
+    bool keepWaiting();
     Statement prepare(const std::string& sql);
     void execute(const char* sql);
     /* Runs a statement of a table that answers no rows. */
@@ -101,6 +111,10 @@ class Store {
     void fetch(TableId table, int index, std::string& field) const;
 
     std::string path_;
+    Stop stop_;
+    std::chrono::steady_clock::time_point waiting_;  // since
+    std::string file_;                               // the path without links, as SQLite names the log and the index
+    FeedLock lock_;                                  // to be given back after the connection
     Connection connection_;
     std::array<Statements, kTableCount> statements_;
 };
@@ -120,7 +134,7 @@ class Round {
     template <class Row>
     void add(const Row& row);
 
-    /* Makes the round visible, all of it at once; nothing may follow. */
+    /* Makes the round visible, all of it at once; nothing may follow. Done when it is in the file of this name. */
     void commit();
 
   private:

@@ -163,7 +163,7 @@ feed_loses_its_file() {
         : >writer.err
         eval "$how"
         goes_on writer
-        told writer "'q.db': the database was removed or replaced while it was open" 1
+        told writer "'q.db' was removed or replaced while the database was open" 1
         await more_passes reader 128 "$(passes reader 128)"
     done
     : >writer.err
@@ -251,6 +251,73 @@ full_disk() {
     says readonly "cannot write the capture 'disk/new.cap': Read-only file system" || complain "$(cat readonly.err)"
     umount disk
     mounted=
+}
+
+# Everything that belongs to a database that is fed, 150 times at whatever moment: the feed notices each, and what it
+# writes then is in the file that has the name.
+removed_while_fed() {
+    local what before after
+    newest() { sqlite3 -cmd '.timeout 1000' q.db 'SELECT sum(passPackets) FROM queue_stat' 2>newest.log; }
+    is_newer() { after=$(newest) && [ "${after:-0}" -gt "$before" ]; }
+    recovered() { [ "$(grep -c 'goes on after' writer.err)" -ge "$1" ]; }
+    qos-host feed sim --db q.db --every 4ms --speed 10 --slots 1 --ports 4 >writer.out 2>writer.err &
+    writer_pid=$!
+    before=0
+    await is_newer
+    sampler reader 3ms
+    for number in {1..150}; do
+        before=$after
+        sleep "0.0$((RANDOM % 200 + 100))"
+        case $((RANDOM % 5)) in
+        0) rm q.db ;;
+        1) rm q.db-wal ;;
+        2) rm q.db-shm ;;
+        3) rm q.db q.db-wal q.db-shm ;;
+        4) sqlite3 new.db 'CREATE TABLE other (x)' && mv new.db q.db ;;
+        esac
+        await recovered "$number"
+        await is_newer
+    done
+    told writer 'was removed or replaced while' 150
+    await more_passes reader 32 "$(passes reader 32)"
+    kill "$reader_pid"
+    wait "$reader_pid"
+    stop writer 1
+    sound q.db
+}
+
+one_feed_for_one_file() {
+    local number each pids
+    for number in {1..10}; do
+        rm -f q.db* own*.db*
+        pids=()
+        for each in 1 2 3 4; do
+            qos-host feed sim --db q.db --every 20ms --count 30 >out 2>$number-$each.err &
+            pids+=($!)
+            qos-host feed sim --db own$each.db --every 20ms --count 2 >out 2>own$each.err &
+        done
+        for each in 1 2 3 4; do
+            if wait "${pids[each - 1]}"; then
+                pids[each - 1]=done
+            else
+                says $number-$each "'q.db': process [0-9]* feeds it already" || complain "$(cat $number-$each.err)"
+            fi
+        done
+        case ${pids[*]} in *done*) ;; *) complain "nobody feeds it" ;; esac
+        wait
+        [ -z "$(cat own*.err)" ] || complain "own files: $(cat own*.err)"
+    done
+    fresh
+    ln -s q.db link.db
+    feed writer --db q.db
+    await test -e q.db-wal
+    for each in q.db link.db; do
+        qos-host feed sim --db $each --count 1 >out 2>second.err && complain "a second feed of $each"
+        says second "'$each': process $writer_pid feeds it already" || complain "$(cat second.err)"
+    done
+    stop writer 137 KILL
+    qos-host feed sim --db q.db --count 1 || complain "the lock of a killed feed stays"
+    sound q.db
 }
 
 # Interfaces come and go as fast as the kernel lets them, so many of them that their dump takes several parts.
