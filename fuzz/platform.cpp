@@ -267,6 +267,7 @@ uint32_t db_root_iterator_next(void* iterator) {
 }
 
 #define FUZZ_ROLE_KEY true
+#define FUZZ_ROLE_QUEUE true
 #define FUZZ_ROLE_VALUE false
 #define FUZZ_ACCESSOR(table, column, kind, role)                                          \
     uint32_t db_get_qos_tlm_##table##_##column(void* object, QOS_DB_TYPE_##kind* value) { \

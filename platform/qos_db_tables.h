@@ -3,10 +3,13 @@
  *
  * QOS_DB_TABLES(TABLE) expands TABLE(table, columns) for each table; columns is a macro that expands
  * COLUMN(table, column, kind, role) for each column, in the order in which a record is read. kind: UINT32, UINT64, TEXT
- * or BYTE (8-bit number); role: KEY (identifies a record) or VALUE.
+ * or BYTE (8-bit number); role: KEY (identifies a record), QUEUE (does so as well: a queue number from 0 to
+ * QOS_DB_LAST_QUEUE; the plug-in takes a record with a higher one for a record of another interface) or VALUE.
  */
 #ifndef PLATFORM_QOS_DB_TABLES_H
 #define PLATFORM_QOS_DB_TABLES_H
+
+#define QOS_DB_LAST_QUEUE 7
 
 /* Packets that ECN marked, per interface. */
 #define QOS_DB_COLUMNS_PORT_ECN_STAT(COLUMN, table) \
@@ -32,7 +35,7 @@
     COLUMN(table, slotIdStr, TEXT, VALUE)            \
     COLUMN(table, ifIndex, UINT32, KEY)              \
     COLUMN(table, ifName, TEXT, VALUE)               \
-    COLUMN(table, queueId, UINT32, KEY)              \
+    COLUMN(table, queueId, UINT32, QUEUE)            \
     COLUMN(table, curUsed, UINT64, VALUE)            \
     COLUMN(table, peakUsed, UINT64, VALUE)           \
     COLUMN(table, avgUsed, UINT64, VALUE)            \
@@ -42,7 +45,7 @@
 #define QOS_DB_COLUMNS_QUEUE_STAT(COLUMN, table) \
     COLUMN(table, ifIndex, UINT32, KEY)          \
     COLUMN(table, ifName, TEXT, VALUE)           \
-    COLUMN(table, queueId, UINT32, KEY)          \
+    COLUMN(table, queueId, UINT32, QUEUE)        \
     COLUMN(table, passPackets, UINT64, VALUE)    \
     COLUMN(table, passBytes, UINT64, VALUE)      \
     COLUMN(table, passPktRate, UINT64, VALUE)    \
@@ -90,7 +93,7 @@
 /* Ingress buffer usage of a queue. */
 #define QOS_DB_COLUMNS_ING_BUF_USAGE_STAT(COLUMN, table) \
     COLUMN(table, if_index, UINT32, KEY)                 \
-    COLUMN(table, queue, UINT32, KEY)                    \
+    COLUMN(table, queue, UINT32, QUEUE)                  \
     COLUMN(table, if_name, TEXT, VALUE)                  \
     COLUMN(table, is_lossless, UINT32, VALUE)            \
     COLUMN(table, is_pfc_dynamic, BYTE, VALUE)           \
@@ -104,7 +107,7 @@
 /* The last buffer burst of a queue: its result, start and peak. */
 #define QOS_DB_COLUMNS_BUFFER_MONITOR_RESULT(COLUMN, table) \
     COLUMN(table, if_index, UINT32, KEY)                    \
-    COLUMN(table, queue_index, UINT32, KEY)                 \
+    COLUMN(table, queue_index, UINT32, QUEUE)               \
     COLUMN(table, ifName, TEXT, VALUE)                      \
     COLUMN(table, used_buf, UINT32, VALUE)                  \
     COLUMN(table, percent, UINT32, VALUE)                   \

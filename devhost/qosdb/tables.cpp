@@ -19,8 +19,13 @@ std::string createSql(const Table& table) {
     std::string keys;
     for (const Column& column : table.columns) {
         // INT, not INTEGER: a lone INTEGER key would become the rowid, and rows would come back in the key's order.
-        columns += std::string(column.name) + (column.kind == Kind::TEXT ? " TEXT" : " INT") + " NOT NULL, ";
-        if (column.role == Role::KEY) {
+        columns += std::string(column.name) + (column.kind == Kind::TEXT ? " TEXT" : " INT") + " NOT NULL";
+        if (column.role == Role::QUEUE) {
+            columns +=
+                std::string(" CHECK (") + column.name + " BETWEEN 0 AND " + std::to_string(QOS_DB_LAST_QUEUE) + ")";
+        }
+        columns += ", ";
+        if (column.role != Role::VALUE) {
             keys += (keys.empty() ? "" : ", ") + std::string(column.name);
         }
     }

@@ -16,7 +16,7 @@ namespace qosdb {
 
 /* The words of the list. */
 enum class Kind : uint8_t { UINT32, UINT64, TEXT, BYTE };
-enum class Role : uint8_t { KEY, VALUE };
+enum class Role : uint8_t { KEY, QUEUE, VALUE };
 
 struct Column {
     const char* name;
@@ -57,7 +57,7 @@ constexpr const Table& tableOf(TableId id) {
     return kTables[indexOf(id)];
 }
 
-/* CREATE TABLE IF NOT EXISTS, with the KEY columns as its primary key. */
+/* CREATE TABLE IF NOT EXISTS, with the KEY and QUEUE columns as its primary key; it refuses queues that are none. */
 std::string createSql(const Table& table);
 
 /* SELECT of all columns in the list's order, rows in the order in which they were written. */

@@ -173,7 +173,7 @@ Row filled(Fill fill) {
         ++count;
         if constexpr (std::is_same_v<Field, std::string>) {
             field = fill == Fill::kZero  ? ""
-                    : fill == Fill::kMax ? std::string(31, 'x')
+                    : fill == Fill::kMax ? std::string(27, 'x') + "\x1b\n\xff\x80"  // as a kernel may name it
                                          : "text " + std::to_string(count);
         } else {
             field = fill == Fill::kZero  ? Field{0}
@@ -185,9 +185,27 @@ Row filled(Fill fill) {
 }
 
 template <class Row>
+uint32_t* queueOf(Row& row) {
+    if constexpr (requires { row.queueId; }) {
+        return &row.queueId;
+    } else if constexpr (requires { row.queue; }) {
+        return &row.queue;
+    } else if constexpr (requires { row.queue_index; }) {
+        return &row.queue_index;
+    }
+    return nullptr;
+}
+
+template <class Row>
 void expectRoundTrip(Store& store) {
     // Keys neither ascending nor descending: rows come back in the order in which they were written.
-    const std::vector<Row> rows = {filled<Row>(Fill::kDistinct), filled<Row>(Fill::kMax), filled<Row>(Fill::kZero)};
+    std::vector<Row> rows = {filled<Row>(Fill::kDistinct), filled<Row>(Fill::kMax), filled<Row>(Fill::kZero)};
+    if (uint32_t* queue = queueOf(rows[1])) {
+        *queue = 8;  // the plug-in would take it for queue 0 of the next interface
+        EXPECT_THAT(messageOf([&] { write(store, rows); }),
+                    AllOf(HasSubstr("table " + std::string(tableOf(Row::kTable).name)), HasSubstr(" BETWEEN 0 AND 7")));
+        *queue = 7;
+    }
     write(store, rows);
     EXPECT_TRUE(store.read<Row>() == rows);
     Object<Row> object;
