@@ -331,7 +331,7 @@ interfaces_come_and_go() {
     space=$!
     inside="nsenter --net=/proc/$space/ns/net"
     until [ "$(readlink /proc/self/ns/net)" != "$(readlink /proc/$space/ns/net)" ] || ! kill -0 $space; do sleep 0.05; done
-    { echo "link add steady type veth peer name other"; echo "link set other up"; echo "link set steady up"
+    { echo "link add steady type veth peer name "$'q\xff\x1b'; echo "link set "$'q\xff\x1b'" up"; echo "link set steady up"
       for i in {1..60}; do echo "link add here$i type veth peer name there$i"; done; } | $inside ip -batch - 2>>unshare.err &&
         for what in 'qdisc add dev steady root handle 1: htb' 'class add dev steady classid 1:1 htb rate 1mbit' \
             'class add dev steady classid 1:2 htb rate 1mbit'; do $inside tc $what 2>>unshare.err || break; done
@@ -350,6 +350,8 @@ interfaces_come_and_go() {
     kill $churn || complain "interfaces have stopped to come and go: $(cat churn.log)"
     stop reader 0
     grep '^pass' reader.out | grep -v 'records 2,' && complain "steady's queues are missing in a round"
+    [ "$(sqlite3 q.db "SELECT count(*) FROM queue_stat WHERE hex(ifName) = '71FF1B'")" = 1 ] ||
+        complain "the database does not have the name that is not UTF-8: $(sqlite3 q.db 'SELECT hex(ifName) FROM queue_stat')"
     grep -v "keep changing while they are read\|goes on after" writer.err && complain "the feed says: $(cat writer.err)"
     stop writer $([ -s writer.err ] && echo 1 || echo 0)
 }

@@ -519,11 +519,11 @@ TEST_F(KernelFeedTest, QueuesAreTheFirstEightCountedLeaves) {
     kernel_.addClass(0x20001, {.packets = 99}, 0x20000);  // of a discipline below
     kernel_.classes.push_back({{4, 0x10010, TC_H_ROOT, "htb", {}}, {.packets = 99}});
     kernel_.disciplines.push_back({{4, 0x10000, TC_H_ROOT, "htb", {}}, {}});
-    kernel_.links.push_back({4, "eth1"});
+    kernel_.links.push_back({4, "q\xff\x1b"});
     for (int time = 0; time < 2; ++time) {
         const auto rows = round(1s);
         ASSERT_THAT(rows, SizeIs(9));
-        EXPECT_EQ(rows[8].ifName, "eth1");
+        EXPECT_EQ(rows[8].ifName, "q\xff\x1b") << "the kernel's bytes";
         for (uint32_t queue = 0; queue < 8; ++queue) {
             EXPECT_EQ(rows[queue].queueId, queue);
             EXPECT_EQ(rows[queue].passPackets, 0x10 + queue);
