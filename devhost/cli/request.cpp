@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
-#include <regex.h>
 
 #include <algorithm>
 #include <charconv>
 #include <limits>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -22,21 +22,15 @@ void setText(char (&field)[size], std::string_view text) {
     std::copy(text.begin(), text.end(), field);
 }
 
-// Why the plug-in could not use an interface-name pattern; empty when it can. "*" is there a run of digits.
-std::string patternError(std::string_view pattern) {
-    std::string expression;
-    for (const char each : pattern) {
-        expression += each == '*' ? "([0-9]*)" : std::string(1, each);
+// Whether a pattern refers back to one of its groups, as in "(a)\1". In a bracket a backslash stands for itself:
+// "[\1]" is refused all the same.
+bool hasBackReference(std::string_view pattern) {
+    for (size_t at = 0; at + 1 < pattern.size(); ++at) {
+        if (pattern[at] == '\\' && pattern[++at] >= '1' && pattern[at] <= '9') {
+            return true;
+        }
     }
-    regex_t compiled;
-    const int code = regcomp(&compiled, expression.c_str(), REG_EXTENDED | REG_NOSUB);
-    if (code == 0) {
-        regfree(&compiled);
-        return {};
-    }
-    char reason[128];
-    regerror(code, &compiled, reason, sizeof reason);
-    return reason;
+    return false;
 }
 
 bool parseNumber(std::string_view text, uint32_t& number) {
@@ -90,9 +84,8 @@ void addCondition(QosTlmQueryParam& request, const std::string& alias, const Cat
             refuse(fmt::format("{} takes a whole number from 0 to {}", field, std::numeric_limits<uint32_t>::max()));
         }
     }
-    if (const std::string error = condition->kind == ConditionKind::pattern ? patternError(value) : "";
-        !error.empty()) {
-        refuse("the pattern is no regular expression: " + error);
+    if (condition->kind == ConditionKind::pattern && hasBackReference(value)) {
+        refuse(R"(a pattern has no back-references, \1 to \9)");
     }
     QosTlmCondition& added = request.conditions[request.conditionNum++];
     setText(added.fieldName, field);
@@ -133,6 +126,22 @@ void addThreshold(QosTlmQueryParam& request, const std::string& alias, const Cat
     setText(added.fieldName, field);
     added.op = static_cast<uint8_t>(op->code);
     added.value = value;
+}
+
+std::string patternHint(const QosTlmQueryParam& request, const std::string& alias, const Catalogued* entry) {
+    std::vector<std::string> wanted;
+    for (const QosTlmCondition& condition : std::span(request.conditions).first(request.conditionNum)) {
+        const std::string_view field = condition.fieldName;
+        if (entry != nullptr && std::ranges::any_of(entry->conditions, [field](const Condition& each) {
+                return each.field == field && each.kind == ConditionKind::pattern;
+            })) {
+            wanted.push_back(fmt::format("{} '{}'", field, condition.value));
+        }
+    }
+    return wanted.empty()
+               ? ""
+               : fmt::format("no record of {} passed; a pattern must match the whole name, * is a run of digits: {}",
+                             alias, fmt::join(wanted, ", "));
 }
 
 }  // namespace host

@@ -20,6 +20,9 @@ void addCondition(QosTlmQueryParam& request, const std::string& alias, const Cat
 /* "FIELD>=VALUE", or another operator */
 void addThreshold(QosTlmQueryParam& request, const std::string& alias, const Catalogued* entry, std::string_view text);
 
+/* What to say when no record passed: the patterns that the request asks for. Empty when it has none. */
+std::string patternHint(const QosTlmQueryParam& request, const std::string& alias, const Catalogued* entry);
+
 }  // namespace host
 
 #endif

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <limits>
 #include <optional>
+#include <utility>
 
 #include "devhost/cli/capture.h"
 #include "devhost/cli/catalogue.h"
@@ -68,6 +69,7 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     const uint64_t last = options.count.value_or(options.every.count() == 0 ? 1 : std::numeric_limits<uint64_t>::max());
     auto next = std::chrono::steady_clock::now();
     Trouble trouble(fmt::format("sampling {}", path.alias));
+    std::string hint = patternHint(request, path.alias, findInCatalogue(path.alias));
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
         Pass pass = plugin.runPass(path, request, kSubscriptionId, keep);
         printBatches(pass.batches, path.alias, options.encodeType(), options.output);
@@ -75,6 +77,11 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
             printSummary(number, pass);
         }
         flushOutput();
+        if (!pass.batches.empty()) {
+            hint.clear();
+        } else if (pass.result == QOS_TLM_RESULT_DONE && pass.messages.empty() && !hint.empty()) {
+            fmt::print(stderr, "qos-host: {}\n", std::exchange(hint, {}));
+        }
         const bool failed = pass.result == QOS_TLM_RESULT_FAILED;
         if (failed) {
             pass.messages.push_back(fmt::format("sampling {} failed", path.alias));
