@@ -10,6 +10,7 @@
 #include "devhost/cli/duration.h"
 #include "devhost/cli/exit.h"
 #include "devhost/cli/output.h"
+#include "devhost/cli/shown.h"
 
 namespace host {
 
@@ -165,7 +166,7 @@ int runCommandLine(int argc, char** argv) {
         ->envname("NIVEX_QOS_PLUGIN")
         ->type_name("FILE");
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return fmt::format("qos-host: {}\nRun with --help for more information.\n", error.what());
+        return fmt::format("qos-host: {}\nRun with --help for more information.\n", shown(error.what()));
     });
     app.require_subcommand(1);
     app.fallthrough();

@@ -8,7 +8,9 @@
 #include "devhost/cli/commands.h"
 #include "devhost/cli/exit.h"
 #include "devhost/cli/output.h"
+#include "devhost/cli/shown.h"
 #include "devhost/cli/stop.h"
+#include "devhost/cli/trouble.h"
 
 namespace host {
 
@@ -28,7 +30,7 @@ void printHeading(uint64_t number, const CapturedBatch& captured) {
     const Batch& batch = captured.batch;
     fmt::print(
         "batch {}: {} in {}, subscription {}, number {}, records {}, bytes {}, collected {}, encoding time {} us\n",
-        number, captured.alias, captured.encoding == QOS_TLM_ENCODE_GPB ? "gpb" : "json", batch.hostArg1,
+        number, shown(captured.alias), captured.encoding == QOS_TLM_ENCODE_GPB ? "gpb" : "json", batch.hostArg1,
         batch.hostArg2, batch.recordCount, batch.payload.size(), timeText(batch.collectStartTime),
         batch.encodeTimeSpend);
 }
@@ -58,8 +60,8 @@ int runDecode(const DecodeOptions& options) {
         uint32_t& last = lastNumbers[batch.hostArg1];
         if (batch.hostArg2 != last + 1) {
             flushOutput();
-            fmt::print(stderr, "qos-host: '{}', byte {}: gap in subscription {}: number {} where {} is due\n",
-                       options.file, captured->offset, batch.hostArg1, batch.hostArg2, last + 1);
+            report(fmt::format("'{}', byte {}: gap in subscription {}: number {} where {} is due", options.file,
+                               captured->offset, batch.hostArg1, batch.hostArg2, last + 1));
             code = kFailed;
         }
         last = batch.hostArg2;

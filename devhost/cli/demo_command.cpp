@@ -15,7 +15,9 @@
 #include "devhost/cli/host.h"
 #include "devhost/cli/lab.h"
 #include "devhost/cli/output.h"
+#include "devhost/cli/shown.h"
 #include "devhost/cli/stop.h"
+#include "devhost/cli/trouble.h"
 #include "devhost/feed/kernel_feed.h"
 #include "devhost/feed/netlink.h"
 #include "devhost/feed/sim_feed.h"
@@ -79,7 +81,7 @@ class Demo {
         : database_(database),
           store_(database),
           kernel_(netns),
-          feed_(kernel_, store_, [](const std::string& line) { fmt::print("  {}\n", line); }),
+          feed_(kernel_, store_, [](const std::string& line) { fmt::print("  {}\n", shown(line)); }),
           plugin_(pluginFile),
           path_(plugin_.path(kAlias)),
           entry_(*findInCatalogue(kAlias)) {
@@ -120,7 +122,7 @@ class Demo {
             }
             const Pass json = decodedPass(path, QOS_TLM_ENCODE_JSON);
             QosDb_SetFile(database_.c_str());
-            fmt::print(kLine, path.alias, source, gpb.records(), gpb.bytes(), gpb.batches.size(), json.bytes(),
+            fmt::print(kLine, shown(path.alias), source, gpb.records(), gpb.bytes(), gpb.batches.size(), json.bytes(),
                        json.batches.size());
             if (gpb.records() == 0 || json.records() != gpb.records()) {
                 throw std::runtime_error(
@@ -135,7 +137,7 @@ class Demo {
         request.encodeType = encoding;
         Pass pass = plugin_.runPass(path, request, kSubscriptionId);
         for (const std::string& message : pass.messages) {
-            fmt::print(stderr, "qos-host: {}\n", message);
+            report(message);
         }
         if (pass.result == QOS_TLM_RESULT_FAILED || !pass.messages.empty()) {
             throw std::runtime_error(fmt::format("sampling {} failed", path.alias));
@@ -171,7 +173,7 @@ void printQueues(const std::vector<Queue>& queues) {
     fmt::print(kLine, "interface", "queue", "pass pkt/s", "pass byte/s", "pass packets", "drop pkt/s", "drop packets");
     for (size_t index = 0; index < std::min(queues.size(), kShownQueues); ++index) {
         const Queue& queue = queues[index];
-        fmt::print(kLine, queue["interface-name"], queue["service-class"], queue["pass-packet-rate"],
+        fmt::print(kLine, shown(queue["interface-name"]), queue["service-class"], queue["pass-packet-rate"],
                    queue["pass-byte-rate"], queue["pass-packets"], queue["discard-packet-rate"],
                    queue["discard-packets"]);
     }

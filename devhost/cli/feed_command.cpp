@@ -1,5 +1,3 @@
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <chrono>
 #include <exception>
@@ -60,7 +58,7 @@ int runRounds(const FeedOptions& options, qosdb::Store& store, const WriteRound&
 int runKernelFeed(const FeedOptions& options) {
     qosdb::Store store(options.database, stopRequested);
     feed::NetlinkSocket kernel;
-    feed::KernelFeed feed(kernel, store, [](const std::string& line) { fmt::print(stderr, "qos-host: {}\n", line); });
+    feed::KernelFeed feed(kernel, store, [](const std::string& line) { report(line); });
     return runRounds(options, store,
                      [&] { return feed.round(Clock::now(), std::chrono::system_clock::now()).troubles; });
 }

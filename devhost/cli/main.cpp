@@ -7,9 +7,9 @@
 #include "devhost/cli/exit.h"
 #include "devhost/cli/output.h"
 #include "devhost/cli/stop.h"
+#include "devhost/cli/trouble.h"
 
 int main(int argc, char** argv) {
-    const auto report = [](const std::exception& error) { std::fprintf(stderr, "qos-host: %s\n", error.what()); };
     try {
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGXFSZ, SIG_IGN);  // a file at its size limit is a failed write
@@ -18,18 +18,18 @@ int main(int argc, char** argv) {
         host::flushOutput();
         return code;
     } catch (const host::UsageError& error) {
-        report(error);
+        host::report(error.what());
         return host::kUsage;
     } catch (const std::system_error& error) {
         if (std::ferror(stdout) == 0) {
-            report(error);
+            host::report(error.what());
         } else if (error.code() == std::errc::broken_pipe) {
             return host::kDone;  // the reader has seen enough
         } else {
-            report(std::system_error(error.code(), "cannot write the output"));
+            host::report(std::system_error(error.code(), "cannot write the output").what());
         }
     } catch (const std::exception& error) {
-        report(error);
+        host::report(error.what());
     }
     return host::kFailed;
 }

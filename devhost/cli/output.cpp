@@ -11,6 +11,7 @@
 
 #include "devhost/cli/catalogue.h"
 #include "devhost/cli/decode.h"
+#include "devhost/cli/shown.h"
 
 namespace host {
 
@@ -20,15 +21,16 @@ std::string tableText(const Catalogued& entry, const std::vector<Row>& rows) {
     std::vector<Row> lines = {entry.fieldNames()};
     lines.insert(lines.end(), rows.begin(), rows.end());
     std::vector<size_t> widths(lines.front().size());
-    for (const Row& line : lines) {
+    for (Row& line : lines) {
         for (size_t column = 0; column < line.size(); ++column) {
-            widths[column] = std::max(widths[column], line[column].size());
+            line[column] = shown(line[column]);
+            widths[column] = std::max(widths[column], countCharacters(line[column]));
         }
     }
     std::string text;
     for (const Row& line : lines) {
         for (size_t column = 0; column < line.size(); ++column) {
-            const std::string padding(widths[column] - line[column].size(), ' ');
+            const std::string padding(widths[column] - countCharacters(line[column]), ' ');
             const bool left =
                 entry.field(static_cast<int>(column)).type() == google::protobuf::FieldDescriptor::TYPE_STRING;
             text += fmt::format("{}{}{}", column == 0 ? "" : "  ", left ? line[column] : padding,

@@ -7,6 +7,7 @@
 #include "devhost/cli/commands.h"
 #include "devhost/cli/exit.h"
 #include "devhost/cli/host.h"
+#include "devhost/cli/shown.h"
 
 namespace host {
 
@@ -22,7 +23,7 @@ std::string thresholdText(const Catalogued& entry) {
 
 void printText(const std::vector<Path>& paths) {
     for (const Path& path : paths) {
-        fmt::print("{}\n  xpath        {}\n", path.alias, path.xpath);
+        fmt::print("{}\n  xpath        {}\n", shown(path.alias), shown(path.xpath));
         const Catalogued* entry = findInCatalogue(path.alias);
         if (entry == nullptr) {
             fmt::print("  not in this program's schema\n");
@@ -48,7 +49,7 @@ void printText(const std::vector<Path>& paths) {
 void printJson(const std::vector<Path>& paths) {
     const char* before = "[\n";
     for (const Path& path : paths) {
-        nlohmann::ordered_json item = {{"alias", path.alias}, {"xpath", path.xpath}};
+        nlohmann::ordered_json item = {{"alias", validUtf8(path.alias)}, {"xpath", validUtf8(path.xpath)}};
         if (const Catalogued* entry = findInCatalogue(path.alias)) {
             auto& fields = item["fields"] = nlohmann::ordered_json::array();
             for (int index = 0; index < entry->fieldCount(); ++index) {
@@ -60,7 +61,7 @@ void printJson(const std::vector<Path>& paths) {
             item["thresholds"] = entry->thresholdNames();
             item["batch-limit"] = entry->batchLimit;
         }
-        fmt::print("{}  {}", before, item.dump());
+        fmt::print("{}  {}", before, item.dump(-1, ' ', true));
         before = ",\n";
     }
     fmt::print("\n]\n");

@@ -85,7 +85,7 @@ void addCondition(QosTlmQueryParam& request, const std::string& alias, const Cat
         }
     }
     if (condition->kind == ConditionKind::pattern && hasBackReference(value)) {
-        refuse(R"(a pattern has no back-references, \1 to \9)");
+        refuse("a backslash before a digit refers back to a group, which no pattern does");
     }
     QosTlmCondition& added = request.conditions[request.conditionNum++];
     setText(added.fieldName, field);

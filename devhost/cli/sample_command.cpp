@@ -80,7 +80,7 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
         if (!pass.batches.empty()) {
             hint.clear();
         } else if (pass.result == QOS_TLM_RESULT_DONE && pass.messages.empty() && !hint.empty()) {
-            fmt::print(stderr, "qos-host: {}\n", std::exchange(hint, {}));
+            report(std::exchange(hint, {}));
         }
         const bool failed = pass.result == QOS_TLM_RESULT_FAILED;
         if (failed) {

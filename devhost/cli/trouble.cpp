@@ -4,12 +4,18 @@
 
 #include <cstdio>
 
+#include "devhost/cli/shown.h"
+
 namespace host {
+
+void report(std::string_view message) {
+    std::fputs(fmt::format("qos-host: {}\n", shown(message)).c_str(), stderr);
+}
 
 void Trouble::tell(const std::vector<std::string>& messages) {
     if (messages.empty()) {
         if (inARow_ > 0) {
-            fmt::print(stderr, "qos-host: {} goes on after {} without success\n", what_, inARow_);
+            report(fmt::format("{} goes on after {} without success", what_, inARow_));
         }
         inARow_ = 0;
         told_.clear();
@@ -19,7 +25,7 @@ void Trouble::tell(const std::vector<std::string>& messages) {
     ++inARow_;
     if (messages != told_) {
         for (const std::string& message : messages) {
-            fmt::print(stderr, "qos-host: {}\n", message);
+            report(message);
         }
         told_ = messages;
     }

@@ -1,16 +1,20 @@
 /*
- * What goes wrong in work that is repeated, told once: the same messages in a row are printed when they begin, and how
- * many attempts they cost when they are over.
+ * What goes wrong, on standard error. In work that is repeated it is told once: the same messages in a row are printed
+ * when they begin, and how many attempts they cost when they are over.
  */
 #ifndef DEVHOST_CLI_TROUBLE_H
 #define DEVHOST_CLI_TROUBLE_H
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace host {
+
+/* One message on standard error, in the form of shown.h. */
+void report(std::string_view message);
 
 class Trouble {
   public:
