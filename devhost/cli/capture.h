@@ -46,14 +46,13 @@ class CaptureReader {
     /* The next batch; none at the end of the file. */
     std::optional<CapturedBatch> next();
 
-    [[noreturn]] void fail(uint64_t offset, const std::string& what) const;
-
   private:
     struct Close {
         void operator()(FILE* file) const { std::fclose(file); }
     };
 
     std::string read(size_t size);
+    [[noreturn]] void fail(uint64_t offset, const std::string& what) const;
 
     std::string name_;
     std::unique_ptr<FILE, Close> file_;

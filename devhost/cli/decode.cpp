@@ -1,14 +1,18 @@
 #include "devhost/cli/decode.h"
 
 #include <fmt/format.h>
+#include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/dynamic_message.h>
 #include <google/protobuf/util/json_util.h>
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
 
+#include "devhost/cli/shown.h"
 #include "vexlor_qos.pb.h"
 
 namespace host {
@@ -41,13 +45,61 @@ void refuseUnknownFields(const Message& message) {
     }
 }
 
-vexlor_qos::Sample parseSample(std::string_view payload) {
-    vexlor_qos::Sample sample;
-    if (!sample.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
+// The messages of the schema with bytes in place of strings, which would have to be UTF-8: a name has any bytes.
+class BytesSchema {
+  public:
+    BytesSchema() {
+        google::protobuf::FileDescriptorProto file;
+        vexlor_qos::Sample::descriptor()->file()->CopyTo(&file);
+        for (auto& message : *file.mutable_message_type()) {
+            for (auto& field : *message.mutable_field()) {
+                if (field.type() == google::protobuf::FieldDescriptorProto::TYPE_STRING) {
+                    field.set_type(google::protobuf::FieldDescriptorProto::TYPE_BYTES);
+                }
+            }
+        }
+        const auto* built = pool_.BuildFile(file);
+        sample_ = factory_.GetPrototype(built->FindMessageTypeByName(vexlor_qos::Sample::descriptor()->name()));
+    }
+
+    std::unique_ptr<Message> newSample() const { return std::unique_ptr<Message>(sample_->New()); }
+
+  private:
+    google::protobuf::DescriptorPool pool_;
+    google::protobuf::DynamicMessageFactory factory_;
+    const Message* sample_;
+};
+
+std::unique_ptr<Message> parseSample(std::string_view payload) {
+    static const BytesSchema schema;
+    auto sample = schema.newSample();
+    if (!sample->ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
         throw std::runtime_error(fmt::format("the sample of {} bytes is no GPB message of the schema", payload.size()));
     }
-    refuseUnknownFields(sample);
+    refuseUnknownFields(*sample);
     return sample;
+}
+
+// Replaces the bytes of names that are no UTF-8.
+void makeTextsValid(Message& message) {
+    const Reflection& reflection = *message.GetReflection();
+    std::vector<const FieldDescriptor*> present;
+    reflection.ListFields(message, &present);
+    for (const FieldDescriptor* field : present) {
+        if (field->type() == FieldDescriptor::TYPE_BYTES) {
+            reflection.SetString(&message, field, validUtf8(reflection.GetString(message, field)));
+        } else if (field->is_repeated()) {
+            for (int index = 0; index < reflection.FieldSize(message, field); ++index) {
+                makeTextsValid(*reflection.MutableRepeatedMessage(&message, field, index));
+            }
+        } else if (field->cpp_type() == FieldDescriptor::CPPTYPE_MESSAGE) {
+            makeTextsValid(*reflection.MutableMessage(&message, field));
+        }
+    }
+}
+
+const Message& child(const Message& message, int number) {
+    return message.GetReflection()->GetMessage(message, message.GetDescriptor()->FindFieldByNumber(number));
 }
 
 std::string valueText(const Message& record, const FieldDescriptor& field) {
@@ -64,6 +116,42 @@ std::string valueText(const Message& record, const FieldDescriptor& field) {
         default:
             throw std::logic_error(fmt::format("field {} has type {}", field.full_name(), field.type_name()));
     }
+}
+
+// In a text that a JSON parser takes, a byte that is no UTF-8 is one of 256 private characters; so are the bytes of
+// such a character itself, so that the text comes back as it was.
+constexpr char32_t kByteCharacters = 0x10ff00;
+
+std::string withByteCharacters(std::string_view text) {
+    std::string valid;
+    while (!text.empty()) {
+        const auto [code, size] = firstCharacter(text);
+        if (code < kByteCharacters) {
+            valid += text.substr(0, size);
+        } else {
+            for (const char each : text.substr(0, size)) {
+                const auto byte = static_cast<unsigned char>(each);
+                valid += {'\xf4', '\x8f', static_cast<char>(0xbc | byte >> 6), static_cast<char>(0x80 | (byte & 0x3f))};
+            }
+        }
+        text.remove_prefix(size);
+    }
+    return valid;
+}
+
+// The text that withByteCharacters() was given.
+std::string withBytes(std::string_view valid) {
+    std::string text;
+    while (!valid.empty()) {
+        const auto [code, size] = firstCharacter(valid);
+        if (code < kByteCharacters) {
+            text += valid.substr(0, size);
+        } else {
+            text += static_cast<char>(code - kByteCharacters);
+        }
+        valid.remove_prefix(size);
+    }
+    return text;
 }
 
 // Receives the parser's events. A record is an object at qos/global-query/<container>/<list>/<element>.
@@ -119,7 +207,7 @@ class JsonRows : public nlohmann::json_sax<nlohmann::json> {
     bool number_integer(number_integer_t value) override { return store(std::to_string(value), {}); }
     bool number_unsigned(number_unsigned_t value) override { return store(std::to_string(value), kUnsigned); }
     bool number_float(number_float_t, const string_t& text) override { return store(text, kUnsigned); }
-    bool string(string_t& value) override { return store(std::move(value), {FieldDescriptor::TYPE_STRING}); }
+    bool string(string_t& value) override { return store(withBytes(value), {FieldDescriptor::TYPE_STRING}); }
 
     bool parse_error(size_t, const std::string&, const nlohmann::detail::exception& error) override {
         refuse(error.what());
@@ -130,7 +218,7 @@ class JsonRows : public nlohmann::json_sax<nlohmann::json> {
     static constexpr Types kUnsigned = {FieldDescriptor::TYPE_UINT32, FieldDescriptor::TYPE_UINT64};
 
     [[noreturn]] static void refuse(const std::string& what) {
-        throw std::runtime_error("the JSON sample does not fit the schema: " + what);
+        throw std::runtime_error("the JSON sample does not fit the schema: " + withBytes(what));
     }
 
     // Keeps the value that stands at the current place; types are those of the leaves that may have it.
@@ -159,16 +247,17 @@ class JsonRows : public nlohmann::json_sax<nlohmann::json> {
 }  // namespace
 
 std::vector<Row> decodeGpb(const Catalogued& path, std::string_view payload) {
-    const vexlor_qos::Sample sample = parseSample(payload);
-    const Message& globalQuery = sample.global_query();
-    const Message& container = globalQuery.GetReflection()->GetMessage(globalQuery, path.container);
+    const auto sample = parseSample(payload);
+    const Message& globalQuery = child(*sample, vexlor_qos::Sample::kGlobalQueryFieldNumber);
+    const Message& container = child(globalQuery, path.container->number());
     const Reflection& reflection = *container.GetReflection();
+    const FieldDescriptor* list = container.GetDescriptor()->FindFieldByNumber(path.list->number());
     std::vector<Row> rows;
-    for (int number = 0; number < reflection.FieldSize(container, path.list); ++number) {
-        const Message& record = reflection.GetRepeatedMessage(container, path.list, number);
+    for (int number = 0; number < reflection.FieldSize(container, list); ++number) {
+        const Message& record = reflection.GetRepeatedMessage(container, list, number);
         Row& row = rows.emplace_back();
         for (int index = 0; index < path.fieldCount(); ++index) {
-            row.push_back(valueText(record, path.field(index)));
+            row.push_back(valueText(record, *record.GetDescriptor()->field(index)));
         }
     }
     return rows;
@@ -176,7 +265,7 @@ std::vector<Row> decodeGpb(const Catalogued& path, std::string_view payload) {
 
 std::vector<Row> decodeJson(const Catalogued& path, std::string_view payload) {
     JsonRows rows(path);
-    nlohmann::json::sax_parse(payload, &rows);
+    nlohmann::json::sax_parse(withByteCharacters(payload), &rows);
     return rows.take();
 }
 
@@ -194,13 +283,39 @@ std::vector<Row> decodeBatches(const Catalogued& path, QosTlmEncodeType encoding
 }
 
 std::string gpbToJson(std::string_view payload) {
+    const auto sample = parseSample(payload);
+    makeTextsValid(*sample);
+    vexlor_qos::Sample valid;
+    valid.ParseFromString(sample->SerializeAsString());
     google::protobuf::util::JsonPrintOptions options;
     options.always_print_primitive_fields = true;
     std::string text;
-    if (const auto status = MessageToJsonString(parseSample(payload), &text, options); !status.ok()) {
+    if (const auto status = MessageToJsonString(valid, &text, options); !status.ok()) {
         throw std::runtime_error(fmt::format("the GPB sample cannot be written as JSON: {}", status.ToString()));
     }
-    return fmt::format(R"({{"vexlor-qos:qos":{}}})", text);
+    return printableJson(fmt::format(R"({{"vexlor-qos:qos":{}}})", text));
+}
+
+std::string printableJson(std::string_view payload) {
+    const std::string json = withByteCharacters(payload);
+    if (!nlohmann::json::accept(json)) {
+        throw std::runtime_error(fmt::format("the JSON sample of {} bytes is no JSON", payload.size()));
+    }
+    std::string text;
+    for (std::string_view rest = json; !rest.empty();) {
+        const auto [code, size] = firstCharacter(rest);
+        if (code >= kByteCharacters) {
+            text += fmt::format(R"(\\x{:02x})", code - kByteCharacters);
+        } else if (code < ' ') {
+            text += ' ';  // between values; in a string it would be no JSON
+        } else if (isPrintable(code)) {
+            text += rest.substr(0, size);
+        } else {
+            text += fmt::format(R"(\u{:04x})", static_cast<uint32_t>(code));
+        }
+        rest.remove_prefix(size);
+    }
+    return text;
 }
 
 }  // namespace host

@@ -1,7 +1,8 @@
 /*
  * Reads the payload of a sample, independently of the plug-in: GPB through libprotobuf and the schema's messages, JSON
  * through a JSON parser. Whatever does not fit the schema of the path (an unknown field or name, a missing leaf, a
- * value of another type) throws std::runtime_error.
+ * value of another type) throws std::runtime_error. Names may have any bytes: those that are no UTF-8 are no reason to
+ * refuse a sample, although both formats ask for UTF-8.
  */
 #ifndef DEVHOST_CLI_DECODE_H
 #define DEVHOST_CLI_DECODE_H
@@ -16,7 +17,7 @@
 
 namespace host {
 
-/* One record: a text for each field of the path, in the schema's order. */
+/* One record: a text for each field of the path, in the schema's order; names with the bytes that they have. */
 using Row = std::vector<std::string>;
 
 /* Numbers are shown with all their digits. */
@@ -31,6 +32,13 @@ std::vector<Row> decodeBatches(const Catalogued& path, QosTlmEncodeType encoding
 
 /* A GPB payload as one line of JSON by RFC 7951: 64-bit numbers as strings, the top name with its module. */
 std::string gpbToJson(std::string_view payload);
+
+/*
+ * A JSON payload on one line, fit for a terminal: the same values, with escapes for control characters and those that
+ * turn the direction of writing. A byte that is no UTF-8 stands in its string as the four characters \xNN, here and in
+ * gpbToJson().
+ */
+std::string printableJson(std::string_view payload);
 
 }  // namespace host
 

@@ -65,14 +65,12 @@ int runDecode(const DecodeOptions& options) {
             code = kFailed;
         }
         last = batch.hostArg2;
-        try {
-            printBatches({&batch, 1}, captured->alias, captured->encoding, options.output);
-        } catch (const std::system_error&) {
-            throw;
-        } catch (const std::runtime_error& error) {
-            flushOutput();
-            reader.fail(captured->offset, error.what());
-        }
+        printBatches({&batch, 1}, captured->alias, captured->encoding, options.output,
+                     [&](const Batch&, const std::string& what) {
+                         flushOutput();
+                         report(fmt::format("'{}', byte {}: {}", options.file, captured->offset, what));
+                         code = kFailed;
+                     });
     }
     return code;
 }

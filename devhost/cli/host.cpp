@@ -155,11 +155,11 @@ Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t s
             onBatch(received.batches.back());
         }
     } while (pass.result == QOS_TLM_RESULT_MORE && sent && !stopRequested());
-    if (pass.result == QOS_TLM_RESULT_MORE && !sent) {
-        throw std::runtime_error(fmt::format("{} says that records remain, but sends none", path.alias));
-    }
     pass.batches = std::exchange(received.batches, {});
     pass.messages = std::exchange(received.messages, {});
+    if (pass.result == QOS_TLM_RESULT_MORE && !sent) {
+        pass.messages.push_back(fmt::format("{} says that records remain, but sends none", path.alias));
+    }
     return pass;
 }
 

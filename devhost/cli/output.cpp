@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iterator>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -61,23 +62,29 @@ std::string hexText(std::string_view payload) {
 }  // namespace
 
 void printBatches(std::span<const Batch> batches, const std::string& alias, QosTlmEncodeType encoding,
-                  const std::string& output) {
-    if (batches.empty()) {
-        return;
-    }
-    if (output == "table") {
-        const Catalogued* entry = findInCatalogue(alias);
-        if (entry == nullptr) {
-            throw std::runtime_error(fmt::format("the schema of {} is not in this program", alias));
-        }
-        fmt::print("{}", tableText(*entry, decodeBatches(*entry, encoding, batches)));
-    }
+                  const std::string& output, const OnFault& onFault) {
+    const Catalogued* entry = findInCatalogue(alias);
+    std::vector<Row> rows;
     for (const Batch& batch : batches) {
-        if (output == "json") {
-            fmt::print("{}\n", encoding == QOS_TLM_ENCODE_GPB ? gpbToJson(batch.payload) : batch.payload);
-        } else if (output == "hex") {
-            fmt::print("{}", hexText(batch.payload));
+        try {
+            if (output == "table") {
+                if (entry == nullptr) {
+                    throw std::runtime_error(fmt::format("the schema of {} is not in this program", alias));
+                }
+                std::ranges::move(decodeBatches(*entry, encoding, {&batch, 1}), std::back_inserter(rows));
+            } else if (output == "json") {
+                fmt::print("{}\n", (encoding == QOS_TLM_ENCODE_GPB ? gpbToJson : printableJson)(batch.payload));
+            } else if (output == "hex") {
+                fmt::print("{}", hexText(batch.payload));
+            }
+        } catch (const std::system_error&) {
+            throw;
+        } catch (const std::runtime_error& error) {
+            onFault(batch, error.what());
         }
+    }
+    if (!rows.empty()) {
+        fmt::print("{}", tableText(*entry, rows));
     }
 }
 

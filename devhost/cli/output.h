@@ -1,11 +1,11 @@
 /*
- * Shows samples on standard output. Every function throws std::system_error when that cannot be written to, and
- * std::runtime_error for a payload that does not fit the schema.
+ * Shows samples on standard output. Every function throws std::system_error when that cannot be written to.
  */
 #ifndef DEVHOST_CLI_OUTPUT_H
 #define DEVHOST_CLI_OUTPUT_H
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -17,9 +17,12 @@ namespace host {
 /* The values of --output. */
 inline const std::vector<std::string> kOutputs = {"table", "json", "hex", "none"};
 
-/* Batches of one path, in one encoding, in one of the forms above. */
+/* Told of a batch that cannot be shown, and why: its payload does not fit the schema. */
+using OnFault = std::function<void(const Batch& batch, const std::string& what)>;
+
+/* Batches of one path, in one encoding, in one of the forms above; those that cannot be shown are left out. */
 void printBatches(std::span<const Batch> batches, const std::string& alias, QosTlmEncodeType encoding,
-                  const std::string& output);
+                  const std::string& output, const OnFault& onFault);
 
 /* One line: what the pass brought, and the running numbers of its batches. */
 void printSummary(uint64_t number, const Pass& pass);

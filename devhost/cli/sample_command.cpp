@@ -72,7 +72,10 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     std::string hint = patternHint(request, path.alias, findInCatalogue(path.alias));
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
         Pass pass = plugin.runPass(path, request, kSubscriptionId, keep);
-        printBatches(pass.batches, path.alias, options.encodeType(), options.output);
+        printBatches(pass.batches, path.alias, options.encodeType(), options.output,
+                     [&](const Batch& batch, const std::string& what) {
+                         pass.messages.push_back(fmt::format("batch {}: {}", batch.hostArg2, what));
+                     });
         if (options.output != "json") {
             printSummary(number, pass);
         }
