@@ -34,7 +34,6 @@ using namespace std::chrono_literals;
 
 constexpr const char* kAlias = "queue-statistics";
 constexpr uint32_t kSubscriptionId = 1;
-constexpr int kStopped = 128 + 2;  // what a program that SIGINT ends is reported as
 constexpr size_t kShownQueues = 16;
 
 class TemporaryDirectory {
@@ -44,17 +43,20 @@ class TemporaryDirectory {
             throw std::system_error(errno, std::generic_category(), "cannot make a directory " + path_);
         }
     }
-    ~TemporaryDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
+    ~TemporaryDirectory() { remove(); }
     TemporaryDirectory(const TemporaryDirectory&) = delete;
     TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
     std::string file(const char* name) const { return path_ + "/" + name; }
 
   private:
+    void remove() const {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
     std::string path_;
+    AtForcedStop atForcedStop_{[this] { remove(); }};
 };
 
 /* A record whose values are found by the names of the schema. */
@@ -139,6 +141,9 @@ class Demo {
         for (const std::string& message : pass.messages) {
             report(message);
         }
+        if (stopRequested()) {
+            throw Stopped();
+        }
         if (pass.result == QOS_TLM_RESULT_FAILED || !pass.messages.empty()) {
             throw std::runtime_error(fmt::format("sampling {} failed", path.alias));
         }
@@ -182,14 +187,18 @@ void printQueues(const std::vector<Queue>& queues) {
     }
 }
 
-// A round each second; false when the stop was requested.
-bool showRounds(Demo& demo, uint32_t seconds) {
+void sleepUntil(Clock::time_point time) {
+    if (waitUntil(time)) {
+        throw Stopped();
+    }
+}
+
+// A round each second.
+void showRounds(Demo& demo, uint32_t seconds) {
     demo.feed();
     const auto begin = Clock::now();
     for (uint32_t second = 1; second <= seconds; ++second) {
-        if (waitUntil(begin + std::chrono::seconds(second))) {
-            return false;
-        }
+        sleepUntil(begin + std::chrono::seconds(second));
         demo.feed();
         const Sample gpb = demo.sample(QOS_TLM_ENCODE_GPB);
         const Sample json = demo.sample(QOS_TLM_ENCODE_JSON);
@@ -199,7 +208,6 @@ bool showRounds(Demo& demo, uint32_t seconds) {
         printSample(json);
         flushOutput();
     }
-    return true;
 }
 
 void printAllPaths(Demo& demo, const std::string& simulated) {
@@ -245,24 +253,21 @@ size_t compare(const Sample& sample, const std::vector<ClassCounters>& classes) 
     return equal;
 }
 
-// Waits until nothing is queued any more; false when the stop was requested.
-bool drain(const Lab& lab) {
+// Waits until nothing is queued any more.
+void drain(const Lab& lab) {
     const auto deadline = Clock::now() + 5s;
     const auto queued = [](const ClassCounters& counters) { return counters.queued != 0; };
     while (std::ranges::any_of(lab.readClasses(), queued)) {
         if (Clock::now() > deadline) {
             throw std::runtime_error("the lab's queues do not empty");
         }
-        if (waitUntil(Clock::now() + 50ms)) {
-            return false;
-        }
+        sleepUntil(Clock::now() + 50ms);
     }
-    return true;
 }
 
 int checkAgainstTc(Demo& demo, const Lab& lab) {
     constexpr int kAttempts = 5;
-    for (int attempt = 0; attempt < kAttempts && !stopRequested(); ++attempt) {
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const std::vector<ClassCounters> classes = lab.readClasses();
         demo.feed();
         const Sample samples[] = {demo.sample(QOS_TLM_ENCODE_GPB), demo.sample(QOS_TLM_ENCODE_JSON)};
@@ -284,9 +289,6 @@ int checkAgainstTc(Demo& demo, const Lab& lab) {
         }
         return good ? kDone : kFailed;
     }
-    if (stopRequested()) {
-        return kStopped;
-    }
     throw std::runtime_error("the lab's counters do not come to rest");
 }
 
@@ -304,9 +306,7 @@ std::unique_ptr<Lab> makeLab() {
     }
 }
 
-}  // namespace
-
-int runDemo(const DemoOptions& options, const std::string& pluginFile) {
+int runDemoToItsEnd(const DemoOptions& options, const std::string& pluginFile) {
     const TemporaryDirectory directory;
     const std::string database = options.database.empty() ? directory.file("qos.db") : options.database;
     const std::unique_ptr<Lab> lab = makeLab();
@@ -315,15 +315,24 @@ int runDemo(const DemoOptions& options, const std::string& pluginFile) {
     if (lab) {
         lab->startTraffic();
     }
-    if (!showRounds(demo, options.seconds)) {
-        return kStopped;
-    }
+    showRounds(demo, options.seconds);
     printAllPaths(demo, directory.file("simulated.db"));
     if (!lab) {
         return kDone;
     }
     lab->stopTraffic();
-    return drain(*lab) ? checkAgainstTc(demo, *lab) : kStopped;
+    drain(*lab);
+    return checkAgainstTc(demo, *lab);
+}
+
+}  // namespace
+
+int runDemo(const DemoOptions& options, const std::string& pluginFile) {
+    try {
+        return runDemoToItsEnd(options, pluginFile);
+    } catch (const Stopped&) {
+        return stopCode();
+    }
 }
 
 }  // namespace host

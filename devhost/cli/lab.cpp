@@ -5,9 +5,11 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +22,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "devhost/cli/stop.h"
 #include "devhost/feed/netns.h"
 
 namespace host {
@@ -100,11 +103,19 @@ std::string runHere(const Command& command) {
         throw std::system_error(error, std::generic_category(), fmt::format("cannot start '{}'", command[0]));
     }
 
+    const Descriptor ended(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    const bool stopped = ended.get() >= 0 && waitForInput(ended.get());
+    if (stopped) {
+        kill(process, SIGKILL);
+    }
     int status = 0;
     while (waitpid(process, &status, 0) < 0) {
         if (errno != EINTR) {
             throwErrno(fmt::format("cannot wait for '{}'", command[0]));
         }
+    }
+    if (stopped) {
+        throw Stopped();
     }
     std::string text = readAll(output.get());
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {

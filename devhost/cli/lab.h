@@ -5,7 +5,8 @@
  *
  * The namespaces are held by descriptors of this process and nothing else: the kernel removes them, with the interfaces
  * and their queues, when the lab goes or the process ends in whatever way. Nothing outside of them is touched. Needs
- * root, the kernel's veth and HTB, and the programs ip and tc; used by one thread.
+ * root, the kernel's veth and HTB, and the programs ip and tc, the wait for which a stop ends (Stopped); used by one
+ * thread.
  */
 #ifndef DEVHOST_CLI_LAB_H
 #define DEVHOST_CLI_LAB_H

@@ -47,12 +47,13 @@ feed() { # NAME OPTIONS...
     qos-host feed sim --every 20ms "${@:2}" >"$1.out" 2>>"$1.err" 3>&- &
     eval "$1_pid=$!"
 }
-# Ends NAME with a signal and checks its exit code.
-stop() { # NAME CODE [SIGNAL]
-    local pid=$1_pid code=0
+# Ends NAME with a signal and checks its exit code and the time that it takes, which is a second and more on a busy machine.
+stop() { # NAME CODES [SIGNAL]
+    local pid=$1_pid code=0 begin=${EPOCHREALTIME/./}
     kill -s "${3:-TERM}" "${!pid}" 2>/dev/null || complain "$1 has ended by itself: $(cat "$1.err")"
     wait "${!pid}" 2>/dev/null || code=$?
-    [ "$code" -eq "$2" ] || complain "$1 ends with $code, not $2: $(cat "$1.err")"
+    [ $((${EPOCHREALTIME/./} - begin)) -lt 3000000 ] || complain "$1 takes more than 3 s to end"
+    [[ $code =~ ^($2)$ ]] || complain "$1 ends with $code, not $2: $(cat "$1.err")"
 }
 # Messages of NAME that match a pattern, however often the cause was met.
 told() { # NAME PATTERN TIMES
@@ -83,7 +84,7 @@ fresh() { # a database of 128 queues, nobody has it open
 
 killed_by_signals() {
     local signal code form
-    for signal in KILL TERM INT; do
+    for signal in KILL TERM INT HUP; do
         code=$([ $signal = KILL ] && echo 137 || echo 0)
         fresh
         feed writer --db q.db
@@ -106,6 +107,63 @@ killed_by_signals() {
         qos-host sample queue-statistics --db q.db --output none >after || complain "no sample after SIG$signal"
         sound q.db
     done
+}
+
+# Whatever a command is doing, a signal ends it.
+blocked() {
+    begin() { # NAME COMMAND...
+        "${@:2}" 2>"$1.err" &
+        eval "$1_pid=$!"
+        sleep 0.5
+    }
+    fresh
+    qos-host sample queue-statistics --db q.db --output none --capture q.cap >q.out
+    mkfifo full silent closed hold
+    exec 3<>full 4<>silent
+    head -c 65536 /dev/zero >&3
+    begin writing qos-host decode q.cap --output hex >full
+    begin sampling qos-host sample queue-statistics --db q.db --every 1ms >full
+    begin opening qos-host decode closed
+    begin reading qos-host decode silent
+    begin large qos-host feed sim --slots 64 --ports 1024 --db large.db
+    stop writing 143
+    stop sampling 130 INT
+    stop opening 129 HUP
+    stop reading 143
+    stop large '0|143'
+    qos-host sample queue-statistics --db large.db --output none >q.out 2>large.err
+    [ $? -le 1 ] || complain "the database of a feed that was ended: $(cat large.err)"
+
+    # The others wait for the database.
+    sqlite3 q.db <hold >locked.out 2>&1 &
+    exec 5>hold
+    echo 'PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; DELETE FROM queue_stat; SELECT "held";' >&5
+    await grep -q held locked.out
+    begin waiting qos-host sample queue-statistics --db q.db --every 1ms >q.out
+    begin feeding qos-host feed sim --db q.db --every 1ms
+    stop waiting '0|1|143'
+    stop feeding '0|1|143'
+    exec 5>&-
+
+    # The demo leaves nothing, neither what it starts nor what it makes, even when nobody reads what it prints.
+    mkdir tmp programs
+    printf '#!/bin/sh\necho $$ >>children; exec sleep 99\n' >programs/ip
+    chmod +x programs/ip
+    for signal in 'TERM 143' 'INT 130' 'HUP 129'; do
+        begin demo env TMPDIR=tmp PATH="programs:$PATH" qos-host demo >q.out
+        stop demo "${signal#* }" "${signal% *}"
+    done
+    begin demo env TMPDIR=tmp qos-host demo >full
+    stop demo 143
+    [ -z "$(ls tmp)" ] || complain "the demo leaves $(ls tmp)"
+    for child in $(cat children); do # none where there is no lab
+        kill -0 "$child" 2>no.err && complain "the demo leaves a child"
+    done
+
+    begin ignoring nohup qos-host sample queue-statistics --db large.db --every 1h >q.out
+    kill -HUP "$ignoring_pid"
+    sleep 0.2
+    stop ignoring '0|1'
 }
 
 removed() {
