@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <concepts>
 #include <functional>
 #include <limits>
 
@@ -15,6 +17,9 @@
 namespace host {
 
 namespace {
+
+constexpr auto kMost32 = std::numeric_limits<uint32_t>::max();
+constexpr auto kMost64 = std::numeric_limits<uint64_t>::max();
 
 /* What the arguments come to; the program's options live in it while it is parsed and run. */
 struct CommandLine {
@@ -45,6 +50,26 @@ void addDurationOption(CLI::App& command, const std::string& name, std::chrono::
     if (value.count() != 0) {
         option->default_str(durationText(value));
     }
+}
+
+// An option that takes a whole number in decimal digits and nothing else.
+template <class Value, std::unsigned_integral Number = uint32_t>
+CLI::Option* addNumberOption(CLI::App& command, const std::string& name, Value& value, Number least, Number most,
+                             const std::string& description) {
+    return command
+        .add_option_function<std::string>(
+            name,
+            [=, &value](const std::string& text) {
+                Number number = 0;
+                const char* end = text.data() + text.size();
+                const auto [rest, error] = std::from_chars(text.data(), end, number);
+                if (error != std::errc{} || rest != end || number < least || number > most) {
+                    throw UsageError(fmt::format("{}: '{}' is no whole number from {} to {}", name, text, least, most));
+                }
+                value = number;
+            },
+            description)
+        ->type_name("NUMBER");
 }
 
 void addOutputOption(CLI::App& command, std::string& value) {
@@ -83,14 +108,11 @@ void addSampleCommand(CLI::App& app, CommandLine& line) {
         ->check(CLI::IsMember({"and", "second"}))
         ->default_str("and");
     addDurationOption(*command, "--every", options.every, "Begin a pass in each such span, until --count or Ctrl-C");
-    command->add_option("--count", options.count, "Passes to make (1 without --every)")
-        ->check(CLI::Range(uint64_t{1}, std::numeric_limits<uint64_t>::max()))
-        ->type_name("NUMBER");
-    command->add_option("--period", options.period, "Send a record at most once in so many seconds")
+    addNumberOption(*command, "--count", options.count, uint64_t{1}, kMost64, "Passes to make (1 without --every)");
+    addNumberOption(*command, "--period", options.period, 0u, kMost32, "Send a record at most once in so many seconds")
         ->type_name("SECONDS");
-    command
-        ->add_option("--suppress-redundant", options.redundantPeriod,
-                     "Send a record when it changed, or after so many seconds")
+    addNumberOption(*command, "--suppress-redundant", options.redundantPeriod, 0u, kMost32,
+                    "Send a record when it changed, or after so many seconds")
         ->type_name("SECONDS");
     addOutputOption(*command, options.output);
     command->add_option("--capture", options.capture, "Keep the samples in this new file, for qos-host decode")
@@ -110,7 +132,7 @@ void addFeedOptions(CLI::App& source, FeedOptions& options) {
         ->envname("NIVEX_QOS_DB")
         ->required();
     addDurationOption(source, "--every", options.every, "Write a round in each such span");
-    source.add_option("--count", options.count, "Rounds to write, then end")->check(CLI::PositiveNumber);
+    addNumberOption(source, "--count", options.count, uint64_t{1}, kMost64, "Rounds to write, then end");
 }
 
 void addFeedCommand(CLI::App& app, CommandLine& line) {
@@ -127,12 +149,14 @@ void addFeedCommand(CLI::App& app, CommandLine& line) {
     addFeedOptions(*sim, line.simFeed);
     feed::SimOptions& device = line.simFeed.device;
     const auto addNumber = [sim](const char* name, uint32_t& value, uint32_t least, uint32_t most, const char* what) {
-        sim->add_option(name, value, what)->check(CLI::Range(least, most))->capture_default_str();
+        addNumberOption(*sim, name, value, least, most, fmt::format("{}, {} to {}", what, least, most))
+            ->default_str(std::to_string(value));
     };
     addNumber("--slots", device.slots, 1, feed::SimOptions::kMaxSlots, "Slots, with a chip each");
     addNumber("--ports", device.ports, 1, feed::SimOptions::kMaxPorts, "Ports of each slot");
     addNumber("--load", device.load, 0, feed::SimOptions::kMaxLoad, "Arrivals in percent of the ports' rate");
-    sim->add_option("--seed", device.seed, "Another number, another traffic")->capture_default_str();
+    addNumberOption(*sim, "--seed", device.seed, uint64_t{0}, kMost64, "Another number, another traffic")
+        ->default_str(std::to_string(device.seed));
     addNumber("--speed", line.simFeed.speed, 1, SimFeedOptions::kMaxSpeed, "How many times as fast time passes");
     sim->callback([&] { line.action = [&] { return runSimFeed(line.simFeed); }; });
 
@@ -149,9 +173,8 @@ void addFeedCommand(CLI::App& app, CommandLine& line) {
 void addDemoCommand(CLI::App& app, CommandLine& line) {
     CLI::App* command =
         app.add_subcommand("demo", "Show the plug-in sampling a kernel's queues that fill and overflow");
-    command->add_option("--seconds", line.demo.seconds, "How long to send and sample")
-        ->check(CLI::Range(1, 3600))
-        ->capture_default_str();
+    addNumberOption(*command, "--seconds", line.demo.seconds, 1u, 3600u, "How long to send and sample, 1 to 3600")
+        ->default_str(std::to_string(line.demo.seconds));
     addDatabaseOption(*command, line.demo.database, "Keep the database in this file, for looking at it");
     command->callback([&] { line.action = [&] { return runDemo(line.demo, line.pluginFile); }; });
 }
