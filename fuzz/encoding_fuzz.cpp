@@ -10,11 +10,10 @@
 #include "fuzz/input.h"
 #include "fuzz/platform.h"
 #include "nivex_qos/encode.h"
-#include "nivex_qos/plugin.h"
 #include "platform/host_framework.h"
 
+using fake::platform;
 using fuzz::Input;
-using fuzz::platform;
 using google::protobuf::UnknownField;
 using google::protobuf::UnknownFieldSet;
 using nlohmann::ordered_json;
@@ -144,10 +143,8 @@ std::optional<std::string> encode(const QosTlmNode* top, uint32_t encodeType) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const uint32_t started = QOS_TLM_InitPlugin(7);
-    REQUIRE(started == 0);
+    fuzz::beginInput();
     Input input(data, size);
-    platform = {};
     platform.untilFailure = input.byte();
     QosTlmNode* top = QOS_TLM_CreateNode("top", readFieldNumber(input), QOS_TLM_REPEAT_NONE);
     if (top == nullptr) {
@@ -170,6 +167,6 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         REQUIRE(QOS_TLM_EstimatePackageSize(top, QOS_TLM_ENCODE_JSON) == json->size());
     }
     QOS_TLM_ReleaseNode(top);
-    REQUIRE(platform.blocks == 0);
+    REQUIRE(fake::liveBlocks() == 0);
     return 0;
 }

@@ -7,10 +7,10 @@
 #include "devhost/cli/decode.h"
 #include "fuzz/input.h"
 #include "fuzz/platform.h"
-#include "nivex_qos/plugin.h"
+#include "nivex_qos/tracking.h"
 
+using fake::platform;
 using fuzz::Input;
-using fuzz::platform;
 
 namespace {
 
@@ -53,14 +53,76 @@ std::unique_ptr<QosTlmQueryParam> readRequest(Input& input) {
     return request;
 }
 
-void requireDecodes(uint32_t family, uint32_t encodeType) {
+bool isAscii;  // all texts of the tables
+
+// What the rows of all tables are made of: a row reads its columns from its number times step on; the bytes repeat.
+struct RowBytes {
+    std::string_view bytes;
+    uint32_t step;
+    bool distinctKeys;  // keys are the row's number
+
+    uint32_t row = 0;
+    size_t cursor = 0;
+
+    uint8_t next() { return bytes.empty() ? 0 : static_cast<uint8_t>(bytes[cursor++ % bytes.size()]); }
+    template <std::unsigned_integral Number>
+    void read(bool isKey, Number& value) {
+        uint64_t number = row + 1;
+        for (size_t i = 0; i < sizeof value && !(isKey && distinctKeys); ++i) {
+            number = number << 8 | next();
+        }
+        value = static_cast<Number>(number);
+    }
+    void read(bool isKey, std::optional<std::string>& value) {
+        value = std::to_string(row + 1);
+        if (isKey && distinctKeys) {
+            return;
+        }
+        const uint8_t length = next();
+        value = std::string(length < 0xF0 ? length % 32 : 32, '\0');
+        std::generate(value->begin(), value->end(), [this] { return static_cast<char>(next()); });
+        isAscii &= std::all_of(value->begin(), value->end(), [](char c) { return static_cast<uint8_t>(c) < 0x80; });
+        if (length == 0xFF) {
+            value.reset();
+        }
+    }
+};
+
+#define FUZZ_ROLE_KEY true
+#define FUZZ_ROLE_VALUE false
+#define FUZZ_COLUMN(table, column, kind, role) from.read(FUZZ_ROLE_##role, row.column);
+#define FUZZ_TABLE(table, columns)                        \
+    platform.tables.table.resize(rowCount);               \
+    for (from.row = 0; from.row < rowCount; ++from.row) { \
+        auto& row = platform.tables.table[from.row];      \
+        from.cursor = size_t{from.row} * from.step;       \
+        columns(FUZZ_COLUMN, table)                       \
+    }
+void fillTables(RowBytes from, uint32_t rowCount) {
+    isAscii = true;
+    QOS_DB_TABLES(FUZZ_TABLE)
+}
+
+size_t sentKeys() {
+    size_t count = 0;
+    for (const auto& buckets : g_qosTlmHashData) {
+        for (const QosTlmHashNode& bucket : buckets) {
+            for (const QosTlmHashNode* node = bucket.next; node != nullptr; node = node->next) {
+                ++count;
+            }
+        }
+    }
+    return count;
+}
+
+void requireDecodes(uint32_t family, uint32_t encodeType, const QosTlmSampleData& sample) {
     const host::Catalogued* path = host::findInCatalogue(g_qosTlmTaskMap[family].xpathAlias);
     REQUIRE(path != nullptr);
     try {
         const auto decode = encodeType == QOS_TLM_ENCODE_GPB ? host::decodeGpb : host::decodeJson;
-        const size_t records = decode(*path, platform.payload).size();
+        const size_t records = decode(*path, {reinterpret_cast<const char*>(sample.data), sample.dataLen}).size();
         // A chip whose slot is no number is sent, but does not count.
-        REQUIRE(records == platform.recordCount || (family == QOS_TLM_FAMILY_TM_BUF && records > platform.recordCount));
+        REQUIRE(records == sample.recordCount || (family == QOS_TLM_FAMILY_TM_BUF && records > sample.recordCount));
     } catch (const std::runtime_error& error) {
         std::fprintf(stderr, "%s\n", error.what());
         std::abort();
@@ -68,20 +130,19 @@ void requireDecodes(uint32_t family, uint32_t encodeType) {
 }
 
 uint32_t sample(uint32_t family, const QosTlmQueryParam& request) {
-    platform.uploads = 0;
+    platform.uploads.clear();
     platform.hasFailed = false;
-    platform.isAscii = true;
     const uint32_t result = g_qosTlmTaskMap[family].queryFunc(1, 2, &request);
     REQUIRE(result <= QOS_TLM_RESULT_FAILED);
     REQUIRE(result != QOS_TLM_RESULT_FAILED || platform.hasFailed || request.encodeType > QOS_TLM_ENCODE_JSON);
-    REQUIRE(platform.objects == 0);
-    REQUIRE(platform.blocks == fuzz::sentKeys());
-    REQUIRE(platform.uploads <= 1);
-    if (platform.uploads == 1) {
+    REQUIRE(fake::liveObjects() == 0);
+    REQUIRE(fake::liveBlocks() == sentKeys());
+    REQUIRE(platform.uploads.size() <= 1);
+    for (const auto& [moduleId, sample] : platform.uploads) {
         REQUIRE(result != QOS_TLM_RESULT_FAILED);
-        REQUIRE(platform.recordCount > 0);
-        if (platform.isAscii && !platform.hasFailed) {
-            requireDecodes(family, request.encodeType);
+        REQUIRE(sample.recordCount > 0);
+        if (isAscii && !platform.hasFailed) {
+            requireDecodes(family, request.encodeType, sample);
         }
     }
     return result;
@@ -90,23 +151,19 @@ uint32_t sample(uint32_t family, const QosTlmQueryParam& request) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const uint32_t started = QOS_TLM_InitPlugin(7);
-    REQUIRE(started == 0);
+    fuzz::beginInput();
     Input input(data, size);
-    platform = {};
     const auto request = readRequest(input);
     const QosTlmQueryParam before = *request;
 
     const uint8_t flags = input.byte();
     REQUIRE(QOS_TLM_SetBatchPolicy(flags % 2) == 0);
-    platform.distinctKeys = flags >> 1 & 1;
-    platform.rowStep = flags >> 2 & 7;
     const uint8_t rows = input.byte();
-    platform.rowCount = rows < 0xFC ? rows % 8 : 140;  // beyond the limit of some paths
+    const uint32_t rowCount = rows < 0xFC ? rows % 8 : 140;  // beyond the limit of some paths
     platform.failureCode = 1 + input.byte();
-    const auto calls = static_cast<uint8_t>(1 + input.below(platform.rowCount < 100 ? 5 : 3));
+    const auto calls = static_cast<uint8_t>(1 + input.below(rowCount < 100 ? 5 : 3));
     const std::string_view turns = input.bytes(size_t{4} * calls);
-    platform.rowBytes = input.rest();
+    fillTables({input.rest(), flags >> 2 & 7u, (flags >> 1 & 1) != 0}, rowCount);
 
     std::set<uint32_t> families;
     for (Input turn(reinterpret_cast<const uint8_t*>(turns.data()), turns.size()); !turn.isOver();) {
@@ -121,13 +178,17 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     REQUIRE(memcmp(&before, request.get(), sizeof before) == 0);
 
     // Over an empty table every pass ends.
-    platform.rowCount = 0;
+    platform.tables = {};
     platform.untilFailure = 0;
     request->encodeType = QOS_TLM_ENCODE_GPB;
     for (const uint32_t family : families) {
         REQUIRE(sample(family, *request) == QOS_TLM_RESULT_DONE);
     }
-    fuzz::forget();
-    REQUIRE(platform.blocks == 0);
+    for (uint32_t family = 0; family < QOS_TLM_FAMILY_NUM; ++family) {
+        QOS_HashRelease(family);
+    }
+    memset(g_qosTlmHisData, 0, sizeof g_qosTlmHisData);
+    memset(g_qosTlmStatTime, 0, sizeof g_qosTlmStatTime);
+    REQUIRE(fake::liveBlocks() == 0);
     return 0;
 }

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "platform/bounded.h"
@@ -35,9 +36,9 @@ struct Plan {
 struct DbObject {
     const void* table;
     size_t rowCount;
-    size_t position = 0;             // 1 = on the first row
-    DbObject* iterator = nullptr;    // its address is the iterator
-    std::deque<std::string> lent{};  // texts handed out, gone with the next row
+    size_t position = 0;                          // 1 = on the first row
+    DbObject* iterator = nullptr;                 // its address is the iterator
+    std::vector<std::unique_ptr<char[]>> lent{};  // texts handed out, gone with the next row
 };
 
 std::map<std::string, Plan, std::less<>> plans;
@@ -58,7 +59,12 @@ Plan& planOf(std::string_view function) {
 // Notes a call of a platform function; answers whether, and with what code, it is to fail.
 std::optional<uint32_t> failureOf(const char* function) {
     if (platform.quick) {
-        return std::nullopt;
+        if (platform.untilFailure == 0 || --platform.untilFailure != 0) {
+            return std::nullopt;
+        }
+        platform.untilFailure = platform.nextFailure;
+        platform.hasFailed = true;
+        return platform.failureCode;
     }
     platform.calls.push_back(function);
     Plan& plan = planOf(function);
@@ -68,6 +74,13 @@ std::optional<uint32_t> failureOf(const char* function) {
     }
     plan.failed = true;
     return plan.code;
+}
+
+// Notes a call of one that cannot fail.
+void noteCall(const char* function) {
+    if (!platform.quick) {
+        (void)failureOf(function);
+    }
 }
 
 #define MAY_FAIL(function)                       \
@@ -107,7 +120,7 @@ uint32_t createObject(const char* function, const std::vector<Row>& table, uint3
 }
 
 void releaseObject(const char* function, void* object) {
-    (void)failureOf(function);
+    noteCall(function);
     ASSERT_EQ(objects.erase(object), 1u) << function << " of an object that does not exist";
     delete static_cast<DbObject*>(object);
 }
@@ -117,7 +130,11 @@ void handOut(DbObject&, const T& field, T* value) {
     *value = field;
 }
 void handOut(DbObject& object, const std::optional<std::string>& field, const char** value) {
-    *value = field ? object.lent.emplace_back(*field).c_str() : nullptr;
+    *value = nullptr;
+    if (field) {
+        char* lent = object.lent.emplace_back(std::make_unique<char[]>(strlen(field->c_str()) + 1)).get();
+        *value = strcpy(lent, field->c_str());
+    }
 }
 
 template <typename Row, typename Field, typename Value>
@@ -146,7 +163,9 @@ int boundedResult(const char* function, const void* dest, const void* source, bo
     if (const auto code = failureOf(function)) {
         return static_cast<int>(*code);
     }
-    return dest == nullptr || source == nullptr ? EINVAL : fits ? 0 : ERANGE;
+    const int result = dest == nullptr || source == nullptr ? EINVAL : fits ? 0 : ERANGE;
+    platform.hasFailed |= result != 0;
+    return result;
 }
 
 QosTlmCjsonFuncTable cjson;
@@ -255,6 +274,7 @@ void checkGuards() {
 }  // namespace fake
 
 using fake::failureOf;
+using fake::noteCall;
 using fake::platform;
 
 // Host framework.
@@ -268,13 +288,15 @@ uint32_t COMP_GetVTable(uint32_t firstId, uint32_t secondId, const QosTlmFrmVtbl
 }
 
 void* NIVEX_AllocBuff(size_t size) {
+    if (!platform.quick) {
+        platform.allocSizes.push_back(size);
+    }
+    if (failureOf(__func__)) {
+        return nullptr;
+    }
     if (platform.quick) {
         ++fake::quickBlocks;
         return malloc(size);
-    }
-    platform.allocSizes.push_back(size);
-    if (failureOf(__func__)) {
-        return nullptr;
     }
     auto* memory = static_cast<uint8_t*>(malloc(size + 2 * fake::kGuard));
     memset(memory, fake::kGuardByte, size + 2 * fake::kGuard);
@@ -288,7 +310,7 @@ void NIVEX_FreeBuff(void* block) {
         --fake::quickBlocks;
         return free(block);
     }
-    (void)failureOf(__func__);
+    noteCall(__func__);
     const auto found = fake::blocks.find(block);
     ASSERT_NE(found, fake::blocks.end()) << "NIVEX_FreeBuff of a block that does not exist";
     auto* bytes = static_cast<uint8_t*>(block);
@@ -324,19 +346,19 @@ uint32_t TARN_PAT_RestoreForDLL(void* handle) {
 }
 
 void KAT_SystimeGet(KatSystime* now) {
-    (void)failureOf(__func__);
+    noteCall(__func__);
     EXPECT_EQ(now->opaque[0] | now->opaque[1] | now->opaque[2], 0u) << "system time not zeroed before use";
     now->opaque[0] = 12;
     fake::split(platform.nowMs, &now->opaque[2], &now->opaque[1]);
 }
 
 void KAT_SystimeMsSince1970(const KatSystime* time, uint32_t* high, uint32_t* low) {
-    (void)failureOf(__func__);
+    noteCall(__func__);
     fake::split(fake::millisecondsOf(time), high, low);
 }
 
 void KAT_SystimeSecSince1970(const KatSystime* time, uint32_t* high, uint32_t* low) {
-    (void)failureOf(__func__);
+    noteCall(__func__);
     fake::split(fake::millisecondsOf(time) / 1000, high, low);
 }
 
@@ -384,6 +406,7 @@ int sprintf_s(char* dest, size_t size, const char* format, ...) {
     va_start(arguments, format);
     const int length = failureOf(__func__) ? -1 : vsnprintf(dest, size, format, arguments);
     va_end(arguments);
+    platform.hasFailed |= length >= static_cast<int>(size);
     return length < static_cast<int>(size) ? length : -1;
 }
 

@@ -1,9 +1,10 @@
 /*
- * The platform as the plug-in finds it in the test program: host framework, log, patch service, clock, device database,
- * bounded functions and libdb_qos over tables in memory.
+ * The platform as the plug-in finds it in the test programs: host framework, log, patch service, clock, device
+ * database, bounded functions and libdb_qos over tables in memory.
  *
- * A test sets and reads `platform`, plans failures with failCall(), and starts from reset(). Misuse by the plug-in (an
- * unknown block or object, a damaged guard, a wrong constant) is a test failure where it happens. One thread only.
+ * A test or fuzz target sets and reads `platform`, plans failures with failCall(), and starts from reset(). Misuse by
+ * the plug-in (an unknown block or object, a damaged guard, a wrong constant) is a test failure where it happens. Texts
+ * lie alone on the heap and die with their row, so that a sanitizer sees each misuse. One thread only.
  */
 #ifndef TESTS_SUPPORT_FAKE_PLATFORM_H
 #define TESTS_SUPPORT_FAKE_PLATFORM_H
@@ -73,7 +74,14 @@ struct Platform {
     std::deque<timeval> timesOfDay;      // what gettimeofday answers next; the real time when empty
     std::string cjsonFile;               // opened in place of libcjson.so when not empty
     int cjsonMode = 0;                   // flags of that dlopen
-    bool quick = false;                  // no call list, no planned failures, no guards
+
+    // No call list, no calls that are planned to fail by name, no guards. Instead, of the calls that can fail one
+    // fails, 1 for the next of all, and then again each time that so many have succeeded; 0: none.
+    bool quick = false;
+    uint32_t untilFailure = 0;
+    uint32_t nextFailure = 0;
+    uint32_t failureCode = 1;
+    bool hasFailed = false;  // one of them, or a bounded function because of its arguments
 };
 
 extern Platform platform;
