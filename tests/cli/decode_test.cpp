@@ -78,26 +78,4 @@ TEST(DecodeGpb, RefusesUnknownFieldsAtEveryLevel) {
     EXPECT_THROW(host::decodeGpb(queuePath(), bytes.substr(0, bytes.size() - 1)), std::runtime_error);
 }
 
-TEST(DecodeBatches, HoldsTheHeadersCountAgainstTheRecords) {
-    vexlor_qos::Sample chips;
-    for (const char* slot : {"3", "none"}) {  // the second is sent, but not counted
-        chips.mutable_global_query()
-            ->mutable_tm_chip_buffer_usage_statisticss()
-            ->add_tm_chip_buffer_usage_statistics()
-            ->set_slot_id(slot);
-    }
-    vexlor_qos::Sample queues;
-    queues.mutable_global_query()->mutable_queue_statisticss()->add_queue_statistics()->set_interface_name("eth0");
-    const auto decoded = [](const char* alias, const vexlor_qos::Sample& sample, uint32_t count) {
-        host::Batch batch{};
-        batch.recordCount = count;
-        batch.payload = sample.SerializeAsString();
-        return host::decodeBatches(*host::findInCatalogue(alias), QOS_TLM_ENCODE_GPB, {&batch, 1}).size();
-    };
-    EXPECT_EQ(decoded("tm-chip-buffer-usage-statistics", chips, 1), 2u);
-    EXPECT_EQ(decoded("queue-statistics", queues, 1), 1u);
-    EXPECT_THROW(decoded("tm-chip-buffer-usage-statistics", chips, 3), std::runtime_error);
-    EXPECT_THROW(decoded("queue-statistics", queues, 0), std::runtime_error);
-}
-
 }  // namespace

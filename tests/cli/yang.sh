@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# What `qos-host sample --output json` prints of each path is valid data of the YANG module.
+# What `qos-host sample --output json` prints of each path is valid data of the YANG module, which has the fields of the
+# proto file.
 #
 #   yang.sh PROGRAM_DIR SCHEMA
 set -euo pipefail
@@ -22,3 +23,16 @@ for alias in $(qos-host paths --json | sed -n 's/.*"alias":"\([^"]*\)".*/\1/p');
     count=$((count + 1))
 done
 [ "$count" -eq 9 ] || { echo "$count paths, not 9" >&2; exit 1; }
+
+# Parent, name, number and type of each field, those of a parent in their order.
+awk '/\{$/ { name[++depth] = $2; kind[depth] = $1 }
+     /^ *\}$/ { --depth }
+     $1 == "vqos:field" { number = $2 + 0; if (kind[depth] != "leaf") print name[depth - 1], name[depth], number, "" }
+     $1 == "type" { sub(";", ""); sub("boolean", "bool"); print name[depth - 1], name[depth], number, $2 }' "$schema" |
+    sed 's/^qos /sample /' | sort -s -k1,1 >yang.fields
+sed -nE 's/^message (\w+) .*/message \1/p; s/^ *(repeated )?(\w+) \w+ = ([0-9]+) \[json_name = "(.*)"\];/field \4 \3 \2/p' \
+    "${schema%/*}/vexlor_qos.proto" |
+    awk '$1 == "message" { gsub(/[A-Z]/, "-&", $2); message = tolower(substr($2, 2)) }
+         $1 == "field" { print message, $2, $3, $4 ~ /^[A-Z]/ ? "" : $4 }' | sort -s -k1,1 >proto.fields
+diff yang.fields proto.fields
+[ "$(wc -l <yang.fields)" -gt 80 ]

@@ -29,17 +29,6 @@ class BatchPolicyTest : public StartedPluginTest {
     QosTlmQueryParam request_{};
 };
 
-TEST_F(BatchPolicyTest, OtherPoliciesAreRefused) {
-    for (const uint32_t policy : {2u, 0xFFFFFFFFu}) {
-        setPolicy(1);
-        EXPECT_EQ(CALL(QOS_TLM_SetBatchPolicy)(policy), 1u);
-        addLongRows(familyOf(3), 300);
-        request_.encodeType = QOS_TLM_ENCODE_JSON;
-        EXPECT_EQ(deliveredRows(familyOf(3), request_).size(), 300u) << "policy 1 is still in force";
-        clearRows(familyOf(3));
-    }
-}
-
 TEST_F(BatchPolicyTest, RefusalByDefaultAndNoLossOnRequest) {
     for (const Family& family : kFamilies) {
         SCOPED_TRACE(family.tag);

@@ -76,17 +76,4 @@ TEST_F(DispatcherTest, FailuresUploadNothing) {
     EXPECT_EQ(CALL(QOS_TLM_QueryQueueStat)(1, 2, &request), 0u) << "nothing to upload";
 }
 
-TEST_F(DispatcherTest, PathsWithoutQueryAnswerFailed) {
-    QosTlmQueryParam request{};
-    const auto& table = GLOBAL(g_qosTlmQueryFuncTable);
-    EXPECT_EQ(table[3].queryFromDb, CALL(QOS_TLM_QueryQueueStatFromDb));
-    for (uint32_t family = 0; family < QOS_TLM_FAMILY_NUM; ++family) {
-        EXPECT_EQ(table[family].type, family);
-        if (table[family].queryFromDb == nullptr) {
-            EXPECT_EQ(GLOBAL(g_qosTlmTaskMap)[family].queryFunc(1, 2, &request), 2u);
-            EXPECT_LOG("[Tlm QueryFunc] no query func.");
-        }
-    }
-}
-
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "nivex_qos/assembly.h"
 #include "nivex_qos/buf_monitor_stat.h"
+#include "nivex_qos/queue_stat.h"
 #include "platform/qos_db.h"
 #include "plugin/families.h"
 
@@ -95,7 +96,7 @@ class ExportedStepsTest : public StartedPluginTest, public testing::WithParamInt
         EXPECT_TRUE(next == 0 || next == QOS_DB_END);
         CALL(QOS_TLM_EncodingData)(root, request.encodeType, count, &sample);
         CALL(QOS_TLM_ReleaseNode)(root);
-        const std::string release = "db_release_qos_tlm_" + std::string(family_.table) + "_object";
+        const std::string release = "db_release_qos_tlm_" + family_.table + "_object";
         reinterpret_cast<void (*)(void*)>(dlsym(RTLD_DEFAULT, release.c_str()))(object);
         return next == 0 ? QOS_TLM_RESULT_MORE : QOS_TLM_RESULT_DONE;
     }
@@ -161,11 +162,48 @@ TEST_P(ExportedStepsTest, MakeTheSameQuery) {
 
 std::string nameOf(const testing::TestParamInfo<std::tuple<Family, uint32_t>>& test) {
     const auto& [family, encodeType] = test.param;
-    return std::string(family.tag) + (encodeType == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
+    return family.tag + (encodeType == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, ExportedStepsTest,
                          testing::Combine(testing::ValuesIn(kFamilies), testing::Values(0u, 1u)), nameOf);
+
+using QueueStepsTest = PluginTest;
+
+TEST_F(QueueStepsTest, StepsRefuseNull) {
+    const QosTlmQueryParam any{};
+    const auto* const request = &any;
+    QosTlmQueueStat record{};
+    QosTlmNode* root = nullptr;
+    void* object = nullptr;
+    uint32_t value = 77;
+    const auto open = CALL(QOS_TLM_GetQueueStatIter);
+    EXPECT_EQ(open(nullptr, &object) + open(&object, nullptr), 2u);
+    const auto start = CALL(QOS_TLM_GetQueueStatStartNode);
+    EXPECT_EQ(start(0, nullptr, &root) + start(1, &root, nullptr) + start(2, &root, &root), 3u);
+    for (const auto startOf : {CALL(QOS_TLM_GetQueueStatGpbStartNode), CALL(QOS_TLM_GetQueueStatJsonStartNode)}) {
+        EXPECT_EQ(startOf(nullptr, &root) + startOf(&root, nullptr), 2u);
+    }
+    const auto read = CALL(QOS_TLM_ReadQueueStatField);
+    EXPECT_EQ(read(nullptr, &record) + read(&value, nullptr), 2u);
+    EXPECT_EQ(CALL(QOS_TLM_GetQueueStatDataNode)(nullptr, &record), 1u);
+
+    const auto check = CALL(QOS_TLM_CheckQueueStat);
+    EXPECT_EQ(check(1, nullptr, request, &value) + check(0, &record, nullptr, &value), 0u);
+    EXPECT_EQ(CALL(QOS_TLM_IsSentQueueStat)(1, nullptr), 0u);
+    for (const auto ask : {CALL(QOS_TLM_IsConditionQueueStat), CALL(QOS_TLM_IsRedundantQueueStat)}) {
+        EXPECT_EQ(ask(nullptr, request) + ask(&record, nullptr), 0u);
+    }
+    for (const auto ask : {CALL(QOS_TLM_IsThresholdQueueStat), CALL(QOS_TLM_IsSelfDefEvtQueueStat)}) {
+        EXPECT_EQ(ask(nullptr, request, &value) + ask(&record, nullptr, &value), 0u);
+    }
+    const auto isFull = CALL(QOS_TLM_IsQueueStatRecordCntOver);
+    EXPECT_EQ(isFull(nullptr, &value) + isFull(&record, nullptr), 0u);
+    CALL(QOS_TLM_GetQueueStatFieldValue)("pass-bytes", nullptr, &value);
+    CALL(QOS_TLM_GetQueueStatFieldValue)("pass-bytes", &record, nullptr);
+    EXPECT_EQ(value, 77u);
+    EXPECT_EQ(fake::liveBlocks(), 0u);
+}
 
 using MonitorStepsTest = PluginTest;
 

@@ -461,7 +461,7 @@ TEST_F(FailureInjectionTest, NoPlatformFunctionIsLeftOut) {
         }
     }
     const std::set<std::string> notInAPass = {"COMP_GetVTable", "TARN_PAT_C2HRegisterHook", "TARN_PAT_RestoreForDLL",
-                                              "IM_Agent_ReportLogById", "vsnprintf_truncated_s"};  // the log's: below
+                                              "IM_Agent_ReportLogById", "vsnprintf_truncated_s"};  // see StartUpTest
     std::ifstream file(NIVEX_QOS_IMPORTS_FILE);
     ASSERT_TRUE(file) << NIVEX_QOS_IMPORTS_FILE;
     for (std::string text; std::getline(file, text);) {
@@ -474,29 +474,6 @@ TEST_F(FailureInjectionTest, NoPlatformFunctionIsLeftOut) {
     EXPECT_GT(failures, 4000u);
     printf("%zu functions fail in %zu calls; %zu more cannot\n", failing.size(), failures,
            called.size() - failing.size());
-}
-
-// A message that cannot be told is lost, and nothing else.
-TEST_F(FailureInjectionTest, TheLogFails) {
-    for (const Family& family : kFamilies) {
-        begin(family, QOS_TLM_ENCODE_GPB, {false, false, false});
-        const Log log{family_.createObject + "75.", kQueryFailed};
-        for (const uint32_t nth : {0u, 1u}) {
-            for (const char* function : {"vsnprintf_truncated_s", "IM_Agent_ReportLogById"}) {
-                rewind();
-                fake::failCall("db_create_qos_tlm_" + std::string(family.table) + "_obj", 1, kCode);
-                fake::failCall(function, nth + 1, kCode);
-                Outcome expected{log};
-                if (function[0] == 'v') {
-                    expected.log.erase(expected.log.begin() + nth);
-                }
-                expectOutcome(expected, call());
-                EXPECT_TRUE(fake::hasFailed(function));
-                fake::failNothing();
-                EXPECT_EQ(deliveredRows(family_, plain_), passing_);
-            }
-        }
-    }
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include "plugin/families.h"
 
+#include <algorithm>
 #include <ctime>
+#include <fstream>
+#include <map>
 
 using fake::platform;
 using nlohmann::json;
@@ -40,9 +43,9 @@ void assignText(std::optional<std::string>& field, const std::optional<std::stri
     }
 QOS_DB_TABLES(VISIT_TABLE)
 
-#define WITH_TABLE(name, columns)             \
-    if (family.table == std::string(#name)) { \
-        return use(platform.tables.name);     \
+#define WITH_TABLE(name, columns)         \
+    if (family.table == #name) {          \
+        return use(platform.tables.name); \
     }
 template <typename Use>
 auto withTable(const Family& family, Use use) {
@@ -50,232 +53,51 @@ auto withTable(const Family& family, Use use) {
     throw std::invalid_argument("no table");
 }
 
-std::vector<Leaf> same(std::vector<std::pair<const char*, const char*>> leaves) {
-    std::vector<Leaf> all;
-    for (const auto& [name, column] : leaves) {
-        all.push_back({name, column, column});
+Family describe(const nlohmann::ordered_json& from, uint32_t index) {
+    Family family;
+    family.index = index;
+    for (const auto& [key, text] : {std::pair("tag", &family.tag),
+                                    {"flag", &family.flag},
+                                    {"table", &family.table},
+                                    {"container", &family.container},
+                                    {"list", &family.list},
+                                    {"name", &family.nameColumn}}) {
+        *text = from.at(key);
     }
-    return all;
-}
-
-std::vector<Leaf> operator+(std::vector<Leaf> first, const std::vector<Leaf>& second) {
-    first.insert(first.end(), second.begin(), second.end());
-    return first;
-}
-
-Family describe(Family family) {
-    const std::string tag = family.tag;
-    family.createObject = "[Tlm Get" + tag + "Iter] create obj failed, ret=";
-    family.createIterator = "[Tlm Get" + tag + "Iter] create rootIterator failed, ret=";
-    family.gpbStart = "[Tlm Get" + tag + "GpbStartNode] Create ";
-    family.jsonStart = "[Tlm Get" + tag + "JsonStartNode] Create ";
-    family.copyText = "[Tlm Read" + tag + "Field] strcpy error ret=";
-    family.entryNode = "[Tlm Get" + tag + "DataNode] Create node2 failed.";
+    family.batchLimit = from.at("limit");
+    family.columns = from.at("columns");
+    family.digest = from.at("digest");
+    family.columnMessages = from.value("columnMessages", std::vector<std::string>());
+    for (const auto& [name, column] : from.at("leaves").items()) {
+        const bool isPair = column.is_array();
+        family.leaves.push_back({name, isPair ? column[0] : column, isPair ? column[1] : column});
+    }
+    const std::map<std::string, Match> matches = {{"pattern", Match::pattern},
+                                                  {"exact", Match::exact},
+                                                  {"number", Match::number},
+                                                  {"serviceClass", Match::serviceClass}};
+    for (const auto& [field, condition] : from.at("conditions").items()) {
+        family.conditions.push_back({field, matches.at(condition[0]), condition[1]});
+    }
+    const auto message = [&](const char* key, const std::string& before, const std::string& after) {
+        return from.value(key, "[Tlm " + before + family.tag + after);
+    };
+    family.createObject = message("createObject", "Get", "Iter] create obj failed, ret=");
+    family.createIterator = message("createIterator", "Get", "Iter] create rootIterator failed, ret=");
+    family.gpbStart = message("gpbStart", "Get", "GpbStartNode] Create ");
+    family.jsonStart = message("jsonStart", "Get", "JsonStartNode] Create ");
+    family.copyText = message("copyText", "Read", "Field] strcpy error ret=");
+    family.entryNode = message("entryNode", "Get", "DataNode] Create node2 failed.");
+    family.noNumber = from.value("noNumber", "");
     return family;
 }
 
-const Leaf kName = {"interface-name", "ifName", "ifIndex"};
-const Condition kPattern = {"interface-name", Match::pattern, "ifName"};
-
-std::vector<std::string> queueDropColumns(bool keys) {
-    std::vector<std::string> columns;
-    if (keys) {
-        columns = {"ifIndex", "ifName"};
-    }
-    for (int queue = 0; queue < 8; ++queue) {
-        columns.push_back("queue" + std::to_string(queue) + "DropByts");
-        columns.push_back("queue" + std::to_string(queue) + "DropPkts");
-    }
-    return columns;
-}
-
-std::vector<Leaf> queueDropLeaves() {
-    static const std::vector<std::string> names = [] {
-        std::vector<std::string> all;
-        for (int queue = 0; queue < 8; ++queue) {
-            all.push_back("queue" + std::to_string(queue) + "-drop-bytes");
-            all.push_back("queue" + std::to_string(queue) + "-drop-packets");
-        }
-        return all;
-    }();
-    std::vector<Leaf> leaves = {kName};
-    const auto columns = queueDropColumns(false);
-    for (size_t i = 0; i < names.size(); ++i) {
-        leaves.push_back({names[i].c_str(), columns[i], columns[i]});
-    }
-    return leaves;
-}
-
 std::vector<Family> describeAll() {
-    std::vector<Family> all = {
-        describe({"PortEcnStat",
-                  "g_qosTlmPortEcnStatQueryToEnd",
-                  0,
-                  600,
-                  "port_ecn_stat",
-                  "port-ecn-statisticss",
-                  "port-ecn-statistics",
-                  {"ifIndex", "ifName", "packets"},
-                  {kName, {"packets", "packets", "packets"}},
-                  {kPattern},
-                  {"packets"},
-                  "ifName"}),
-        describe({"PortBufStat",
-                  "g_qosTlmPortBufStatQueryToEnd",
-                  1,
-                  200,
-                  "port_buf_stat",
-                  "port-buffer-usage-statisticss",
-                  "port-buffer-usage-statistics",
-                  {"slotId", "slotIdStr", "ifIndex", "ifName", "totalBuff", "currentUsed", "remained", "peakUsed",
-                   "avgUsed"},
-                  std::vector<Leaf>{{"slot-id", "slotIdStr", ""}, {"interface-name", "ifName", ""}} +
-                      same({{"total-buffer", "totalBuff"},
-                            {"current-used", "currentUsed"},
-                            {"remained", "remained"},
-                            {"peak-used", "peakUsed"},
-                            {"average-used", "avgUsed"}}),
-                  {{"slot-id", Match::exact, "slotIdStr"}, kPattern},
-                  {"totalBuff", "currentUsed", "remained", "peakUsed", "avgUsed"},
-                  "ifName"}),
-        describe({"QueueBufStat",
-                  "g_qosTlmQueBufStatQueryToEnd",
-                  2,
-                  200,
-                  "queue_buf_stat",
-                  "queue-buffer-usage-statisticss",
-                  "queue-buffer-usage-statistics",
-                  {"slotId", "slotIdStr", "ifIndex", "ifName", "queueId", "curUsed", "peakUsed", "avgUsed", "totalBuf"},
-                  std::vector<Leaf>{{"slot-id", "slotIdStr", "slotId"}, kName} + same({{"queue-id", "queueId"},
-                                                                                       {"current-used", "curUsed"},
-                                                                                       {"peak-used", "peakUsed"},
-                                                                                       {"average-used", "avgUsed"},
-                                                                                       {"total-buffer", "totalBuf"}}),
-                  {{"slot-id", Match::exact, "slotIdStr"}, kPattern, {"queue-id", Match::number, "queueId"}},
-                  {"curUsed", "peakUsed", "avgUsed", "totalBuf"},
-                  "ifName"}),
-        describe({"QueueStat",
-                  "g_qosTlmQueStatQueryToEnd",
-                  3,
-                  128,
-                  "queue_stat",
-                  "queue-statisticss",
-                  "queue-statistics",
-                  {"ifIndex", "ifName", "queueId", "passPackets", "passBytes", "passPktRate", "passBytRate",
-                   "dropPackets", "dropBytes", "dropPktRate", "dropBytRate"},
-                  std::vector<Leaf>{kName} + same({{"service-class", "queueId"},
-                                                   {"pass-packets", "passPackets"},
-                                                   {"pass-bytes", "passBytes"},
-                                                   {"pass-packet-rate", "passPktRate"},
-                                                   {"pass-byte-rate", "passBytRate"},
-                                                   {"discard-packets", "dropPackets"},
-                                                   {"discard-bytes", "dropBytes"},
-                                                   {"discard-packet-rate", "dropPktRate"},
-                                                   {"discard-byte-rate", "dropBytRate"}}),
-                  {kPattern, {"service-class", Match::serviceClass, "queueId"}},
-                  {"passPackets", "passBytes", "dropPackets", "dropBytes"},
-                  "ifName"}),
-        describe({"QueueDropStat",
-                  "g_qosTlmQueDropStatQueryToEnd",
-                  4,
-                  65,
-                  "queue_drop_stat",
-                  "queue-drop-statisticss",
-                  "queue-drop-statistics",
-                  queueDropColumns(true),
-                  queueDropLeaves(),
-                  {kPattern},
-                  queueDropColumns(false),
-                  "ifName"}),
-        describe({"IngPortDropStat",
-                  "g_qosTlmIngStatQueryToEnd",
-                  5,
-                  400,
-                  "ing_port_drop_stat",
-                  "ing-port-drop-statisticss",
-                  "ing-port-drop-statistics",
-                  {"ifIndex", "ifName", "dropByts", "dropPkts"},
-                  std::vector<Leaf>{kName} + same({{"drop-bytes", "dropByts"}, {"drop-packets", "dropPkts"}}),
-                  {kPattern},
-                  {"dropByts", "dropPkts"},
-                  "ifName"}),
-        describe({"TmBufStat",
-                  "g_qosTlmTmBufStatQueryToEnd",
-                  6,
-                  100,
-                  "tm_chip_buf_stat",
-                  "tm-chip-buffer-usage-statisticss",
-                  "tm-chip-buffer-usage-statistics",
-                  {"slotId", "totalBuf", "usedBuf", "usedPct"},
-                  std::vector<Leaf>{{"slot-id", "slotId", ""}} +
-                      same({{"total-buffer", "totalBuf"}, {"used-buffer", "usedBuf"}, {"used-percentage", "usedPct"}}),
-                  {{"slot-id", Match::exact, "slotId"}},
-                  {"totalBuf", "usedBuf", "usedPct"},
-                  "slotId"}),
-        describe({"BufIngStat",
-                  "g_qosTlmBufIngStatQueryRecordToEnd",
-                  7,
-                  150,
-                  "ing_buf_usage_stat",
-                  "intf-ing-buf-usage-statisticss",
-                  "intf-ing-buf-usage-statistics",
-                  {"if_index", "queue", "if_name", "is_lossless", "is_pfc_dynamic", "current_guaranteed",
-                   "total_guaranteed", "current_buffer", "total_buffer", "current_headroom", "total_headroom"},
-                  std::vector<Leaf>{{"interface-name", "if_name", "if_index"}} +
-                      same({{"queue-id", "queue"},
-                            {"pfc-dynamic", "is_pfc_dynamic"},
-                            {"current-guaranteed", "current_guaranteed"},
-                            {"total-guaranteed", "total_guaranteed"},
-                            {"current-buffer", "current_buffer"},
-                            {"total-buffer", "total_buffer"},
-                            {"current-headroom", "current_headroom"},
-                            {"total-headroom", "total_headroom"}}),
-                  {{"interface-name", Match::pattern, "if_name"}, {"queue-id", Match::number, "queue"}},
-                  {"is_pfc_dynamic", "current_guaranteed", "total_guaranteed", "current_buffer", "total_buffer",
-                   "current_headroom", "total_headroom"},
-                  "if_name"}),
-        describe({"BufMonitorStat",
-                  "g_qosTlmBufMonStatQueryToEnd",
-                  8,
-                  200,
-                  "buffer_monitor_result",
-                  "interface-monitoring-results",
-                  "interface-monitoring-result",
-                  {"if_index", "queue_index", "ifName", "used_buf", "percent", "time_stamp", "milli_second",
-                   "start_used_buf", "start_percent", "start_time_stamp", "start_milli_second", "peak_used_buf",
-                   "peak_percent", "peak_time_stamp", "peak_milli_second", "slot", "burst_number"},
-                  same({{"interface-name", "ifName"},
-                        {"queue-id", "queue_index"},
-                        {"record-number", "=1"},
-                        {"query-type", "=0"},
-                        {"time", "@"},
-                        {"buffer-usage", "used_buf"},
-                        {"percent", "percent"},
-                        {"burst-start-time", "@start_"},
-                        {"burst-start-buffer", "start_used_buf"},
-                        {"burst-start-buffer-percent", "start_percent"},
-                        {"burst-peak-time", "@peak_"},
-                        {"burst-peak-buffer", "peak_used_buf"},
-                        {"burst-peak-buffer-percent", "peak_percent"},
-                        {"slot-id", "slot"},
-                        {"burst-number", "burst_number"}}),
-                  {{"interface-name", Match::exact, "ifName"}, {"queue-id", Match::number, "queue_index"}},
-                  {},
-                  "ifName"}),
-    };
-    all[1].copyText = "[Tlm ReadPortBufStatField] strcpy error, ret=";
-    all[2].entryNode = "[Tlm GetQueueBufStatStartNode] Create node2 failed.";
-    all[2].noNumber = "[Tlm IsConditionQueueBufStat] [queue-id] parse string to num failed.";
-    all[5].copyText = "[Tlm ReadIngPortDropStatField] strcpy error, ret=";
-    all[7].noNumber = "[Tlm IsConditionBufIngStat] parse string to num failed.";
-    Family& monitor = all[8];
-    monitor.createObject = "[TLM GetBufMonitorStatIter] create obj failed, ret = ";
-    monitor.createIterator = "[TLM GetBufMonitorStatIter] create iter failed, ret = ";
-    monitor.gpbStart = "[Tlm GetBufMonitorGpbStartNode] Create ";
-    monitor.jsonStart = "[TLM GetBufMonitorJsonStartNode] Create ";
-    monitor.copyText = "[Tlm ReadBufMonitorStatField] strcpy error, ret=";
-    monitor.entryNode = "[Tlm GetBufMonitorDataNode] Create node2 failed.";
-    monitor.noNumber = "[Tlm IsConditionBufMonitorStat] parse string to num failed.";
+    std::ifstream file(NIVEX_QOS_FAMILIES_FILE);
+    std::vector<Family> all;
+    for (const auto& family : nlohmann::ordered_json::parse(file)) {
+        all.push_back(describe(family, static_cast<uint32_t>(all.size())));
+    }
     return all;
 }
 
@@ -300,34 +122,11 @@ const Family& familyOf(uint32_t index) {
 }
 
 std::string Family::columnMessage(const std::string& column, uint32_t sum) const {
-    if (!isMonitor()) {
-        return std::string("[Tlm Read") + tag + "Field] get field error, ret=" + std::to_string(sum) + ".";
+    if (columnMessages.empty()) {
+        return "[Tlm Read" + tag + "Field] get field error, ret=" + std::to_string(sum) + ".";
     }
-    static const std::vector<std::pair<std::string, std::string>> texts = {
-        {"if_index", "interface index"},
-        {"queue_index", "queue index"},
-        {"ifName", "queue index"},
-        {"used_buf", "used buffer"},
-        {"percent", "percent"},
-        {"time_stamp", "time stamp"},
-        {"milli_second", "milli second"},
-        {"start_used_buf", "start used buf"},
-        {"start_percent", "start percent"},
-        {"start_time_stamp", "start time stamp"},
-        {"start_milli_second", "start mill second"},
-        {"peak_used_buf", "peak used buf"},
-        {"peak_percent", "peak percent"},
-        {"peak_time_stamp", "peak time stamp"},
-        {"peak_milli_second", "peak mill second"},
-        {"slot", "slot"},
-        {"burst_number", "burst number"},
-    };
-    for (const auto& [name, text] : texts) {
-        if (name == column) {
-            return "[DB][Read Qos Buffer Monitor Result From Object] Get " + text;
-        }
-    }
-    return "";
+    const auto place = static_cast<size_t>(std::find(columns.begin(), columns.end(), column) - columns.begin());
+    return "[DB][Read Qos Buffer Monitor Result From Object] Get " + columnMessages.at(place);
 }
 
 json valueOf(const Family& family, size_t row, const std::string& column) {
@@ -458,6 +257,9 @@ void runPass(const Family& family, const QosTlmQueryParam& request) {
 std::vector<json> takeEntries(const Family& family, uint32_t encodeType, bool allCount) {
     std::vector<json> all;
     for (const auto& [moduleId, sample] : platform.uploads) {
+        if (!allCount && sample.dataLen <= 2) {
+            continue;
+        }
         const auto entries = readEntries(sample, encodeType, family.container, family.list);
         EXPECT_TRUE(sample.recordCount == entries.size() || !allCount);
         EXPECT_LE(sample.dataLen, QOS_TLM_PAYLOAD_SIZE);
@@ -465,6 +267,30 @@ std::vector<json> takeEntries(const Family& family, uint32_t encodeType, bool al
     }
     platform.uploads.clear();
     return all;
+}
+
+size_t entriesThatAreNoRow(const Family& family, const std::vector<json>& entries) {
+    size_t row = 0;
+    size_t others = 0;
+    for (const json& entry : entries) {
+        const size_t from = row;
+        while (row < rowCount(family) && !sameJson(entry, json(entryOf(family, row)))) {
+            ++row;
+        }
+        others += row == rowCount(family) ? 1u : 0u;
+        row = row == rowCount(family) ? from : row + 1;
+    }
+    return others;
+}
+
+std::vector<uint32_t> sentKeys(uint32_t family) {
+    std::vector<uint32_t> keys;
+    for (const QosTlmHashNode& bucket : GLOBAL(g_qosTlmHashData)[family]) {
+        for (const QosTlmHashNode* node = bucket.next; node != nullptr; node = node->next) {
+            keys.push_back(node->key);
+        }
+    }
+    return keys;
 }
 
 std::vector<size_t> deliveredRows(const Family& family, const QosTlmQueryParam& request) {

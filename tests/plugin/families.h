@@ -1,6 +1,5 @@
 /*
- * What the shared query tests need to know of a family: its names, how its table is filled, and what of a row must
- * come out. A new family adds its description to kFamilies.
+ * What the shared query tests need to know of a family, from families.json, and what they do with its table.
  */
 #ifndef TESTS_PLUGIN_FAMILIES_H
 #define TESTS_PLUGIN_FAMILIES_H
@@ -14,8 +13,9 @@
 #include "support/sample_reader.h"
 
 // A leaf of an entry: the column that it shows and, for thresholds, the column that is compared ("" = 0 is compared).
+// In place of a column "=N" is the number N, "@PREFIX" the date and time of the columns that begin so.
 struct Leaf {
-    const char* name;
+    std::string name;
     std::string column;
     std::string compared;
 };
@@ -23,24 +23,24 @@ struct Leaf {
 enum class Match { pattern, exact, number, serviceClass };
 
 struct Condition {
-    const char* field;
+    std::string field;
     Match match;
-    const char* column;
+    std::string column;
 };
 
 struct Family {
-    const char* tag;
-    const char* flag;
-    uint32_t index;
-    uint32_t batchLimit;
-    const char* table;
-    const char* container;
-    const char* list;
-    std::vector<std::string> columns;  // in reading order
-    std::vector<Leaf> leaves;
-    std::vector<Condition> conditions;
-    std::vector<std::string> digest;  // columns whose change makes a record a changed one
-    const char* nameColumn;           // the text that names a row
+    uint32_t index = 0;
+    std::string tag{};
+    std::string flag{};
+    std::string table{};
+    std::string container{};
+    std::string list{};
+    std::string nameColumn{};  // the text that names a row
+    uint32_t batchLimit = 0;
+    std::vector<std::string> columns{};  // in reading order
+    std::vector<Leaf> leaves{};
+    std::vector<Condition> conditions{};
+    std::vector<std::string> digest{};  // columns whose change makes a record a changed one
 
     // Messages, up to the code or the full stop.
     std::string createObject{};
@@ -49,10 +49,11 @@ struct Family {
     std::string jsonStart{};
     std::string copyText{};
     std::string entryNode{};
-    std::string noNumber{};  // a "queue-id" condition that is no number
+    std::string noNumber{};                     // a "queue-id" condition that is no number
+    std::vector<std::string> columnMessages{};  // an accessor failed, by column; empty: the family has one for all
 
     bool isMonitor() const { return index == QOS_TLM_FAMILY_BUF_MONITOR; }
-    std::string columnMessage(const std::string& column, uint32_t sum) const;  // an accessor failed
+    std::string columnMessage(const std::string& column, uint32_t sum) const;
 };
 
 inline void PrintTo(const Family& family, std::ostream* out) {
@@ -96,8 +97,15 @@ uint32_t callEntryPoint(const Family& family, const QosTlmQueryParam& request);
 // Sampling calls until the pass is over.
 void runPass(const Family& family, const QosTlmQueryParam& request);
 
-// The entries of all uploads, which are taken away. allCount: each of them is in the header's count.
+// The entries of all uploads, which are taken away. allCount: each of them is in the header's count; otherwise a
+// failure may have left nothing but the outermost nodes.
 std::vector<nlohmann::json> takeEntries(const Family& family, uint32_t encodeType, bool allCount = true);
+
+// How many of the entries are no rows; the others must be rows in their order.
+size_t entriesThatAreNoRow(const Family& family, const std::vector<nlohmann::json>& entries);
+
+// The keys that the plug-in holds as sent, once for each time that one was marked.
+std::vector<uint32_t> sentKeys(uint32_t family);
 
 // One pass; the numbers of the rows that it delivered, by the text that names them and its queue.
 std::vector<size_t> deliveredRows(const Family& family, const QosTlmQueryParam& request);

@@ -53,7 +53,7 @@ TEST_P(FamilyFiltersTest, Conditions) {
     for (const char* field : {"interface-name", "service-class", "queue-id", "slot-id", "Interface-name", ""}) {
         SCOPED_TRACE(field);
         const auto honoured = std::find_if(family_.conditions.begin(), family_.conditions.end(),
-                                           [&](const Condition& each) { return std::string(each.field) == field; });
+                                           [&](const Condition& each) { return each.field == field; });
         if (honoured == family_.conditions.end()) {
             EXPECT_EQ(passing(field, "no such value"), all()) << "restricts nothing";
             continue;

@@ -55,31 +55,6 @@ TEST_F(JsonWriterTest, GoldenTexts) {
     EXPECT_EQ(encode(number.get()), R"({"t":{"m":9.00719925474099e+15}})") << "cJSON gives 15 digits";
 }
 
-// What a failed encoding says, the failure injection test knows; an estimate says less.
-TEST_F(JsonWriterTest, AnyFailureMakesTheEstimateZero) {
-    const Tree top = makeTree("qos", 0);
-    QosTlmNode* list = addNode(addNode(top.get(), "container", 1), "list", 1, QOS_TLM_REPEAT_LIST);
-    QosTlmNode* entry = addNode(list, "entry", 1, QOS_TLM_REPEAT_ENTRY);
-    CALL(QOS_TLM_AddChildUint32)(entry, "n", 1, 1);
-    CALL(QOS_TLM_AddChildBool)(entry, "b", 1, 1);
-    CALL(QOS_TLM_AddChildString)(entry, "s", "text", 1);
-    using Case = std::tuple<const char*, uint32_t, uint32_t>;  // function, its failing call, the site that logs it
-    for (const auto& [function, nth, site] :
-         {Case{"Object", 1, 483}, Case{"Object", 2, 368}, Case{"Object", 3, 368}, Case{"Object", 4, 388},
-          Case{"Array", 1, 400}, Case{"Number", 1, 325}, Case{"Bool", 1, 325}, Case{"String", 1, 325}}) {
-        const std::string name = std::string("cJSON_Create") + function;
-        fake::failCall(name, nth);
-        EXPECT_EQ(CALL(QOS_TLM_EstimatePackageSizeJson)(top.get()), 0u) << name << " " << nth;
-        EXPECT_LOG(encodeLine(3, 0, site));
-        EXPECT_EQ(fake::liveCjsonBlocks(), 0u);
-        CALL(QOS_TLM_LogEncode)(3, 0, 1000);  // the next line is no repeated one
-        fake::takeLog();
-        fake::failNothing();
-    }
-    fake::failCall("cJSON_PrintUnformatted", 1);
-    EXPECT_EQ(CALL(QOS_TLM_EstimatePackageSizeJson)(top.get()), 0u);
-}
-
 TEST_F(JsonWriterTest, PrintAndCopyMayFail) {
     const Tree top = makeTree("t", 1);
     const auto print = CALL(QOS_TLM_EncodeJsonUnformatted);

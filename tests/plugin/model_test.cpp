@@ -7,6 +7,7 @@
 
 #include "plugin/families.h"
 #include "support/models.h"
+#include "support/pattern_model.h"
 
 using fake::platform;
 using nlohmann::json;
@@ -45,7 +46,7 @@ class ModelTest : public StartedPluginTest, protected Dice {
 
     bool holds(const Family& family, size_t row, const QosTlmCondition& condition) {
         for (const Condition& honoured : family.conditions) {
-            if (honoured.field != std::string(condition.fieldName)) {
+            if (honoured.field != condition.fieldName) {
                 continue;
             }
             const json value = valueOf(family, row, honoured.column);
@@ -78,7 +79,7 @@ class ModelTest : public StartedPluginTest, protected Dice {
     static bool thresholdsPass(const Family& family, size_t row, const QosTlmQueryParam& request) {
         uint64_t value = 0;
         for (const Leaf& leaf : family.leaves) {
-            if (leaf.name == std::string(request.thresholds[0].fieldName) && !leaf.compared.empty()) {
+            if (leaf.name == request.thresholds[0].fieldName && !leaf.compared.empty()) {
                 value = valueOf(family, row, leaf.compared);
             }
         }
@@ -180,12 +181,6 @@ class ModelTest : public StartedPluginTest, protected Dice {
         ++calls_;
         return callEntryPoint(family, passes_[family.index].request);
     }
-    std::vector<json> entriesOf(const Family& family) const {
-        if (!platform.uploads.empty() && platform.uploads[0].sample.dataLen <= 2) {
-            return {};  // a failure left nothing but the outermost node
-        }
-        return takeEntries(family, passes_[family.index].request.encodeType, false);
-    }
     static bool isRow(const Family& family, size_t row, const json& entry) {
         return sameJson(entry, json(entryOf(family, row)));
     }
@@ -209,7 +204,7 @@ class ModelTest : public StartedPluginTest, protected Dice {
             ++refused_;
         }
         const uint32_t length = platform.uploads.empty() ? 0 : platform.uploads[0].sample.dataLen;
-        const auto entries = entriesOf(family);
+        const auto entries = takeEntries(family, pass.request.encodeType, false);
         const size_t putOffBefore = putOff_;
         const Rows rows = walk(family, result, entries.size(), refused);
         EXPECT_TRUE(putOff_ == putOffBefore || length > QOS_TLM_PAYLOAD_SIZE - 1024) << "put off at " << length;
@@ -278,27 +273,13 @@ class ModelTest : public StartedPluginTest, protected Dice {
         EXPECT_LE(result, QOS_TLM_RESULT_FAILED);
         EXPECT_TRUE(result != QOS_TLM_RESULT_FAILED || platform.uploads.empty());
         fake::takeLog();
-        // What arrived are rows in their order; a single one may lack what could not be written.
-        size_t row = 0;
-        size_t damaged = 0;
-        for (const json& entry : entriesOf(family)) {
-            const size_t from = row;
-            while (row < rowCount(family) && !isRow(family, row, entry)) {
-                ++row;
-            }
-            damaged += row == rowCount(family) ? 1u : 0u;
-            row = row == rowCount(family) ? from : row + 1;
-        }
-        EXPECT_LE(damaged, 1u);
+        EXPECT_LE(entriesThatAreNoRow(family, takeEntries(family, pass.request.encodeType, false)), 1u)
+            << "a single one may lack something";
         // How far the call came is the plug-in's to say.
         memory_->adopt();
-        pass.keys.clear();
-        pass.blocks = 0;
-        for (const QosTlmHashNode& bucket : GLOBAL(g_qosTlmHashData)[family.index]) {
-            for (const QosTlmHashNode* node = bucket.next; node != nullptr; node = node->next, ++pass.blocks) {
-                pass.keys.insert(node->key);
-            }
-        }
+        const auto keys = sentKeys(family.index);
+        pass.keys = {keys.begin(), keys.end()};
+        pass.blocks = keys.size();
         const bool opened = !fake::callsWith("db_root_iterator_next").empty();
         EXPECT_TRUE(opened || (flagOf(family) == pass.open && pass.keys == before)) << "an unopened table ends no pass";
         EXPECT_TRUE(!opened || flagOf(family) == 0 || result == QOS_TLM_RESULT_MORE || platform.uploads.empty());

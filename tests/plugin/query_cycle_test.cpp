@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <set>
 
 #include "plugin/families.h"
 
@@ -13,14 +12,6 @@ using testing::IsEmpty;
 namespace {
 
 constexpr const char* kQueryFailed = "[Tlm QueryFunc] query data failed.";
-
-// Rows for the test of size: all of them only where the code is optimised, not instrumented and not emulated.
-#if defined(__OPTIMIZE__) && !defined(NIVEX_QOS_EMULATED) && !defined(__SANITIZE_ADDRESS__)
-constexpr uint32_t kHuge = 64000;
-#else
-constexpr uint32_t kHuge = 2000;
-#endif
-constexpr uint32_t kLarge = 2000;
 
 class QueryCycleTest : public StartedPluginTest, public testing::WithParamInterface<std::tuple<Family, uint32_t>> {
   protected:
@@ -208,24 +199,9 @@ TEST_P(QueryCycleTest, NonsenseInTheRequestIsNeverReadPast) {
     munmap(pages, 2 * page);
 }
 
-TEST_P(QueryCycleTest, HugeTableIsDelivered) {
-    const uint32_t rows = family_.index == QOS_TLM_FAMILY_QUEUE ? kHuge : kLarge;
-    platform.quick = true;
-    addRows(family_, rows);
-    runPass(family_, request_);
-    std::set<std::string> different;
-    size_t entries = 0;
-    for (const auto& entry : takeEntries(family_, request_.encodeType)) {
-        ++entries;
-        different.insert(entry.dump());
-    }
-    EXPECT_EQ(entries, rows);
-    EXPECT_EQ(different.size(), rows);
-}
-
 std::string nameOf(const testing::TestParamInfo<std::tuple<Family, uint32_t>>& test) {
     const auto& [family, encodeType] = test.param;
-    return std::string(family.tag) + (encodeType == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
+    return family.tag + (encodeType == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, QueryCycleTest,

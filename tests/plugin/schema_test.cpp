@@ -1,8 +1,5 @@
-// The schema files against what the plug-in sends: names, numbers, types and order, in both directions.
+// The schema against what the plug-in sends: names, numbers, types and order, in both directions.
 #include <google/protobuf/unknown_field_set.h>
-
-#include <fstream>
-#include <regex>
 
 #include "plugin/families.h"
 #include "vexlor_qos.pb.h"
@@ -38,7 +35,7 @@ const FieldDescriptor* containerOf(const Family& family) {
             return query->field(i);
         }
     }
-    throw std::runtime_error(std::string("no container ") + family.container);
+    throw std::runtime_error("no container " + family.container);
 }
 
 Schema protoSchema(const Family& family) {
@@ -54,47 +51,6 @@ Schema protoSchema(const Family& family) {
         schema.leaves.push_back({leaf->number(), leaf->json_name(), leaf->type_name()});
     }
     return schema;
-}
-
-// The module's lists, read line by line.
-std::map<std::string, Schema> yangSchemas() {
-    std::ifstream file(NIVEX_QOS_YANG_FILE);
-    EXPECT_TRUE(file.is_open());
-    std::map<std::string, Schema> schemas;
-    Schema current;
-    std::string list;
-    enum { outside, inContainer, inList, inLeaf } place = outside;
-    const std::regex opens(R"(\s*(container|list|leaf) ([a-z0-9-]+) \{)");
-    const std::regex field(R"(\s*vqos:field (\d+);)");
-    const std::regex type(R"(\s*type (\w+);)");
-    for (std::string line; std::getline(file, line);) {
-        std::smatch match;
-        if (std::regex_match(line, match, opens)) {
-            if (match[1] == "container") {
-                place = inContainer;
-                current = {{0, match[2], ""}, {}};
-            } else if (match[1] == "list") {
-                place = inList;
-                list = match[2];
-                schemas[list] = current;
-            } else {
-                place = inLeaf;
-                schemas[list].leaves.push_back({0, match[2], ""});
-            }
-        } else if (std::regex_match(line, match, field)) {
-            const int number = std::stoi(match[1]);
-            if (place == inContainer) {
-                current.container.number = number;
-            } else if (place == inLeaf) {
-                schemas[list].leaves.back().number = number;
-            } else {
-                EXPECT_EQ(number, 1) << "of list " << list;
-            }
-        } else if (std::regex_match(line, match, type)) {
-            schemas[list].leaves.back().type = match[1] == "boolean" ? "bool" : std::string(match[1]);
-        }
-    }
-    return schemas;
 }
 
 class SchemaTest : public StartedPluginTest, public testing::WithParamInterface<Family> {
@@ -149,17 +105,6 @@ TEST_P(SchemaTest, EqualsWhatTheEncoderSends) {
         ++position;
     }
     EXPECT_EQ(sent, schema.leaves);
-}
-
-TEST_P(SchemaTest, YangEqualsProto) {
-    const auto schemas = yangSchemas();
-    EXPECT_EQ(schemas.size(), kFamilies.size());
-    EXPECT_EQ(vexlor_qos::GlobalQuery::descriptor()->field_count(), static_cast<int>(kFamilies.size()));
-    ASSERT_TRUE(schemas.contains(GetParam().list));
-    const Schema& yang = schemas.at(GetParam().list);
-    const Schema proto = protoSchema(GetParam());
-    EXPECT_EQ(yang.container, proto.container);
-    EXPECT_EQ(yang.leaves, proto.leaves);
 }
 
 std::string tagOf(const testing::TestParamInfo<Family>& test) {

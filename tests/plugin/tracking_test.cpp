@@ -1,63 +1,22 @@
-// What the plug-in remembers between calls: sent keys, digests, times.
-#include "nivex_qos/tracking.h"
+// What the plug-in remembers between calls, in random runs against plain models: its fast ways must answer as they do.
+#include <algorithm>
+#include <map>
+#include <set>
 
-#include "support/plugin.h"
+#include "support/models.h"
 
-using testing::ElementsAre;
+using fake::platform;
 
 namespace {
 
-class TrackingTest : public PluginTest {
+constexpr uint32_t kSeed = 7;
+
+class TrackingTest : public StartedPluginTest, protected Dice {
   protected:
-    static void setSeconds(uint64_t seconds) { fake::platform.nowMs = seconds * 1000; }
-    static uint32_t overPeriod(uint32_t key, uint32_t sub, uint32_t family, uint32_t period) {
-        return CALL(QOS_TLM_IsOverPeriod)(key, sub, family, period);
-    }
-    static uint32_t redundant(uint32_t key, uint32_t sub, uint64_t digest, uint32_t family) {
-        return CALL(QOS_TLM_IsRedundantData)(key, sub, digest, family);
-    }
-    static std::vector<uint32_t> chainOf(uint32_t family, uint32_t bucket) {
-        std::vector<uint32_t> keys;
-        for (const QosTlmHashNode* node = GLOBAL(g_qosTlmHashData)[family][bucket].next; node; node = node->next) {
-            keys.push_back(node->key);
-        }
-        return keys;
-    }
+    TrackingTest() : Dice(kSeed) {}
+
+    testing::ScopedTrace trace_{__FILE__, __LINE__, "seed " + std::to_string(kSeed)};
 };
-
-TEST_F(TrackingTest, SentKeysPerFamily) {
-    const auto insert = CALL(QOS_HashInsert);
-    const auto find = CALL(QOS_HashFind);
-    for (const uint32_t key : {5u, 5u, 1u, 102u, 203u, 0u, 0xFFFFFFFFu}) {
-        insert(3, key);
-        EXPECT_EQ(find(3, key), 1u) << key;
-    }
-    insert(8, 1);
-    EXPECT_EQ(fake::liveBlocks(), 8u);
-    EXPECT_THAT(chainOf(3, 1), ElementsAre(203, 102, 1)) << "the newest first";
-    EXPECT_THAT(chainOf(3, 5), ElementsAre(5, 5));
-    EXPECT_THAT(chainOf(3, 0xFFFFFFFF % 101), ElementsAre(0xFFFFFFFF));
-    EXPECT_EQ(find(3, 304), 0u) << "the bucket of 1, another key";
-    EXPECT_EQ(find(8, 5), 0u);
-    fake::failCall("NIVEX_AllocBuff", 1);
-    insert(3, 77);
-    EXPECT_EQ(find(3, 77), 0u);
-    EXPECT_LOG("[Tlm HashInsert] alloc buff failed.");
-
-    CALL(QOS_HashRelease)(3);
-    EXPECT_EQ(find(3, 5), 0u);
-    EXPECT_EQ(find(8, 1), 1u);
-    EXPECT_EQ(fake::liveBlocks(), 1u);
-    for (uint32_t bucket = 0; bucket < QOS_TLM_HASH_BUCKET_NUM; ++bucket) {
-        EXPECT_THAT(chainOf(3, bucket), ElementsAre());
-    }
-    for (const uint32_t family : {9u, 0xFFFFFFFFu}) {
-        insert(family, 1);
-        EXPECT_EQ(find(family, 1), 0u);
-        CALL(QOS_HashRelease)(family);
-    }
-    EXPECT_EQ(fake::liveBlocks(), 1u);
-}
 
 TEST_F(TrackingTest, Digest) {
     uint64_t digest = 0;
@@ -72,44 +31,120 @@ TEST_F(TrackingTest, Digest) {
     fold(nullptr, 1);
 }
 
-TEST_F(TrackingTest, ChangeTest) {
-    EXPECT_EQ(redundant(7, 0, 42, 1), 0u);
-    EXPECT_EQ(redundant(7, 0, 42, 1), 1u);
-    EXPECT_EQ(redundant(7, 0, 43, 1), 0u);
-    EXPECT_EQ(redundant(7, 0, 43, 1), 1u);
-    EXPECT_EQ(redundant(7, 1, 43, 1), 0u) << "another sub-index";
-    EXPECT_EQ(redundant(7, 0, 43, 2), 0u) << "another family";
-    EXPECT_EQ(redundant(8, 0, 43, 1), 0u) << "another key";
-    EXPECT_EQ(redundant(7, 7, 1, 9), 0u);
-    EXPECT_EQ(redundant(7, 7, 1, 9), 1u) << "the last cell";
-    EXPECT_EQ(redundant(7, 3, 0, 3), 1u) << "a cell never set holds 0";
-    EXPECT_EQ(GLOBAL(g_qosTlmHisData)[0].digest[0][1], 43u);
-    EXPECT_EQ(GLOBAL(g_qosTlmHisData)[1].key, 8u);
+// The keys that a family has sent, oldest first.
+struct SentModel {
+    std::vector<uint32_t> inOrder;
+    std::set<uint32_t> keys;
+
+    void expectChains(uint32_t family) const {
+        std::map<uint32_t, std::vector<uint32_t>> expected;
+        std::for_each(inOrder.rbegin(), inOrder.rend(),
+                      [&](uint32_t key) { expected[key % QOS_TLM_HASH_BUCKET_NUM].push_back(key); });
+        for (uint32_t bucket = 0; bucket < QOS_TLM_HASH_BUCKET_NUM; ++bucket) {
+            std::vector<uint32_t> chain;
+            for (const QosTlmHashNode* node = GLOBAL(g_qosTlmHashData)[family][bucket].next; node; node = node->next) {
+                chain.push_back(node->key);
+            }
+            EXPECT_EQ(chain, expected[bucket]) << "family " << family << " bucket " << bucket;
+        }
+    }
+};
+
+TEST_F(TrackingTest, SentKeysAreThoseInserted) {
+    struct Table {
+        std::vector<uint32_t> rows;
+        size_t position = 0;
+        uint32_t room = 0;
+        bool asks = false;
+        SentModel sent;
+    } tables[QOS_TLM_FAMILY_NUM];
+    const auto makeKey = [&] {
+        const uint32_t keys[] = {below(2000), below(300) * 101, below(60) * 8 + below(8), below(1ull << 32),
+                                 1 - below(3)};
+        return keys[below(5)];
+    };
+    const auto [insert, find] = std::pair(CALL(QOS_HashInsert), CALL(QOS_HashFind));
+    uint32_t found = 0;
+    uint32_t passes = 0;
+    for (uint32_t step = 0; step < 500'000 && !HasFailure(); ++step) {
+        const uint32_t family = below(QOS_TLM_FAMILY_NUM);  // their passes go on side by side
+        auto& [rows, position, room, asks, sent] = tables[family];
+        if (position == rows.size()) {  // another pass
+            const size_t others = fake::liveBlocks() - sent.inOrder.size();
+            sent.expectChains(family);
+            sent = {};
+            CALL(QOS_HashRelease)(family);
+            sent.expectChains(family);
+            EXPECT_EQ(fake::liveBlocks(), others);
+            room = 0;
+            ++passes;
+        }
+        if (room == 0) {  // another call
+            rearrange(rows, makeKey);
+            position = 0;
+            room = 1 + below(64);
+            asks = !sent.keys.empty() && below(8) != 0;  // the first call of a pass has nothing to ask for
+            platform.calls.clear();
+            platform.allocSizes.clear();
+        }
+        const uint32_t key = below(50) == 0 ? makeKey() : rows[position++];
+        const bool known = sent.keys.count(key) != 0;
+        if (asks) {
+            EXPECT_EQ(find(family, key), known ? 1u : 0u) << "step " << step << " family " << family << " key " << key;
+            found += known;
+        }
+        if (!asks || !known || below(100) == 0) {
+            const bool fails = below(200) == 0;
+            if (fails) {
+                fake::failCall("NIVEX_AllocBuff", 1);
+            } else {
+                sent.inOrder.push_back(key);
+                sent.keys.insert(key);
+            }
+            insert(family, key);
+            EXPECT_EQ(fake::takeLog().size(), fails ? 1u : 0u);
+            --room;
+        }
+    }
+    EXPECT_GT(found, 100'000u);
+    EXPECT_GT(passes, 200u);
 }
 
-TEST_F(TrackingTest, PeriodTest) {
-    setSeconds(1000);
-    EXPECT_EQ(overPeriod(7, 0, 1, 10), 0u) << "first sight";
-    EXPECT_EQ(overPeriod(7, 3, 2, 10), 1u) << "the key is known, the cell never set";
-    setSeconds(1010);
-    EXPECT_EQ(overPeriod(7, 0, 1, 10), 0u) << "exactly the period";
-    setSeconds(1011);
-    EXPECT_EQ(overPeriod(7, 0, 1, 10), 1u);
-    EXPECT_EQ(GLOBAL(g_qosTlmStatTime)[0].time[0][1], 1011u);
-    setSeconds(1021);
-    EXPECT_EQ(overPeriod(7, 0, 1, 10), 0u) << "restarted at 1011";
-    EXPECT_EQ(overPeriod(7, 0, 1, 9), 1u);
-    EXPECT_EQ(overPeriod(7, 0, 1, 0), 0u) << "the same second";
-    setSeconds(1022);
-    EXPECT_EQ(overPeriod(7, 0, 1, 0), 1u) << "a later second";
-    setSeconds(1021);
-    EXPECT_EQ(overPeriod(7, 0, 1, 0xFFFFFFFE), 1u) << "set back: the difference wraps";
-    setSeconds(0xFFFFFFFE);
-    EXPECT_EQ(overPeriod(9, 0, 1, 5), 0u);
-    setSeconds(0x100000003);
-    EXPECT_EQ(overPeriod(9, 0, 1, 5), 0u) << "5 seconds over the wrap";
-    setSeconds(0x100000004);
-    EXPECT_EQ(overPeriod(9, 0, 1, 5), 1u);
+TEST_F(TrackingTest, HistoryAndPeriodAreThoseOfTheFirst256Keys) {
+    for (uint32_t load = 0; load < 40 && !HasFailure(); ++load) {
+        reload();
+        platform.quick = true;
+        MemoryModel model;
+        const auto [redundant, overPeriod] = std::pair(CALL(QOS_TLM_IsRedundantData), CALL(QOS_TLM_IsOverPeriod));
+        std::vector<uint32_t> keys(std::array{20u, 255u, 256u, 257u, 400u}[load % 5]);
+        const uint32_t stride = std::array{1u, 8u, 256u, 0x9E3779B1u}[load % 4];
+        std::generate(keys.begin(), keys.end(), [&, key = 0u]() mutable { return key += stride; });
+        std::shuffle(keys.begin(), keys.end(), random_);
+        uint32_t sum = 0;
+        for (size_t step = 0, position = 0; step < 10'000 && !HasFailure(); ++step) {
+            // Mostly in order, as a table is walked.
+            position = below(16) == 0 ? below(keys.size()) : (position + below(2)) % keys.size();
+            const uint32_t key = below(20) == 0 ? 0 : keys[position];
+            const uint32_t sub = below(2) == 0 ? below(2) : below(10);
+            const uint32_t family = below(2) == 0 ? below(2) : below(12);
+            if (below(10) == 0) {
+                platform.nowMs += below(20'000) - 5000ull;
+            } else if (below(100) == 0) {
+                platform.nowMs = std::array{(0xFFFFFFF8ull + below(16)) * 1000, 1'700'000'000'000ull}[below(2)];
+            }
+            const uint64_t digest = std::array{0ull, 1ull, 1ull << 63, ~0ull}[below(4)];
+            const uint32_t period = std::array{0u, 1u, 10u, 60u, 0xFFFFFFFEu, 0xFFFFFFFFu}[below(6)];
+            const bool change = below(2) == 0;
+            const uint32_t expected =
+                change ? model.isRedundant(key, sub, digest, family) : model.isOverPeriod(key, sub, family, period);
+            EXPECT_EQ(change ? redundant(key, sub, digest, family) : overPeriod(key, sub, family, period), expected)
+                << "load " << load << " step " << step << (change ? ": change" : ": period") << " of key " << key
+                << " sub-index " << sub << " family " << family;
+            sum += expected;
+        }
+        EXPECT_GT(sum, 1000u);
+        model.expectSame();
+    }
 }
 
 }  // namespace

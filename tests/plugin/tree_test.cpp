@@ -76,24 +76,6 @@ TEST_F(TreeTest, FailedAddsLeaveTheTree) {
     EXPECT_EQ(CALL(QOS_TLM_CreateNode)("n", 1, 0), nullptr);
 }
 
-TEST_F(TreeTest, LeafWithoutTextCopyIsAttachedAndRefusedLater) {
-    using Case = std::tuple<const char*, uint32_t, std::string>;
-    for (const auto& [function, nth, line] :
-         {Case{"NIVEX_AllocBuff", 2, encodeLine(2, 5, 423)}, Case{"strcpy_s", 1, encodeLine(6, 5, 429)}}) {
-        reload();
-        const Tree top = makeTree("top", 5);
-        fake::failCall(function, nth);
-        EXPECT_EQ(CALL(QOS_TLM_AddChildString)(top.get(), "n", "eth0", 1), 0u);
-        ASSERT_NE(top->firstChild, nullptr);
-        EXPECT_EQ(top->firstChild->data.value, 0u);
-        EXPECT_EQ(top->firstChild->data.valueLen, 5u);
-        uint32_t length = 99;
-        EXPECT_EQ(CALL(QOS_TLM_Encoding)(top.get(), QOS_TLM_ENCODE_GPB, &length), nullptr);
-        EXPECT_EQ(length, 99u);
-        EXPECT_LOG(line, "[Tlm Encoding] validate tree failed, ret=1.", encodeLine(1, 0, 530));
-    }
-}
-
 TEST_F(TreeTest, TextCopy) {
     uint32_t length = 99;
     EXPECT_EQ(CALL(QOS_TLM_ConvertToStr)(nullptr, &length), nullptr);
@@ -109,22 +91,6 @@ TEST_F(TreeTest, TextCopy) {
     }
     EXPECT_EQ(length, 3u);
     EXPECT_THAT(fake::platform.allocSizes, ElementsAre(4, 4, 4, 4));
-}
-
-TEST_F(TreeTest, ReleaseFreesEveryLevelAndSibling) {
-    QosTlmNode* top = CALL(QOS_TLM_CreateNode)("top", 1, 0);
-    QosTlmNode* node = top;
-    for (int level = 0; level < 5; ++level) {
-        CALL(QOS_TLM_AddChildString)(node, "before", "text", 1);
-        QosTlmNode* inner = addNode(node, "inner", 2);
-        CALL(QOS_TLM_AddChildUint64)(node, "after", ~0ull, 3);
-        node = inner;
-    }
-    top->next = CALL(QOS_TLM_CreateNode)("sibling", 1, 0);
-    EXPECT_EQ(fake::liveBlocks(), 1u + 5 * 4 + 1);
-    CALL(QOS_TLM_ReleaseNode)(top);
-    EXPECT_EQ(fake::liveBlocks(), 0u);
-    CALL(QOS_TLM_ReleaseNode)(nullptr);
 }
 
 }  // namespace

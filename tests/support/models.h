@@ -5,24 +5,19 @@
 #define TESTS_SUPPORT_MODELS_H
 
 #include <algorithm>
+#include <map>
 #include <random>
-#include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
-#include "support/pattern_model.h"
 #include "support/plugin.h"
-#include "support/tracking_model.h"
 
 struct Dice {
     std::mt19937 random_;
 
     explicit Dice(uint32_t seed) : random_(seed) {}
     uint32_t below(size_t limit) { return static_cast<uint32_t>(random_() % limit); }
-    std::string pick(const std::string& from, size_t count) {
-        std::string text(count, '\0');
-        std::generate(text.begin(), text.end(), [&] { return from[below(from.size())]; });
-        return text;
-    }
     // What may happen to a table between two calls: nothing, or rows move, go, come or are doubled.
     template <class Row, class Make>
     void rearrange(std::vector<Row>& rows, Make makeRow, size_t least = 300) {
@@ -49,6 +44,40 @@ struct Dice {
         while (rows.size() < least) {
             rows.insert(rows.begin() + below(rows.size() + 1), makeRow());
         }
+    }
+};
+
+// The history or the period table as plain maps: the cells of the first 256 keys. Key 0 uses those of the slot that the
+// next new key will get.
+struct TrackingModel {
+    std::map<uint32_t, size_t> slots;                                    // by key
+    std::map<std::tuple<size_t, uint32_t, uint32_t>, uint64_t> cells{};  // by slot, sub-index, family; absent: 0
+
+    // The cell, null where there is none, and whether the key was known.
+    std::pair<uint64_t*, bool> find(uint32_t key, uint32_t sub, uint32_t family) {
+        const auto found = slots.find(key);
+        const bool known = found != slots.end();
+        const size_t slot = known ? found->second : slots.size();
+        if (sub >= QOS_TLM_TRACK_SUB_INDEX_NUM || family >= QOS_TLM_TRACK_FAMILY_NUM ||
+            slot == QOS_TLM_TRACK_SLOT_NUM) {
+            return {};
+        }
+        if (key != 0) {
+            slots.emplace(key, slot);
+        }
+        return {&cells[{slot, sub, family}], known};
+    }
+    uint32_t isRedundant(uint32_t key, uint32_t sub, uint64_t digest, uint32_t family) {
+        const auto [cell, known] = find(key, sub, family);
+        return cell != nullptr && std::exchange(*cell, digest) == digest && known ? 1 : 0;
+    }
+    uint32_t isOverPeriod(uint32_t key, uint32_t sub, uint32_t family, uint32_t period, uint32_t now) {
+        const auto [cell, known] = find(key, sub, family);
+        if (cell == nullptr || (known && static_cast<uint32_t>(now - *cell) <= period)) {
+            return 0;
+        }
+        *cell = now;
+        return known ? 1 : 0;
     }
 };
 
