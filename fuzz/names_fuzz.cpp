@@ -1,6 +1,5 @@
 // Interface-name matching against the C library's regular expressions: the pattern is the input's first line, the name
 // is the rest.
-#include <cctype>
 #include <cstring>
 
 #include "fuzz/input.h"
@@ -14,7 +13,8 @@ size_t countOf(const std::string& pattern, const char* characters) {
                                              [&](char character) { return strchr(characters, character) != nullptr; }));
 }
 
-// The C library needs time and memory beyond measure for some: repeats of repeats, high counts, back-references.
+// The C library needs time and memory beyond measure for some: repeats of repeats, high counts; and escapes are too
+// much for the model of back-references below when there are several.
 bool isCostly(const std::string& pattern) {
     size_t digits = 0;
     size_t mostDigits = 0;
@@ -29,9 +29,12 @@ bool isCostly(const std::string& pattern) {
 
 // Where the plug-in leaves the match to the C library, it takes one "+" and no "{".
 bool isRefused(const std::string& pattern, const std::string& name) {
-    const size_t backslash = pattern.find('\\');
-    const bool mayReferBack = backslash + 1 < pattern.size() && isdigit(pattern[backslash + 1]) != 0;
-    return (name.size() > 31 || name.find('\n') != name.npos || mayReferBack) && countOf(pattern, "+{") > 0;
+    return (name.size() > 31 || name.find('\n') != name.npos) && countOf(pattern, "+{") > 0;
+}
+
+bool mayReferBack(const std::string& pattern) {
+    const size_t escaped = pattern.find('\\') + 1;
+    return escaped > 0 && escaped < pattern.size() && pattern[escaped] >= '1' && pattern[escaped] <= '9';
 }
 
 }  // namespace
@@ -44,10 +47,12 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string name = line == std::string_view::npos ? "" : std::string(text.substr(line + 1, 64)).c_str();
     const bool tooLong = pattern.size() > QOS_TLM_PATTERN_MAX;
     const uint32_t matches = QOS_TLM_CheckIfName(pattern.c_str(), name.c_str(), 32);
-    if (!tooLong && (isCostly(pattern) || isRefused(pattern, name))) {
+    const bool refersBack = mayReferBack(pattern);
+    const bool isUnclear = refersBack && pattern.find('[') != pattern.npos;  // in brackets it is none
+    if (!tooLong && (isCostly(pattern) || isRefused(pattern, name) || isUnclear)) {
         return 0;  // it came back
     }
-    const bool expected = !tooLong && PatternModel(pattern).matches(name);
+    const bool expected = !tooLong && !refersBack && PatternModel(pattern).matches(name);
     REQUIRE(matches == (expected ? 1 : 0));
     return 0;
 }

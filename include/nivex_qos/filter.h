@@ -14,12 +14,12 @@ QOS_TLM_BEGIN_DECLS
 /*
  * 1 when the whole of name matches the pattern, without regard to case, else 0. In a pattern "*" is a run of zero or
  * more decimal digits; every other character is one of a POSIX extended regular expression (IEEE Std 1003.1, 9.4), read
- * as the GNU C library reads it. 0 also for a null argument, a pattern that does not compile and one above
- * QOS_TLM_PATTERN_MAX. nameSize, the capacity of the name's field, does not matter.
+ * as the GNU C library reads it. 0 also for a null argument, a pattern that does not compile, one with a back-reference
+ * ("\1" to "\9") and one above QOS_TLM_PATTERN_MAX. nameSize, the capacity of the name's field, does not matter.
  *
- * A pattern costs microseconds, whatever it is. Where the C library has to match (back-references, characters of
- * several bytes, names above 31 bytes or with a line feed) it can be a second, and a pattern with a "{" or a second
- * "+", which could take minutes or the stack, gives 0.
+ * A pattern costs microseconds, whatever it is. Where the C library has to match (characters of several bytes, names
+ * above 31 bytes or with a line feed) it can be a second, and a pattern with a "{", a second "+" or a "\" before a
+ * digit other than 0, even in brackets, gives 0: they could take minutes or the stack.
  */
 QOS_TLM_API uint32_t QOS_TLM_CheckIfName(const char* pattern, const char* name, uint32_t nameSize);
 

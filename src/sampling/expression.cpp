@@ -37,7 +37,7 @@ class Finder {
         for (uint32_t place = 0; place <= length_; ++place) {
             any |= whole.from[place];
         }
-        return unknown_ ? Found::unknown : invalid_ || any == 0 ? Found::no : Found::yes;
+        return invalid_ || any == 0 ? Found::no : Found::yes;
     }
 
   private:
@@ -270,7 +270,9 @@ class Finder {
             case 'S':
                 return all() & ~spaces;
             default:
-                unknown_ |= character >= '1' && character <= '9';
+                if (character >= '1' && character <= '9') {
+                    refuse();  // a back-reference, for which no bound is known
+                }
                 return equalTo(character);  // as it stands: an escaped small letter equals none
         }
     }
@@ -350,7 +352,6 @@ class Finder {
     const uint32_t length_;
     uint8_t text_[kPlaces];  // in capitals, which is how the C library leaves the case aside
     bool invalid_ = false;
-    bool unknown_ = false;
 };
 
 }  // namespace

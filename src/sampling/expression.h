@@ -14,7 +14,7 @@ namespace qos {
 enum class Found : uint8_t { no, yes, unknown };
 
 // Whether a part of the text matches the expression without regard to case, as regcomp and regexec of the GNU C library
-// have it; no when the expression is not valid. Bytes are characters. Unknown for back-references and for a text that
+// have it; no when the expression is not valid or has a back-reference. Bytes are characters. Unknown for a text that
 // is longer than 31 bytes or has a line feed, before which the C library sees an end now and then.
 Found find(const char* expression, const char* text);
 

@@ -93,11 +93,20 @@ std::optional<bool> matchDirectly(const char* pattern, size_t length, const char
     return (positions & end) != 0;
 }
 
-// What is left for the C library: back-references, and characters of several bytes. It copies what "+" and "{}" repeat,
-// and copies of copies take it minutes or overflow its stack, so there one "+" is all that a pattern may have.
+// Whether a pattern has a back-reference, or what looks like one: inside brackets it is none.
+bool mayReferBack(const char* pattern) {
+    const char* escape = strchr(pattern, '\\');
+    while (escape != nullptr && (escape[1] < '1' || escape[1] > '9')) {
+        escape = strchr(escape + 1, '\\');
+    }
+    return escape != nullptr;
+}
+
+// What is left for the C library: characters of several bytes. It copies what "+" and "{}" repeat, and copies of copies
+// take it minutes or overflow its stack, so there one "+" is all that a pattern may have; back-references do the same.
 bool matchByLibrary(const char* pattern, const char* expression, const char* name) {
     const char* repeat = strpbrk(pattern, "+{");
-    if (repeat != nullptr && (*repeat == '{' || strpbrk(repeat + 1, "+{") != nullptr)) {
+    if ((repeat != nullptr && (*repeat == '{' || strpbrk(repeat + 1, "+{") != nullptr)) || mayReferBack(pattern)) {
         return false;
     }
     regex_t compiled;
