@@ -89,6 +89,7 @@ struct RowBytes {
 };
 
 #define FUZZ_ROLE_KEY true
+#define FUZZ_ROLE_QUEUE true
 #define FUZZ_ROLE_VALUE false
 #define FUZZ_COLUMN(table, column, kind, role) from.read(FUZZ_ROLE_##role, row.column);
 #define FUZZ_TABLE(table, columns)                        \
