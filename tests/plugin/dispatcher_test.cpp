@@ -51,15 +51,11 @@ TEST_F(DispatcherTest, FailuresUploadNothing) {
     const auto nothing = [](QosTlmQueryParam&) {};
     using Case = std::tuple<void (*)(QosTlmQueryParam&), uint32_t, const char*>;
     const Case cases[] = {
-        {[](QosTlmQueryParam&) { fake::failCall("NIVEX_AllocBuff", 1); }, 3,
-         "[Tlm QueryFunc] sampleData alloc buff failed."},
         {nothing, 9, "[Tlm QueryFunc] no query func."},
         {nothing, 0xFFFFFFFF, "[Tlm QueryFunc] no query func."},
         {[](QosTlmQueryParam& request) { request.encodeType = 2; }, 3, "[Tlm QueryFunc] query data failed."},
         {[](QosTlmQueryParam&) { GLOBAL(g_qosTlmFrmVtbl) = nullptr; }, 3, noUpload},
         {[](QosTlmQueryParam&) { platform.vtable.sampleDataUpload = nullptr; }, 3, noUpload},
-        {[](QosTlmQueryParam&) { fake::failCall("sampleDataUpload", 1); }, 3,
-         "[Tlm QueryFunc] upload sample data failed."},
     };
     for (const auto& [arrange, family, message] : cases) {
         SCOPED_TRACE(message);

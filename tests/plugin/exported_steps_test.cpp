@@ -73,13 +73,13 @@ class ExportedStepsTest : public StartedPluginTest, public testing::WithParamInt
     uint32_t compose(By by, const QosTlmQueryParam& request, QosTlmSampleData& sample) const {
         void* object = nullptr;
         void* iterator = nullptr;
-        QosTlmNode* root = nullptr;
-        QosTlmNode* list = nullptr;
+        auto* root = reinterpret_cast<QosTlmNode*>(&sample);  // what they held before must not matter
+        auto* list = root;
         EXPECT_EQ(step("Get", "Iter", &object, &iterator), 0u);
         const bool gpb = request.encodeType == QOS_TLM_ENCODE_GPB;
         EXPECT_EQ(step("Get", gpb ? "GpbStartNode" : "JsonStartNode", &root, &list), 0u);
         const uint32_t previous = step("Init", "QueryFlag");
-        alignas(8) uint8_t bytes[512];  // a record of any family; what it held before must not matter
+        alignas(8) uint8_t bytes[512];  // a record of any family; nor what this held
         memset(bytes, 0xA5, sizeof bytes);
         void* record = bytes;
         uint32_t count = 0;

@@ -106,6 +106,8 @@ TEST_F(TrackingTest, SentKeysAreThoseInserted) {
             --room;
         }
     }
+    insert(QOS_TLM_FAMILY_NUM, 1);
+    EXPECT_EQ(find(QOS_TLM_FAMILY_NUM, 1), 0u);
     EXPECT_GT(found, 100'000u);
     EXPECT_GT(passes, 200u);
 }

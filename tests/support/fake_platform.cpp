@@ -69,7 +69,7 @@ std::optional<uint32_t> failureOf(const char* function) {
     platform.calls.push_back(function);
     Plan& plan = planOf(function);
     ++plan.calls;
-    if (!plan.failAt || (*plan.failAt != kEveryCall && *plan.failAt != plan.calls)) {
+    if (plan.failAt != plan.calls) {
         return std::nullopt;
     }
     plan.failed = true;
@@ -230,7 +230,7 @@ void reset() {
 
 void failCall(std::string_view function, uint32_t nth, uint32_t code) {
     Plan& plan = planOf(function);
-    plan = {plan.calls, nth == kEveryCall ? kEveryCall : plan.calls + nth, code, false};
+    plan = {plan.calls, plan.calls + nth, code, false};
 }
 
 bool hasFailed(std::string_view function) {

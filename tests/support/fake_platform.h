@@ -89,7 +89,6 @@ extern Platform platform;
 void reset();
 
 // The nth next call of a platform function fails with code (functions that answer a pointer: with null).
-inline constexpr uint32_t kEveryCall = 0;
 void failCall(std::string_view function, uint32_t nth, uint32_t code = 1);
 bool hasFailed(std::string_view function);  // the planned failure took place
 void failNothing();
