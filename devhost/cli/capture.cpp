@@ -7,20 +7,34 @@
 
 #include <cerrno>
 #include <concepts>
+#include <limits>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace host {
 
 namespace {
 
 constexpr std::string_view kMagic = "QOS-CAPTURE ";
-constexpr std::string_view kVersion = "1\n";
-constexpr size_t kFixedPart = 38;
+constexpr std::string_view kHead = "QOS-CAPTURE 2\n";
+constexpr uint64_t kUnknownRows = std::numeric_limits<uint64_t>::max();
 constexpr size_t kLongestAlias = 255;
-constexpr size_t kShortestRecord = kFixedPart + 1;
-constexpr size_t kLongestRecord = kFixedPart + kLongestAlias + QOS_TLM_PAYLOAD_SIZE;
+constexpr size_t kLongestText = 4096;
+
+// Sizes behind a record's length. Version 1 has batches only; in version 2 a record begins with what all kinds have.
+constexpr size_t kFixedPart1 = 38;
+constexpr size_t kLongestRecord1 = kFixedPart1 + kLongestAlias + QOS_TLM_PAYLOAD_SIZE;
+constexpr size_t kFixedPart2 = 22;
+constexpr size_t kLongestRecord2 = 65536;  // the magic as a length is more
+
+// The kinds of records, and what they have behind the alias.
+constexpr uint8_t kBatch = 1;
+constexpr size_t kBatchPart = 33;  // without its payload
+constexpr uint8_t kPassEnd = 2;
+constexpr size_t kPassEndPart = 41;
+constexpr uint8_t kLogLine = 3;
+constexpr size_t kLogLinePart = 8;  // without its text
 
 template <std::unsigned_integral Number>
 std::string littleEndian(Number number) {
@@ -42,32 +56,169 @@ Number takeNumber(std::string_view& bytes) {
     return number;
 }
 
+std::string contentBytes(const CapturedBatch& captured) {
+    const Batch& batch = captured.batch;
+    return littleEndian(batch.hostArg2) + littleEndian(batch.collectStartTime) + littleEndian(batch.collectEndTime) +
+           littleEndian(batch.encodeTimeSpend) + littleEndian(batch.recordCount) +
+           littleEndian(static_cast<uint8_t>(captured.encoding)) + batch.payload;
+}
+
+std::string contentBytes(const PassEnd& end) {
+    return littleEndian(end.result) + littleEndian(end.records) + littleEndian(end.rows.value_or(kUnknownRows)) +
+           littleEndian(end.beginTime) + littleEndian(end.duration) + littleEndian(end.lateness);
+}
+
+std::string contentBytes(const LogLine& line) {
+    return littleEndian(line.time) + line.text.substr(0, kLongestText);
+}
+
+std::string contentBytes(const UnknownKind&) {
+    throw std::logic_error("a record of unknown kind is not written");
+}
+
 [[noreturn]] void throwErrno(const std::string& what) {
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-}  // namespace
-
-CaptureWriter::CaptureWriter(const std::string& file)
-    : name_(file), file_(open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666)) {
-    struct stat status = {};
-    if (file_.get() < 0 || fstat(file_.get(), &status) != 0) {
-        throwErrno(fmt::format("cannot write the capture '{}'", name_));
-    }
-    if (status.st_size > 0) {
+// What follows in a record is no more and no less than so many bytes.
+void requireSize(std::string_view rest, size_t least, size_t most) {
+    if (rest.size() < least || rest.size() > most) {
         throw std::runtime_error(
-            fmt::format("the capture '{}' exists and is not empty: remove it or name another file", name_));
+            fmt::format("the record has {} bytes behind its alias, {} are due", rest.size(),
+                        least == most ? std::to_string(least) : fmt::format("{} to {}", least, most)));
     }
-    append(fmt::format("{}{}", kMagic, kVersion));
 }
 
-void CaptureWriter::add(const std::string& alias, QosTlmEncodeType encoding, const Batch& batch) {
-    const size_t size = kFixedPart + alias.size() + batch.payload.size();
-    append(littleEndian(static_cast<uint32_t>(size)) + littleEndian(batch.hostArg1) + littleEndian(batch.hostArg2) +
-           littleEndian(batch.collectStartTime) + littleEndian(batch.collectEndTime) +
-           littleEndian(batch.encodeTimeSpend) + littleEndian(batch.recordCount) +
-           littleEndian(static_cast<uint8_t>(encoding)) + littleEndian(static_cast<uint8_t>(alias.size())) + alias +
-           batch.payload);
+QosTlmEncodeType takeEncoding(std::string_view& rest) {
+    const auto encoding = takeNumber<uint8_t>(rest);
+    if (encoding > QOS_TLM_ENCODE_JSON) {
+        throw std::runtime_error(fmt::format("the record has encoding {}, neither 0 nor 1", encoding));
+    }
+    return static_cast<QosTlmEncodeType>(encoding);
+}
+
+std::string takeAlias(std::string_view& rest, size_t size, size_t least) {
+    if (size < least || size > rest.size()) {
+        throw std::runtime_error(fmt::format("the record has an alias of {} bytes in {}", size, rest.size()));
+    }
+    const std::string alias(rest.substr(0, size));
+    rest.remove_prefix(size);
+    return alias;
+}
+
+// What the fields of a batch have in common in both versions, from its running number on.
+void takeBatch(std::string_view& rest, Batch& batch) {
+    batch.hostArg2 = takeNumber<uint32_t>(rest);
+    batch.collectStartTime = takeNumber<uint64_t>(rest);
+    batch.collectEndTime = takeNumber<uint64_t>(rest);
+    batch.encodeTimeSpend = takeNumber<uint64_t>(rest);
+    batch.recordCount = takeNumber<uint32_t>(rest);
+}
+
+CaptureRecord readVersion1(std::string_view rest) {
+    CaptureRecord record;
+    CapturedBatch captured;
+    record.subscription = captured.batch.hostArg1 = takeNumber<uint32_t>(rest);
+    takeBatch(rest, captured.batch);
+    captured.encoding = takeEncoding(rest);
+    const size_t aliasSize = takeNumber<uint8_t>(rest);
+    record.alias = takeAlias(rest, aliasSize, 1);
+    captured.batch.payload = rest;
+    record.content = std::move(captured);
+    return record;
+}
+
+CaptureRecord readVersion2(std::string_view rest) {
+    CaptureRecord record;
+    const auto kind = takeNumber<uint8_t>(rest);
+    if (kind != kBatch && kind != kPassEnd && kind != kLogLine) {
+        record.content = UnknownKind{kind};
+        return record;
+    }
+    const size_t aliasSize = takeNumber<uint8_t>(rest);
+    record.run = takeNumber<uint64_t>(rest);
+    record.subscription = takeNumber<uint32_t>(rest);
+    record.pass = takeNumber<uint64_t>(rest);
+    record.alias = takeAlias(rest, aliasSize, kind == kLogLine ? 0 : 1);
+    if (kind == kBatch) {
+        requireSize(rest, kBatchPart, kBatchPart + QOS_TLM_PAYLOAD_SIZE);
+        CapturedBatch captured;
+        captured.batch.hostArg1 = record.subscription;
+        takeBatch(rest, captured.batch);
+        captured.encoding = takeEncoding(rest);
+        captured.batch.payload = rest;
+        record.content = std::move(captured);
+    } else if (kind == kPassEnd) {
+        requireSize(rest, kPassEndPart, kPassEndPart);
+        PassEnd end;
+        end.result = takeNumber<uint8_t>(rest);
+        end.records = takeNumber<uint64_t>(rest);
+        if (const auto rows = takeNumber<uint64_t>(rest); rows != kUnknownRows) {
+            end.rows = rows;
+        }
+        end.beginTime = takeNumber<uint64_t>(rest);
+        end.duration = takeNumber<uint64_t>(rest);
+        end.lateness = takeNumber<uint64_t>(rest);
+        record.content = end;
+    } else {
+        requireSize(rest, kLogLinePart, kLogLinePart + kLongestText);
+        const auto time = takeNumber<uint64_t>(rest);
+        record.content = LogLine{time, std::string(rest)};
+    }
+    return record;
+}
+
+bool isSameFile(const struct stat& one, const struct stat& other) {
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+}  // namespace
+
+std::string captureBytes(const CaptureRecord& record) {
+    const std::string content = std::visit([](const auto& each) { return contentBytes(each); }, record.content);
+    const auto kind = static_cast<uint8_t>(kBatch + record.content.index());
+    return littleEndian(static_cast<uint32_t>(kFixedPart2 + record.alias.size() + content.size())) +
+           littleEndian(kind) + littleEndian(static_cast<uint8_t>(record.alias.size())) +
+           littleEndian(record.run.value()) + littleEndian(record.subscription) + littleEndian(record.pass) +
+           record.alias + content;
+}
+
+bool isStandardOutput(const std::string& file) {
+    struct stat named = {};
+    struct stat output = {};
+    return file == "-" ||
+           (stat(file.c_str(), &named) == 0 && fstat(STDOUT_FILENO, &output) == 0 && isSameFile(named, output));
+}
+
+CaptureWriter::CaptureWriter(const std::string& file) : name_(file) {
+    const auto refuse = [this](std::string_view why) {
+        throw std::runtime_error(fmt::format("the capture '{}' {}", name_, why));
+    };
+    const bool toOutput = isStandardOutput(file);
+    // What it is shows before it is opened, which some devices take as an order.
+    struct stat status = {};
+    if ((toOutput ? fstat(STDOUT_FILENO, &status) : stat(file.c_str(), &status)) == 0) {
+        if (S_ISDIR(status.st_mode)) {
+            refuse("is a directory: name a file in it");
+        }
+        if (S_ISCHR(status.st_mode) || S_ISBLK(status.st_mode)) {
+            refuse(
+                "would go to a device or terminal: name a file, a FIFO, or - with standard output in a pipe or file");
+        }
+        struct stat messages = {};
+        if (fstat(STDERR_FILENO, &messages) == 0 && isSameFile(status, messages)) {
+            refuse("would have messages in it: standard error goes to the same file");
+        }
+        if (S_ISREG(status.st_mode) && status.st_size > 0 && !toOutput) {
+            refuse("exists and is not empty: remove it or name another file");
+        }
+    }
+    file_ = Descriptor(toOutput ? fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
+                                : open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOCTTY, 0666));
+    if (file_.get() < 0) {
+        throwErrno(fmt::format("cannot write the capture '{}'", name_));
+    }
+    append(std::string(kHead));
 }
 
 void CaptureWriter::append(const std::string& bytes) const {
@@ -84,58 +235,59 @@ void CaptureWriter::append(const std::string& bytes) const {
     }
 }
 
-CaptureReader::CaptureReader(const std::string& file) : name_(file), file_(std::fopen(file.c_str(), "rbe")) {
+CaptureReader::CaptureReader(const std::string& file)
+    : name_(file),
+      file_(file == "-" ? fdopen(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0), "rb") : std::fopen(file.c_str(), "rbe")) {
     if (file_ == nullptr) {
         throwErrno(fmt::format("cannot read the capture '{}'", name_));
     }
-    if (read(kMagic.size()) != kMagic) {
-        fail(0, fmt::format("this is no capture: it does not begin with \"{}\"", kMagic));
-    }
-    if (read(kVersion.size()) != kVersion) {
-        fail(kMagic.size(), "the capture has another version than 1, the one that is read here");
-    }
+    readHead({});
 }
 
-std::optional<CapturedBatch> CaptureReader::next() {
-    CapturedBatch captured = {};
-    captured.offset = offset_;
-    const std::string lengthBytes = read(sizeof(uint32_t));
+// The head of a capture, whose first bytes are read already.
+void CaptureReader::readHead(std::string_view begun) {
+    const uint64_t begin = offset_ - begun.size();
+    if (std::string(begun) + read(kMagic.size() - begun.size()) != kMagic) {
+        fail(begin, fmt::format("this is no capture: it does not begin with \"{}\"", kMagic));
+    }
+    const std::string version = read(kHead.size() - kMagic.size());
+    if (version != "1\n" && version != "2\n") {
+        fail(begin + kMagic.size(), "the capture has another version than 1 and 2, those that are read here");
+    }
+    version_ = version[0];
+    ++captures_;
+}
+
+std::optional<CaptureRecord> CaptureReader::next() {
+    recordOffset_ = offset_;
+    std::string lengthBytes = read(sizeof(uint32_t));
+    while (lengthBytes == kMagic.substr(0, sizeof(uint32_t))) {
+        readHead(lengthBytes);
+        recordOffset_ = offset_;
+        lengthBytes = read(sizeof(uint32_t));
+    }
     if (lengthBytes.empty()) {
         return std::nullopt;
     }
     if (lengthBytes.size() < sizeof(uint32_t)) {
-        fail(captured.offset, fmt::format("the record is cut off: {} bytes of its length", lengthBytes.size()));
+        fail(recordOffset_, fmt::format("the record is cut off: {} bytes of its length", lengthBytes.size()));
     }
     std::string_view rest = lengthBytes;
     const auto length = takeNumber<uint32_t>(rest);
-    if (length < kShortestRecord || length > kLongestRecord) {
-        fail(captured.offset,
-             fmt::format("{} is no length of a record, {} to {} bytes", length, kShortestRecord, kLongestRecord));
+    const size_t least = version_ == '1' ? kFixedPart1 + 1 : kFixedPart2;
+    const size_t most = version_ == '1' ? kLongestRecord1 : kLongestRecord2;
+    if (length < least || length > most) {
+        fail(recordOffset_, fmt::format("{} is no length of a record, {} to {} bytes", length, least, most));
     }
     const std::string bytes = read(length);
     if (bytes.size() < length) {
-        fail(captured.offset, fmt::format("the record is cut off: {} of {} bytes", bytes.size(), length));
+        fail(recordOffset_, fmt::format("the record is cut off: {} of {} bytes", bytes.size(), length));
     }
-    rest = bytes;
-    Batch& batch = captured.batch;
-    batch.hostArg1 = takeNumber<uint32_t>(rest);
-    batch.hostArg2 = takeNumber<uint32_t>(rest);
-    batch.collectStartTime = takeNumber<uint64_t>(rest);
-    batch.collectEndTime = takeNumber<uint64_t>(rest);
-    batch.encodeTimeSpend = takeNumber<uint64_t>(rest);
-    batch.recordCount = takeNumber<uint32_t>(rest);
-    const auto encoding = takeNumber<uint8_t>(rest);
-    if (encoding > QOS_TLM_ENCODE_JSON) {
-        fail(captured.offset, fmt::format("the record has encoding {}, neither 0 nor 1", encoding));
+    try {
+        return version_ == '1' ? readVersion1(bytes) : readVersion2(bytes);
+    } catch (const std::runtime_error& error) {
+        fail(recordOffset_, error.what());
     }
-    captured.encoding = static_cast<QosTlmEncodeType>(encoding);
-    const size_t aliasSize = takeNumber<uint8_t>(rest);
-    if (aliasSize == 0 || aliasSize > rest.size()) {
-        fail(captured.offset, fmt::format("the record has an alias of {} bytes in {}", aliasSize, rest.size()));
-    }
-    captured.alias = rest.substr(0, aliasSize);
-    batch.payload = rest.substr(aliasSize);
-    return captured;
 }
 
 // Up to so many bytes: fewer at the end of the file.

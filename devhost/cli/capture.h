@@ -1,8 +1,6 @@
 /*
- * A capture: the batches of sampling calls in a file, as docs/capture.md describes it byte by byte.
+ * A capture: what sampling brought, as records in a file or a pipe; docs/capture.md describes it byte by byte.
  *
- * A writer owns its file, which must be new or empty, and appends each batch with one write, so that a process that is
- * killed leaves at most a last record that is cut off. A reader hands out the batches in their order and owns its file.
  * Every failure is a std::runtime_error that names the file and, for its contents, the byte offset.
  */
 #ifndef DEVHOST_CLI_CAPTURE_H
@@ -13,17 +11,62 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <variant>
 
 #include "devhost/cli/descriptor.h"
 #include "devhost/cli/host.h"
 
 namespace host {
 
+struct CapturedBatch {
+    QosTlmEncodeType encoding = QOS_TLM_ENCODE_GPB;
+    Batch batch;  // its hostArg1 is the record's subscription
+};
+
+struct PassEnd {
+    uint8_t result = QOS_TLM_RESULT_DONE;
+    uint64_t records = 0;               // of all batches
+    std::optional<uint64_t> rows = {};  // of the table; none when they were not counted
+    uint64_t beginTime = 0;             // milliseconds since 1970
+    uint64_t duration = 0;              // microseconds
+    uint64_t lateness = 0;              // microseconds from the time that was due
+};
+
+/* A line that the plug-in or the database logged. */
+struct LogLine {
+    uint64_t time = 0;  // milliseconds since 1970
+    std::string text;   // what is longer than 4096 bytes is cut
+};
+
+/* Of a kind that this program does not know. */
+struct UnknownKind {
+    uint8_t kind;
+};
+
+struct CaptureRecord {
+    std::optional<uint64_t> run;  // a random number of the process that sampled; none in version 1
+    uint32_t subscription = 0;
+    uint64_t pass = 0;  // from 1 in each run of a subscription; 0 outside of a pass, and in version 1
+    std::string alias;  // 1 to 255 bytes; may be empty for a LogLine
+    std::variant<CapturedBatch, PassEnd, LogLine, UnknownKind> content;
+};
+
+/* The bytes of a record with a run, of a kind that is known. */
+std::string captureBytes(const CaptureRecord& record);
+
+/* Whether this name of a capture means what standard output is connected to. */
+bool isStandardOutput(const std::string& file);
+
+/*
+ * Owns its file: a new or empty one, a FIFO, or whatever is standard output, named "-" as well. Each record is appended
+ * with one write, so that a process that is killed leaves at most a last record that is cut off.
+ */
 class CaptureWriter {
   public:
     explicit CaptureWriter(const std::string& file);
 
-    void add(const std::string& alias, QosTlmEncodeType encoding, const Batch& batch);
+    void add(const CaptureRecord& record) const { append(captureBytes(record)); }
 
   private:
     void append(const std::string& bytes) const;
@@ -32,31 +75,35 @@ class CaptureWriter {
     Descriptor file_;
 };
 
-struct CapturedBatch {
-    uint64_t offset;  // of its record in the file
-    std::string alias;
-    QosTlmEncodeType encoding;
-    Batch batch;
-};
-
+/* Owns its file, "-" for standard input. A capture may begin anew wherever a record may. */
 class CaptureReader {
   public:
     explicit CaptureReader(const std::string& file);
 
-    /* The next batch; none at the end of the file. */
-    std::optional<CapturedBatch> next();
+    /* The next record; none at the end of the file. */
+    std::optional<CaptureRecord> next();
+
+    /* Of the record that next() gave, in the file. */
+    uint64_t offset() const { return recordOffset_; }
+
+    /* The captures that the file has begun with so far; records without a run are of the same one within each. */
+    uint64_t captures() const { return captures_; }
 
   private:
     struct Close {
         void operator()(FILE* file) const { std::fclose(file); }
     };
 
+    void readHead(std::string_view begun);
     std::string read(size_t size);
     [[noreturn]] void fail(uint64_t offset, const std::string& what) const;
 
     std::string name_;
     std::unique_ptr<FILE, Close> file_;
     uint64_t offset_ = 0;
+    uint64_t recordOffset_ = 0;
+    uint64_t captures_ = 0;
+    char version_ = '\0';
 };
 
 }  // namespace host

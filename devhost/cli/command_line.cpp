@@ -72,10 +72,11 @@ CLI::Option* addNumberOption(CLI::App& command, const std::string& name, Value& 
         ->type_name("NUMBER");
 }
 
-void addOutputOption(CLI::App& command, std::string& value) {
+void addOutputOption(CLI::App& command, std::optional<std::string>& value) {
     command.add_option("--output", value, "Form of the output; json of GPB is RFC 7951 JSON")
         ->check(CLI::IsMember(kOutputs))
-        ->capture_default_str();
+        ->type_name("TEXT")
+        ->default_str("table");
 }
 
 CLI::Option* addDatabaseOption(CLI::App& command, std::string& value, const char* description) {
@@ -114,15 +115,20 @@ void addSampleCommand(CLI::App& app, CommandLine& line) {
     addNumberOption(*command, "--suppress-redundant", options.redundantPeriod, 0u, kMost32,
                     "Send a record when it changed, or after so many seconds")
         ->type_name("SECONDS");
+    addNumberOption(*command, "--subscription", options.subscription, 0u, kMost32, "Id that the samples carry")
+        ->default_str(std::to_string(options.subscription));
     addOutputOption(*command, options.output);
-    command->add_option("--capture", options.capture, "Keep the samples in this new file, for qos-host decode")
+    command
+        ->add_option("--capture", options.capture,
+                     "Keep the samples in this new file or FIFO, for qos-host decode; - is standard output")
         ->type_name("FILE");
     command->callback([&] { line.action = [&] { return runSample(line.sample, line.pluginFile); }; });
 }
 
 void addDecodeCommand(CLI::App& app, CommandLine& line) {
     CLI::App* command = app.add_subcommand("decode", "Show the samples of a capture");
-    command->add_option("FILE", line.decode.file, "What qos-host sample --capture wrote")->required();
+    command->add_option("FILE", line.decode.file, "What qos-host sample --capture wrote; - is standard input")
+        ->required();
     addOutputOption(*command, line.decode.output);
     command->callback([&] { line.action = [&] { return runDecode(line.decode); }; });
 }

@@ -27,13 +27,14 @@ struct SampleOptions {
     std::string path;
     std::string database;
     std::string encoding = "gpb";
-    std::string output = "table";
+    std::optional<std::string> output;  // "table", but "none" with a capture on standard output
     std::vector<std::string> conditions;
     std::vector<std::string> thresholds;
     std::string relation;
     std::string capture;
     std::chrono::milliseconds every{0};
     std::optional<uint64_t> count;
+    uint32_t subscription = 1;
     std::optional<uint32_t> period;
     std::optional<uint32_t> redundantPeriod;
 
@@ -42,7 +43,7 @@ struct SampleOptions {
 
 struct DecodeOptions {
     std::string file;
-    std::string output = "table";
+    std::optional<std::string> output;  // "table"
 };
 
 struct FeedOptions {

@@ -3,6 +3,9 @@
 
 #include <ctime>
 #include <map>
+#include <set>
+#include <tuple>
+#include <utility>
 
 #include "devhost/cli/capture.h"
 #include "devhost/cli/commands.h"
@@ -26,53 +29,152 @@ std::string timeText(uint64_t time) {
     return fmt::format("{:%FT%T}.{:03}Z", fields, time % 1000);
 }
 
-void printHeading(uint64_t number, const CapturedBatch& captured) {
+void print(uint64_t number, const CaptureRecord& record, const CapturedBatch& captured) {
     const Batch& batch = captured.batch;
     fmt::print(
         "batch {}: {} in {}, subscription {}, number {}, records {}, bytes {}, collected {}, encoding time {} us\n",
-        number, shown(captured.alias), captured.encoding == QOS_TLM_ENCODE_GPB ? "gpb" : "json", batch.hostArg1,
+        number, shown(record.alias), captured.encoding == QOS_TLM_ENCODE_GPB ? "gpb" : "json", record.subscription,
         batch.hostArg2, batch.recordCount, batch.payload.size(), timeText(batch.collectStartTime),
         batch.encodeTimeSpend);
 }
 
-}  // namespace
+void print(const CaptureRecord& record, const PassEnd& end) {
+    fmt::print(
+        "end of pass {}: {}, subscription {}, records {}, rows {}, begun {}, took {} us, late {} us, result {}\n",
+        record.pass, shown(record.alias), record.subscription, end.records,
+        end.rows ? std::to_string(*end.rows) : "unknown", timeText(end.beginTime), end.duration, end.lateness,
+        resultText(end.result));
+}
 
-int runDecode(const DecodeOptions& options) {
-    CaptureReader reader(options.file);
-    std::map<uint32_t, uint32_t> lastNumbers;  // by subscription
-    int code = kDone;
-    uint64_t count = 0;
-    while (!stopRequested()) {
-        std::optional<CapturedBatch> captured;
+void print(const CaptureRecord& record, const LogLine& line) {
+    fmt::print("logged {}: {}, subscription {}, pass {}: {}\n", timeText(line.time),
+               record.alias.empty() ? "no path" : shown(record.alias), record.subscription, record.pass,
+               shown(line.text));
+}
+
+/* Whether the batches of a subscription follow each other, as far as its records tell. */
+class Sequence {
+  public:
+    /* Answers what is missing before the batch. */
+    std::string add(const Batch& batch) {
+        const uint32_t due = std::exchange(last_, batch.hostArg2) + 1;
+        records_ += batch.recordCount;
+        if (batch.hostArg2 == due) {
+            return {};
+        }
+        hasGap_ = true;
+        return fmt::format("gap: number {} where {} is due", batch.hostArg2, due);
+    }
+
+    /* Answers what is missing in the pass, unless it was told before. */
+    std::string end(const PassEnd& end) {
+        const uint64_t records = std::exchange(records_, 0);
+        if (std::exchange(hasGap_, false) || records == end.records) {
+            return {};
+        }
+        return fmt::format("the pass sent {} records, {} are here", end.records, records);
+    }
+
+  private:
+    uint32_t last_ = 0;
+    uint64_t records_ = 0;  // since the last end of a pass
+    bool hasGap_ = false;   // since then
+};
+
+class Decoder {
+  public:
+    explicit Decoder(const DecodeOptions& options)
+        : file_(options.file), output_(options.output.value_or("table")), reader_(options.file) {}
+
+    int run() {
+        while (!stopRequested()) {
+            const std::optional<CaptureRecord> record = next();
+            if (!record) {
+                break;
+            }
+            std::visit([&](const auto& content) { show(*record, content); }, record->content);
+            flushOutput();  // who watches a sampler through a pipe waits for it
+        }
+        return code_;
+    }
+
+  private:
+    std::optional<CaptureRecord> next() {
         try {
-            captured = reader.next();
+            return reader_.next();
         } catch (const std::exception&) {
             flushOutput();  // what came before the fault stands before its message
             throw;
         }
-        if (!captured) {
-            break;
-        }
-        const Batch& batch = captured->batch;
-        if (options.output != "json") {
-            printHeading(++count, *captured);
-        }
-        uint32_t& last = lastNumbers[batch.hostArg1];
-        if (batch.hostArg2 != last + 1) {
-            flushOutput();
-            report(fmt::format("'{}', byte {}: gap in subscription {}: number {} where {} is due", options.file,
-                               captured->offset, batch.hostArg1, batch.hostArg2, last + 1));
-            code = kFailed;
-        }
-        last = batch.hostArg2;
-        printBatches({&batch, 1}, captured->alias, captured->encoding, options.output,
-                     [&](const Batch&, const std::string& what) {
-                         flushOutput();
-                         report(fmt::format("'{}', byte {}: {}", options.file, captured->offset, what));
-                         code = kFailed;
-                     });
     }
-    return code;
+
+    void show(const CaptureRecord& record, const CapturedBatch& captured) {
+        if (output_ != "json") {
+            print(++batches_, record, captured);
+        }
+        tellGap(record, sequence(record).add(captured.batch));
+        printBatches({&captured.batch, 1}, record.alias, captured.encoding, output_,
+                     [this](const Batch&, const std::string& what) { tell(what); });
+    }
+
+    void show(const CaptureRecord& record, const PassEnd& end) {
+        if (output_ != "json") {
+            print(record, end);
+        }
+        tellGap(record, sequence(record).end(end));
+    }
+
+    void show(const CaptureRecord& record, const LogLine& line) {
+        if (output_ != "json") {
+            print(record, line);
+        }
+    }
+
+    void show(const CaptureRecord&, const UnknownKind& unknown) {
+        if (unknownKinds_.insert(unknown.kind).second) {
+            flushOutput();
+            report(fmt::format("'{}', byte {}: records of kind {} are skipped, as this program does not know them",
+                               file_, reader_.offset(), unknown.kind));
+        }
+    }
+
+    // A run counts on its own, and so does each capture that names none.
+    Sequence& sequence(const CaptureRecord& record) {
+        constexpr size_t kMostSequences = 100'000;
+        auto& sequence = sequences_[{!record.run, record.run.value_or(reader_.captures()), record.subscription}];
+        if (sequences_.size() > kMostSequences) {
+            throw std::runtime_error(fmt::format("'{}', byte {}: more than {} runs and subscriptions in one file",
+                                                 file_, reader_.offset(), kMostSequences));
+        }
+        return sequence;
+    }
+
+    void tellGap(const CaptureRecord& record, const std::string& what) {
+        if (!what.empty()) {
+            const std::string run = record.run ? fmt::format(" of run {:016x}", *record.run) : "";
+            tell(fmt::format("subscription {}{}: {}", record.subscription, run, what));
+        }
+    }
+
+    void tell(const std::string& what) {
+        flushOutput();
+        report(fmt::format("'{}', byte {}: {}", file_, reader_.offset(), what));
+        code_ = kFailed;
+    }
+
+    const std::string file_;
+    const std::string output_;
+    CaptureReader reader_;
+    std::map<std::tuple<bool, uint64_t, uint32_t>, Sequence> sequences_;
+    std::set<uint8_t> unknownKinds_;  // that were told
+    uint64_t batches_ = 0;
+    int code_ = kDone;
+};
+
+}  // namespace
+
+int runDecode(const DecodeOptions& options) {
+    return Decoder(options).run();
 }
 
 }  // namespace host

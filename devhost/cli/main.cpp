@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -9,7 +12,21 @@
 #include "devhost/cli/stop.h"
 #include "devhost/cli/trouble.h"
 
+namespace {
+
+// A standard file that is closed would be the next file that is opened, which then takes the output or the messages.
+void keepStandardFiles() {
+    int file = -1;
+    do {
+        file = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    } while (file >= 0 && file <= STDERR_FILENO);
+    close(file);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
+    keepStandardFiles();
     try {
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGXFSZ, SIG_IGN);  // a file at its size limit is a failed write

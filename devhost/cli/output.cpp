@@ -88,16 +88,20 @@ void printBatches(std::span<const Batch> batches, const std::string& alias, QosT
     }
 }
 
+std::string resultText(uint32_t result) {
+    return fmt::format("{} ({})", result,
+                       result == QOS_TLM_RESULT_DONE   ? "done"
+                       : result == QOS_TLM_RESULT_MORE ? "stopped"
+                                                       : "failed");
+}
+
 void printSummary(uint64_t number, const Pass& pass) {
-    const char* result = pass.result == QOS_TLM_RESULT_DONE   ? "done"
-                         : pass.result == QOS_TLM_RESULT_MORE ? "stopped"
-                                                              : "failed";
     const std::string numbers = pass.batches.empty()       ? "none"
                                 : pass.batches.size() == 1 ? std::to_string(pass.batches.front().hostArg2)
                                                            : fmt::format("{} to {}", pass.batches.front().hostArg2,
                                                                          pass.batches.back().hostArg2);
-    fmt::print("pass {}: records {}, batches {}, numbers {}, bytes {}, encoding time {} us, result {} ({})\n", number,
-               pass.records(), pass.batches.size(), numbers, pass.bytes(), pass.encodeTime(), pass.result, result);
+    fmt::print("pass {}: records {}, batches {}, numbers {}, bytes {}, encoding time {} us, result {}\n", number,
+               pass.records(), pass.batches.size(), numbers, pass.bytes(), pass.encodeTime(), resultText(pass.result));
 }
 
 void flushOutput() {

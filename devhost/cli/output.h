@@ -27,6 +27,9 @@ void printBatches(std::span<const Batch> batches, const std::string& alias, QosT
 /* One line: what the pass brought, and the running numbers of its batches. */
 void printSummary(uint64_t number, const Pass& pass);
 
+/* The result of a sampling call in figures and words. */
+std::string resultText(uint32_t result);
+
 /* Hands what was printed to the reader. */
 void flushOutput();
 

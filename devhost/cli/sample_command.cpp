@@ -4,6 +4,7 @@
 #include <chrono>
 #include <limits>
 #include <optional>
+#include <random>
 #include <utility>
 
 #include "devhost/cli/capture.h"
@@ -21,7 +22,23 @@ namespace host {
 
 namespace {
 
-constexpr uint32_t kSubscriptionId = 1;
+using std::chrono::duration_cast;
+using std::chrono::microseconds;
+using std::chrono::steady_clock;
+
+uint64_t randomNumber() {
+    std::random_device device;
+    return uint64_t{device()} << 32 | device();
+}
+
+uint64_t millisecondsSince1970() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return static_cast<uint64_t>(duration_cast<std::chrono::milliseconds>(now).count());
+}
+
+uint64_t microsecondsSince(steady_clock::time_point time) {
+    return static_cast<uint64_t>(std::max(duration_cast<microseconds>(steady_clock::now() - time), {}).count());
+}
 
 QosTlmQueryParam buildRequest(const SampleOptions& options, const Path& path) {
     const Catalogued* entry = findInCatalogue(path.alias);
@@ -57,26 +74,49 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     Host plugin(pluginFile);
     const Path& path = plugin.path(options.path);
     const QosTlmQueryParam request = buildRequest(options, path);
+    const bool captureIsOutput = !options.capture.empty() && isStandardOutput(options.capture);
+    const std::string output = options.output.value_or(captureIsOutput ? "none" : "table");
+    if (captureIsOutput && output != "none") {
+        throw UsageError(fmt::format("--capture takes standard output, which leaves no place for --output {}", output));
+    }
     std::optional<CaptureWriter> capture;
     if (!options.capture.empty()) {
         capture.emplace(options.capture);
     }
-    const auto keep = [&](const Batch& batch) {
+    CaptureRecord record = {
+        .run = randomNumber(), .subscription = options.subscription, .alias = path.alias, .content = {}};
+    const auto keep = [&](auto content) {
         if (capture) {
-            capture->add(path.alias, options.encodeType(), batch);
+            record.content = std::move(content);
+            capture->add(record);
         }
     };
     const uint64_t last = options.count.value_or(options.every.count() == 0 ? 1 : std::numeric_limits<uint64_t>::max());
-    auto next = std::chrono::steady_clock::now();
+    auto next = steady_clock::now();
     Trouble trouble(fmt::format("sampling {}", path.alias));
     std::string hint = patternHint(request, path.alias, findInCatalogue(path.alias));
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
-        Pass pass = plugin.runPass(path, request, kSubscriptionId, keep);
-        printBatches(pass.batches, path.alias, options.encodeType(), options.output,
+        record.pass = number;
+        const uint64_t lateness = microsecondsSince(next);
+        const uint64_t beginTime = millisecondsSince1970();
+        const auto begin = steady_clock::now();
+        Pass pass = plugin.runPass(path, request, options.subscription, [&](const Batch& batch) {
+            keep(CapturedBatch{options.encodeType(), batch});
+        });
+        const uint64_t duration = microsecondsSince(begin);
+        for (const std::string& message : pass.messages) {
+            keep(LogLine{millisecondsSince1970(), message});
+        }
+        keep(PassEnd{.result = static_cast<uint8_t>(pass.result),
+                     .records = pass.records(),
+                     .beginTime = beginTime,
+                     .duration = duration,
+                     .lateness = lateness});
+        printBatches(pass.batches, path.alias, options.encodeType(), output,
                      [&](const Batch& batch, const std::string& what) {
                          pass.messages.push_back(fmt::format("batch {}: {}", batch.hostArg2, what));
                      });
-        if (options.output != "json") {
+        if (output != "json" && !captureIsOutput) {
             printSummary(number, pass);
         }
         flushOutput();
@@ -93,7 +133,7 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
         if (failed && options.every.count() == 0) {
             break;  // with a span, the cause may be gone by the next pass
         }
-        next = std::max(next + options.every, std::chrono::steady_clock::now());
+        next = std::max(next + options.every, steady_clock::now());
     }
     return trouble.ever() ? kFailed : kDone;
 }

@@ -5,8 +5,7 @@
 #
 # In a transcript "$ " begins a command line for bash, which finds qos-host in PROGRAM_DIR and few.db, many.db, nine.db and other
 # files around it. Its output follows (standard output, then standard error), then "? " and the
-# exit code. Lines that begin with "#" are remarks. Times spent encoding are shown as N,
-# times of collection as T.
+# exit code. Lines that begin with "#" are remarks. Spans of time are shown as N, times as T and random run ids as R.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 case_file=$(realpath "$2")
@@ -40,7 +39,8 @@ while IFS= read -r line; do
     '#'* | '') echo "$line" ;;
     esac
 done <"$case_file" | sed -E -e 's/encoding time [0-9]+ us/encoding time N us/' \
-    -e 's/collected [0-9]{4}(-[0-9]{2}){2}T[0-9]{2}(:[0-9]{2}){2}\.[0-9]{3}Z/collected T/' >transcript
+    -e 's/(collected|begun|logged) [0-9]{4}(-[0-9]{2}){2}T[0-9]{2}(:[0-9]{2}){2}\.[0-9]{3}Z/\1 T/' \
+    -e 's/(took|late) [0-9]+ us/\1 N us/g' -e 's/run [0-9a-f]{16}/run R/' >transcript
 
 if [ -n "${UPDATE:-}" ]; then
     cp transcript "$case_file"

@@ -61,6 +61,7 @@ told() { # NAME PATTERN TIMES
     times=$(grep -c -- "$2" "$1.err")
     [ "$times" -eq "$3" ] || complain "$1 says '$2' $times times, not $3: $(cat "$1.err")"
 }
+batches() { grep -c '^batch ' decoded; }
 # A capture is whole, or whole up to a last record that is named as cut off.
 reads_back() { # FILE whole|cut [CODE]
     local code=0
@@ -101,8 +102,8 @@ killed_by_signals() {
             else
                 reads_back $form.cap whole
             fi
-            [ $signal = KILL ] || [ "$(wc -l <decoded)" -eq "$(passes $form 128)" ] ||
-                complain "$form.cap has $(wc -l <decoded) batches, $(passes $form 128) were sent"
+            [ $signal = KILL ] || [ "$(batches)" -eq "$(passes $form 128)" ] ||
+                complain "$form.cap has $(batches) batches, $(passes $form 128) were sent"
         done
         qos-host sample queue-statistics --db q.db --output none >after || complain "no sample after SIG$signal"
         sound q.db
@@ -278,7 +279,7 @@ limited_capture() {
     says limit "cannot write the capture 'q.cap', which now ends in [0-9]* of a record's [0-9]* bytes: File too large" ||
         complain "$(cat limit.err)"
     reads_back q.cap cut
-    [ "$(wc -l <decoded)" -ge "$(passes limit 128)" ] || complain "batches are missing in the capture"
+    [ "$(batches)" -ge "$(passes limit 128)" ] || complain "batches are missing in the capture"
 }
 
 full_disk() {
