@@ -3,7 +3,7 @@
 #   make test   build and run every test
 #   make asan   the same tests built with Clang under the address and undefined-behaviour sanitizers
 #   make clang  the same tests built with Clang, optimised
-#   make test-arm64  the same tests cross-compiled for AArch64, run under qemu-user
+#   make test-arm64  the plug-in and its own tests cross-compiled for AArch64, run under qemu-user
 #   make package  a Debian package in build/package; for AArch64 with PRESET=arm64
 #   make lint   formatting and static analysis
 #   make valgrind  the plug-in's tests under valgrind
@@ -57,7 +57,8 @@ bench:
 
 test-arm64:
 	@scripts/setup.sh arm64
-	@$(MAKE) --no-print-directory test PRESET=arm64
+	@scripts/build.sh arm64 -DNIVEX_QOS_TESTS=ON plugin_tests
+	ctest --preset arm64 -L plugin
 
 package:
 	@scripts/setup.sh $(if $(filter arm64,$(PRESET)),arm64,test)
