@@ -93,12 +93,13 @@ class Demo {
     void feed() {
         std::vector<std::string> troubles;
         try {
-            troubles = feed_.round(Clock::now(), std::chrono::system_clock::now()).troubles;
+            mark_.advance();
+            troubles = feed_.round(Clock::now(), std::chrono::system_clock::now(), mark_).troubles;
         } catch (const feed::NetlinkError& error) {
             troubles.emplace_back(error.what());
         }
         for (const std::string& trouble : troubles) {
-            fmt::print(stderr, "qos-host: {}\n", trouble);
+            report(trouble);
         }
     }
 
@@ -163,6 +164,7 @@ class Demo {
     qosdb::Store store_;
     feed::NetlinkSocket kernel_;
     feed::KernelFeed feed_;
+    qosdb::FeedMark mark_ = qosdb::FeedMark::ofThisProcess("kernel", 1s);
     Host plugin_;
     const Path& path_;
     const Catalogued& entry_;

@@ -1,4 +1,7 @@
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <bitset>
 #include <chrono>
 #include <exception>
 #include <functional>
@@ -21,35 +24,105 @@ namespace host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+using Seconds = std::chrono::duration<double>;
 
-// Writes a round and answers what is missing in it, with the reason.
-using WriteRound = std::function<std::vector<std::string>()>;
+/*
+ * When rounds are due: at the beginning and after each span. Those whose time has passed before the one ahead of them
+ * was through are skipped. Rounds that keep being late are said once, and how many it cost at the end.
+ */
+class Pace {
+  public:
+    /* speed: how many times as fast the time passes that the rounds show; it stands still in a round that is skipped.
+     */
+    Pace(std::string what, milliseconds every, uint32_t speed) : what_(std::move(what)), every_(every), speed_(speed) {}
 
-// A round in each span; a round that takes longer puts the next ones off, one that cannot be written is left out.
-int runRounds(const FeedOptions& options, qosdb::Store& store, const WriteRound& round) {
+    Clock::time_point due() const { return due_; }
+    uint64_t skipped() const { return skipped_; }
+
+    void roundTook(Clock::duration time) {
+        ++rounds_;
+        longest_ = std::max(longest_, time);
+        due_ += every_;
+        const auto late = static_cast<uint64_t>(std::max(Clock::now() - due_, Clock::duration::zero()) / every_);
+        due_ += late * every_;
+        skipped_ += late;
+        recent_ = recent_ << 1;
+        recent_[0] = late > 0;
+        if (!late_ && recent_.count() >= kKeepsBeingLate) {
+            late_ = true;
+            report(fmt::format("{} is late: a round takes {:.3g} s, one is due every {:.3g} s{}", what_,
+                               Seconds(time).count(), Seconds(every_).count(),
+                               speed_ == 0 ? "" : "; simulated time falls behind"));
+        } else if (late_ && recent_.none()) {
+            late_ = false;
+            report(fmt::format("{} is on time again", what_));
+        }
+    }
+
+    void sayTotal(uint64_t missed) const {
+        if (missed < kKeepsBeingLate || missed * 10 < rounds_) {
+            return;
+        }
+        const std::string simulated = speed_ == 0 ? ""
+                                                  : fmt::format("; simulated time is {:.3g} s behind",
+                                                                Seconds(skipped_ * every_ * speed_).count());
+        report(fmt::format("{}: {} rounds missed, the longest took {:.3g} s{}", what_, missed,
+                           Seconds(longest_).count(), simulated));
+    }
+
+  private:
+    static constexpr size_t kKeepsBeingLate = 3;  // of the last rounds
+
+    std::string what_;
+    milliseconds every_;
+    uint32_t speed_;
+    Clock::time_point due_ = Clock::now();
+    uint64_t rounds_ = 0;
+    uint64_t skipped_ = 0;
+    Clock::duration longest_{};
+    std::bitset<10> recent_;  // which of the last rounds made others be skipped
+    bool late_ = false;
+};
+
+// Writes a round with its mark and answers what is missing in it, with the reason.
+using WriteRound = std::function<std::vector<std::string>(const qosdb::FeedMark& mark)>;
+
+// Rounds that cannot be written are left out. speed is 0 where time is the clock's.
+int runRounds(const FeedOptions& options, uint32_t speed, qosdb::Store& store, const WriteRound& round) {
     const uint64_t last = options.count.value_or(std::numeric_limits<uint64_t>::max());
-    auto next = Clock::now();
-    Trouble trouble("feeding '" + options.database + "'");
+    const std::string what = "feeding '" + options.database + "'";
+    Trouble trouble(what);
+    Pace pace(what, options.every, speed);
+    auto mark = qosdb::FeedMark::ofThisProcess(speed == 0 ? "kernel" : "sim", options.every);
+    uint64_t failed = 0;
     bool damaged = false;
-    for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
+    while (mark.round < last && !waitUntil(pace.due())) {
+        const auto begin = Clock::now();
+        mark.advance();
+        mark.missed = pace.skipped() + failed;
         std::vector<std::string> messages;
         try {
             if (damaged) {
                 store.reopen();
                 damaged = false;
             }
-            messages = round();
+            messages = round(mark);
         } catch (const qosdb::StoreError& error) {
             damaged = true;
+            ++failed;
             messages.emplace_back(error.what());
         } catch (const std::exception& error) {
+            ++failed;
             messages.emplace_back(error.what());
         }
-        if (!stopRequested()) {  // which leaves a round unwritten without a fault
-            trouble.tell(messages);
+        if (stopRequested()) {  // which leaves a round unwritten without a fault
+            break;
         }
-        next = std::max(next + options.every, Clock::now());
+        trouble.tell(messages);
+        pace.roundTook(Clock::now() - begin);
     }
+    pace.sayTotal(pace.skipped() + failed);
     return trouble.ever() ? kFailed : kDone;
 }
 
@@ -59,18 +132,18 @@ int runKernelFeed(const FeedOptions& options) {
     qosdb::Store store(options.database, stopRequested);
     feed::NetlinkSocket kernel;
     feed::KernelFeed feed(kernel, store, [](const std::string& line) { report(line); });
-    return runRounds(options, store,
-                     [&] { return feed.round(Clock::now(), std::chrono::system_clock::now()).troubles; });
+    return runRounds(options, 0, store, [&](const qosdb::FeedMark& mark) {
+        return feed.round(Clock::now(), std::chrono::system_clock::now(), mark).troubles;
+    });
 }
 
 int runSimFeed(const SimFeedOptions& options) {
-    using std::chrono::milliseconds;
     qosdb::Store store(options.database, stopRequested);
     feed::SimOptions deviceOptions = options.device;
     deviceOptions.startTime = std::chrono::floor<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
     feed::SimulatedDevice device(deviceOptions);
     feed::SimFeed feed(device, store);
-    return runRounds(options, store, [&]() -> std::vector<std::string> {
+    return runRounds(options, options.speed, store, [&](const qosdb::FeedMark& mark) -> std::vector<std::string> {
         constexpr milliseconds kStep(10);  // after which a large device looks for the stop
         for (milliseconds left = options.every * options.speed; left.count() > 0; left -= kStep) {
             if (stopRequested()) {
@@ -78,7 +151,7 @@ int runSimFeed(const SimFeedOptions& options) {
             }
             device.advance(std::min(left, kStep));
         }
-        feed.round();
+        feed.round(mark);
         return {};
     });
 }

@@ -11,6 +11,7 @@
 #include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
 #include "devhost/cli/exit.h"
+#include "devhost/cli/feed_watch.h"
 #include "devhost/cli/host.h"
 #include "devhost/cli/output.h"
 #include "devhost/cli/request.h"
@@ -94,6 +95,7 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     const uint64_t last = options.count.value_or(options.every.count() == 0 ? 1 : std::numeric_limits<uint64_t>::max());
     auto next = steady_clock::now();
     Trouble trouble(fmt::format("sampling {}", path.alias));
+    FeedWatch feedWatch(options.database, path.alias);
     std::string hint = patternHint(request, path.alias, findInCatalogue(path.alias));
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
         record.pass = number;
@@ -112,6 +114,7 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
                      .beginTime = beginTime,
                      .duration = duration,
                      .lateness = lateness});
+        feedWatch.look();
         printBatches(pass.batches, path.alias, options.encodeType(), output,
                      [&](const Batch& batch, const std::string& what) {
                          pass.messages.push_back(fmt::format("batch {}: {}", batch.hostArg2, what));

@@ -1,6 +1,7 @@
 #include "devhost/feed/kernel_feed.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <linux/pkt_sched.h>
 
 #include <algorithm>
@@ -114,13 +115,24 @@ row::buffer_monitor_result burstRow(uint32_t ifIndex, const std::string& ifName,
             .burst_number = burst.number};
 }
 
+std::string uncountedText(const std::vector<std::string>& names) {
+    constexpr size_t kNamed = 8;
+    const size_t named = std::min(names.size(), kNamed);
+    return fmt::format("{}{} no queue (noqueue): the kernel counts nothing there",
+                       fmt::join(names.begin(), names.begin() + static_cast<std::ptrdiff_t>(named), ", "),
+                       names.size() == 1      ? " has"
+                       : names.size() > named ? fmt::format(" and {} more have", names.size() - named)
+                                              : " have");
+}
+
 }  // namespace
 
 KernelFeed::KernelFeed(NetlinkSource& source, qosdb::Store& store, Log log)
     : source_(source), store_(store), log_(std::move(log)) {}
 
-KernelFeed::Written KernelFeed::round(Clock::time_point now, WallTime wall) {
+KernelFeed::Written KernelFeed::round(Clock::time_point now, WallTime wall, qosdb::FeedMark mark) {
     KernelState state = readKernel(source_);
+    mark.note = noteOf(state);
     const std::vector<Queue> queues = queuesOf(state);
     forget(state, queues);
     const auto queueRows = queueStats(queues, now);
@@ -136,8 +148,34 @@ KernelFeed::Written KernelFeed::round(Clock::time_point now, WallTime wall) {
     round.replace(std::vector<row::tm_chip_buf_stat>());
     round.replace(std::vector<row::ing_buf_usage_stat>());
     round.replace(buffers.bursts);
+    round.mark(mark);
     round.commit();
     return {queues.size(), std::move(state.troubles)};
+}
+
+// Says it as well, of the interfaces that are new to it.
+std::string KernelFeed::noteOf(const KernelState& state) {
+    std::set<uint32_t> indices;
+    for (const TcObject& discipline : state.disciplines) {
+        if (discipline.parent == TC_H_ROOT && discipline.kind == "noqueue") {
+            indices.insert(discipline.ifIndex);
+        }
+    }
+    std::set<std::string> names;
+    std::vector<std::string> added;
+    for (const Link& link : state.links) {
+        if (indices.contains(link.ifIndex)) {
+            names.insert(link.name);
+            if (!uncounted_.contains(link.name)) {
+                added.push_back(link.name);
+            }
+        }
+    }
+    if (!added.empty()) {
+        log_(uncountedText(added));
+    }
+    uncounted_ = std::move(names);
+    return uncounted_.empty() ? "" : uncountedText({uncounted_.begin(), uncounted_.end()});
 }
 
 void KernelFeed::forget(const KernelState& state, const std::vector<Queue>& queues) {

@@ -21,6 +21,7 @@
  * buffer_monitor_result  the last ended burst of a queue: its backlog was above half of its total. Rounds are the
  *                        resolution: a shorter burst goes unseen.
  *
+ * Where an interface has no queue (noqueue), the kernel counts nothing: its rows stay 0, and the mark's note names it.
  * The kernel counts no dropped bytes: they are 0 everywhere. It knows no slots, all is in slot 0, and neither buffers
  * of chips nor lossless headroom: tm_chip_buf_stat and ing_buf_usage_stat become empty.
  *
@@ -51,7 +52,7 @@ class KernelFeed {
     using Clock = std::chrono::steady_clock;
     using Log = std::function<void(const std::string&)>;
 
-    /* log gets a line, once per interface, when classes beyond the eighth are left out. */
+    /* log gets a line, once per interface, when classes beyond the eighth are left out or nothing is counted. */
     KernelFeed(NetlinkSource& source, qosdb::Store& store, Log log);
 
     struct Written {
@@ -60,12 +61,12 @@ class KernelFeed {
     };
 
     /*
-     * Reads the kernel and makes that the database's state in one transaction. now and wall are this moment: rates are
-     * over the time since the queue was last read, and 0 for one that is new or whose counters started anew; bursts
-     * carry the wall time. Throws NetlinkError or qosdb::StoreError with nothing written; the next round goes on from
-     * there.
+     * Reads the kernel and makes that the database's state in one transaction, with the mark, whose note the feed
+     * writes. now and wall are this moment: rates are over the time since the queue was last read, and 0 for one that
+     * is new or whose counters started anew; bursts carry the wall time. Throws NetlinkError or qosdb::StoreError with
+     * nothing written; the next round goes on from there.
      */
-    Written round(Clock::time_point now, WallTime wall);
+    Written round(Clock::time_point now, WallTime wall, qosdb::FeedMark mark = {});
 
   private:
     struct Queue {
@@ -101,6 +102,7 @@ class KernelFeed {
     std::vector<Queue> queuesOf(const KernelState& state);
     std::vector<qosdb::row::queue_stat> queueStats(const std::vector<Queue>& queues, Clock::time_point now);
     BufferRows bufferRows(const std::vector<Queue>& queues, WallTime wall);
+    std::string noteOf(const KernelState& state);
     void forget(const KernelState& state, const std::vector<Queue>& queues);
     std::vector<qosdb::row::port_ecn_stat> ecnStats(const KernelState& state);
     static bool continueTotals(const Totals& before, Totals& now, bool packets64);
@@ -114,6 +116,7 @@ class KernelFeed {
     std::map<uint32_t, UsageHistory> portHistories_;  // by interface
     std::map<DisciplineKey, uint64_t> ecnMarks_;
     std::set<uint32_t> cutInterfaces_;  // whose classes beyond the eighth have been logged
+    std::set<std::string> uncounted_;   // interfaces without a queue
 };
 
 }  // namespace feed

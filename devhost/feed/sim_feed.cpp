@@ -148,7 +148,7 @@ SimFeed::SimFeed(const SimulatedDevice& device, qosdb::Store& store)
     }
 }
 
-void SimFeed::round() {
+void SimFeed::round(const qosdb::FeedMark& mark) {
     Rows rows;
     for (const Device::Slot& slot : device_.slots()) {
         uint64_t used = 0;
@@ -172,6 +172,7 @@ void SimFeed::round() {
     round.replace(rows.chipBuf);
     round.replace(rows.ingBuf);
     round.replace(rows.bursts);
+    round.mark(mark);
     round.commit();
 }
 

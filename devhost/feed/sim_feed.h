@@ -20,8 +20,8 @@ class SimFeed {
   public:
     SimFeed(const SimulatedDevice& device, qosdb::Store& store);
 
-    /* Makes the device's state the database's, in one transaction. Throws qosdb::StoreError. */
-    void round();
+    /* Makes the device's state the database's, in one transaction, with the mark. Throws qosdb::StoreError. */
+    void round(const qosdb::FeedMark& mark = {});
 
   private:
     struct Counted {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <vector>
 
+#include "devhost/qosdb/open_for_reading.h"
 #include "devhost/qosdb/qosdb.h"
 #include "platform/log.h"
 
@@ -18,7 +19,6 @@ namespace qosdb {
 
 namespace {
 
-constexpr int kBusyTimeoutMs = 300;
 constexpr size_t kMaxIdle = 4;
 
 thread_local char lastError[1024];
@@ -128,19 +128,11 @@ bool FileId::of(const std::string& path, FileId& file) {
     return true;
 }
 
-// Opened for writing as well, so that the last reader can tidy up the files of the WAL; queries cannot change anything.
 uint32_t Reader::open() {
-    sqlite3* connection = nullptr;
-    int code = sqlite3_open_v2(path_.c_str(), &connection, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
-    connection_.reset(connection);
-    if (code == SQLITE_OK) {
-        sqlite3_busy_timeout(connection, kBusyTimeoutMs);
-        code = sqlite3_exec(connection, "PRAGMA query_only=1", nullptr, nullptr, nullptr);
-    }
-    if (code != SQLITE_OK) {
-        return report(code, "'%s': cannot open the QoS database: %s", path_.c_str(), sqlite3_errmsg(connection));
-    }
-    return 0;
+    const int code = openForReading(path_, connection_);
+    return code == SQLITE_OK ? 0
+                             : report(code, "'%s': cannot open the QoS database: %s", path_.c_str(),
+                                      sqlite3_errmsg(connection_.get()));
 }
 
 uint32_t Reader::start(TableId table) {

@@ -30,16 +30,21 @@ void Store::reopen() {
     if (connection_) {
         discardStaleLog();
     }
-    statements_ = {};
-    connection_.reset();
-    lock_.release();
+    close();
     try {
         connect();
     } catch (...) {
-        connection_.reset();
-        lock_.release();
+        close();
         throw;
     }
+}
+
+void Store::close() {
+    statements_ = {};
+    clearMark_.reset();
+    insertMark_.reset();
+    connection_.reset();
+    lock_.release();
 }
 
 void Store::connect() {
@@ -70,6 +75,7 @@ void Store::connect() {
     for (const Table& table : kTables) {
         execute(createSql(table).c_str());
     }
+    execute(kCreateFeedMark);
     execute("COMMIT");
 
     // All at once: a table of another shape shows here and not in the middle of a round.
@@ -77,6 +83,8 @@ void Store::connect() {
         statements_[i] = {prepare(std::string("DELETE FROM ") + kTables[i].name), prepare(insertSql(kTables[i])),
                           prepare(selectSql(kTables[i]))};
     }
+    clearMark_ = prepare("DELETE FROM feed");
+    insertMark_ = prepare(kInsertFeedMark);
 }
 
 // SQLite does not wait by itself when several switch a new file at the same time.
@@ -161,25 +169,24 @@ void Store::execute(const char* sql) {
     }
 }
 
-void Store::run(TableId table, const Statement& statement) {
+void Store::run(const char* table, const Statement& statement) {
     const ActiveStatement active(statement.get());
     if (sqlite3_step(active.get()) != SQLITE_DONE) {
-        fail(std::string("cannot write table ") + tableOf(table).name);
+        fail(std::string("cannot write table ") + table);
     }
 }
 
-void Store::bind(TableId table, int position, uint64_t value) {
-    sqlite3_stmt* insert = statements_[indexOf(table)].insert.get();
-    if (sqlite3_bind_int64(insert, position, static_cast<sqlite3_int64>(value)) != SQLITE_OK) {
-        fail("cannot set " + cellName(tableOf(table), position - 1));
+void Store::bind(const Statement& statement, int position, uint64_t value) {
+    if (sqlite3_bind_int64(statement.get(), position, static_cast<sqlite3_int64>(value)) != SQLITE_OK) {
+        fail("cannot set value " + std::to_string(position) + " of '" + sqlite3_sql(statement.get()) + "'");
     }
 }
 
 // The row outlives the insertion that follows its bindings, so its text is not copied.
-void Store::bind(TableId table, int position, const std::string& value) {
-    sqlite3_stmt* insert = statements_[indexOf(table)].insert.get();
-    if (sqlite3_bind_text64(insert, position, value.data(), value.size(), SQLITE_STATIC, SQLITE_UTF8) != SQLITE_OK) {
-        fail("cannot set " + cellName(tableOf(table), position - 1));
+void Store::bind(const Statement& statement, int position, const std::string& value) {
+    if (sqlite3_bind_text64(statement.get(), position, value.data(), value.size(), SQLITE_STATIC, SQLITE_UTF8) !=
+        SQLITE_OK) {
+        fail("cannot set value " + std::to_string(position) + " of '" + sqlite3_sql(statement.get()) + "'");
     }
 }
 
@@ -238,6 +245,14 @@ Round::~Round() {
         // A failure that SQLite rolled back by itself leaves nothing to do, and that is no error here.
         sqlite3_exec(store_.connection_.get(), "ROLLBACK", nullptr, nullptr, nullptr);
     }
+}
+
+void Round::mark(const FeedMark& mark) {
+    store_.run("feed", store_.clearMark_);
+    int position = 0;
+    const auto bind = [&](const auto&... values) { (store_.bind(store_.insertMark_, ++position, values), ...); };
+    bind(mark.source, mark.host, mark.process, mark.every_ms, mark.round, mark.time_ms, mark.missed, mark.note);
+    store_.run("feed", store_.insertMark_);
 }
 
 void Round::commit() {

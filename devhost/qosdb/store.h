@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "devhost/qosdb/feed_lock.h"
+#include "devhost/qosdb/feed_mark.h"
 #include "devhost/qosdb/sqlite_handle.h"
 #include "devhost/qosdb/tables.h"
 
@@ -88,6 +89,7 @@ class Store {
     };
 
     void connect();
+    void close();
     void useWal();
     void lock();
     void discardStaleLog() const;
@@ -95,12 +97,12 @@ class Store {
     bool keepWaiting();
     Statement prepare(const std::string& sql);
     void execute(const char* sql);
-    /* Runs a statement of a table that answers no rows. */
-    void run(TableId table, const Statement& statement);
+    /* Runs a statement that answers no rows, on the table of this name. */
+    void run(const char* table, const Statement& statement);
     [[noreturn]] void fail(const std::string& what) const;
 
-    void bind(TableId table, int position, uint64_t value);
-    void bind(TableId table, int position, const std::string& value);
+    void bind(const Statement& statement, int position, uint64_t value);
+    void bind(const Statement& statement, int position, const std::string& value);
 
     bool nextRow(TableId table);
     template <class Number>
@@ -117,6 +119,8 @@ class Store {
     FeedLock lock_;                                  // to be given back after the connection
     Connection connection_;
     std::array<Statements, kTableCount> statements_;
+    Statement clearMark_;
+    Statement insertMark_;
 };
 
 class Round {
@@ -133,6 +137,9 @@ class Round {
     /* Appends a row; a second row with the same key is a StoreError. */
     template <class Row>
     void add(const Row& row);
+
+    /* Leaves the mark of its feed, in the place of the last one. */
+    void mark(const FeedMark& mark);
 
     /* Makes the round visible, all of it at once; nothing may follow. Done when it is in the file of this name. */
     void commit();
@@ -158,7 +165,7 @@ std::vector<Row> Store::read() {
 
 template <class Row>
 void Round::replace(const std::vector<Row>& rows) {
-    store_.run(Row::kTable, store_.statements_[indexOf(Row::kTable)].clear);
+    store_.run(tableOf(Row::kTable).name, store_.statements_[indexOf(Row::kTable)].clear);
     for (const Row& row : rows) {
         add(row);
     }
@@ -166,9 +173,10 @@ void Round::replace(const std::vector<Row>& rows) {
 
 template <class Row>
 void Round::add(const Row& row) {
+    const Statement& insert = store_.statements_[indexOf(Row::kTable)].insert;
     int position = 0;
-    Row::forEachColumn(row, [&](const auto& field) { store_.bind(Row::kTable, ++position, field); });
-    store_.run(Row::kTable, store_.statements_[indexOf(Row::kTable)].insert);
+    Row::forEachColumn(row, [&](const auto& field) { store_.bind(insert, ++position, field); });
+    store_.run(tableOf(Row::kTable).name, insert);
 }
 
 }  // namespace qosdb

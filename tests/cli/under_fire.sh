@@ -331,7 +331,7 @@ removed_while_fed() {
         0) rm q.db ;;
         1) rm q.db-wal ;;
         2) rm q.db-shm ;;
-        3) rm q.db q.db-wal q.db-shm ;;
+        3) rm -f q.db q.db-wal q.db-shm ;;
         4) sqlite3 new.db 'CREATE TABLE other (x)' && mv new.db q.db ;;
         esac
         await recovered "$number"
@@ -411,8 +411,8 @@ interfaces_come_and_go() {
     grep '^pass' reader.out | grep -v 'records 2,' && complain "steady's queues are missing in a round"
     [ "$(sqlite3 q.db "SELECT count(*) FROM queue_stat WHERE hex(ifName) = '71FF1B'")" = 1 ] ||
         complain "the database does not have the name that is not UTF-8: $(sqlite3 q.db 'SELECT hex(ifName) FROM queue_stat')"
-    grep -v "keep changing while they are read\|goes on after" writer.err && complain "the feed says: $(cat writer.err)"
-    stop writer $([ -s writer.err ] && echo 1 || echo 0)
+    grep -v "keep changing while they are read\|goes on after\|no queue\|is late\|on time\|missed" writer.err && complain "the feed says: $(cat writer.err)"
+    stop writer $(says writer 'keep changing' && echo 1 || echo 0)
 }
 
 declare -F "$case_name" >/dev/null || exit 2

@@ -236,8 +236,13 @@ Counts rates(const queue_stat& row) {
 
 TEST_F(KernelFeedTest, RecordedNetwork) {
     RecordedKernel recorded;
-    KernelFeed feed(recorded, *store_, {});
-    EXPECT_EQ(feed.round(now_, wall_).queues, 14u);
+    KernelFeed feed(recorded, *store_, [this](const std::string& line) { log_.push_back(line); });
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(feed.round(now_, wall_).queues, 14u);
+    }
+    const std::string note = "qos1 has no queue (noqueue): the kernel counts nothing there";
+    EXPECT_THAT(log_, ElementsAre(note)) << "once";
+    EXPECT_EQ(qosdb::readFeedMark((directory_ / "qos.db").string()).value().note, note);
     using Named = std::tuple<uint32_t, std::string, uint32_t, Counts>;  // interface, its name, queue
     const std::vector<Named> expected = {
         {10, "qos0", 0, {3, 300, 3}},     // 1:10

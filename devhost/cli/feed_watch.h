@@ -1,0 +1,32 @@
+/*
+ * What the feed of a database has left for whoever samples it: that nobody writes it any more, and its note. Told on
+ * standard error, once until it changes; of a database without a feed's mark there is nothing to tell.
+ */
+#ifndef DEVHOST_CLI_FEED_WATCH_H
+#define DEVHOST_CLI_FEED_WATCH_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace host {
+
+class FeedWatch {
+  public:
+    /* The note is told for the paths whose records are made of counters of queues. */
+    FeedWatch(std::string database, std::string_view alias);
+
+    /* Looks at the mark; it is stale when it is older than three of its feed's rounds and than a second. */
+    void look();
+
+  private:
+    std::string database_;
+    bool ofQueues_;
+    std::pair<uint64_t, uint64_t> stale_;  // process and round that were told
+    std::string note_;
+};
+
+}  // namespace host
+
+#endif

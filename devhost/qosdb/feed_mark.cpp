@@ -1,0 +1,64 @@
+#include "devhost/qosdb/feed_mark.h"
+
+#include <limits.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "devhost/qosdb/open_for_reading.h"
+
+namespace qosdb {
+
+namespace {
+
+std::string textOf(sqlite3_stmt* row, int column) {
+    constexpr size_t kLongest = 1000;
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+    return text == nullptr ? std::string() : std::string(text).substr(0, kLongest);
+}
+
+uint64_t numberOf(sqlite3_stmt* row, int column) {
+    return static_cast<uint64_t>(sqlite3_column_int64(row, column));
+}
+
+}  // namespace
+
+FeedMark FeedMark::ofThisProcess(std::string source, std::chrono::milliseconds every) {
+    char host[HOST_NAME_MAX + 1] = "";
+    gethostname(host, sizeof host - 1);
+    return {.source = std::move(source),
+            .host = host,
+            .process = static_cast<uint64_t>(getpid()),
+            .every_ms = static_cast<uint64_t>(every.count())};
+}
+
+void FeedMark::advance() {
+    using std::chrono::milliseconds;
+    const auto now = std::chrono::floor<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
+    time_ms = static_cast<uint64_t>(now.count());
+    ++round;
+}
+
+std::optional<FeedMark> readFeedMark(const std::string& path) {
+    Connection connection;
+    if (openForReading(path, connection) != SQLITE_OK) {
+        return std::nullopt;
+    }
+    sqlite3_stmt* row = nullptr;
+    const char* select = "SELECT source, host, process, every_ms, round, time_ms, missed, note FROM feed";
+    sqlite3_prepare_v2(connection.get(), select, -1, &row, nullptr);
+    const Statement statement(row);
+    if (row == nullptr || sqlite3_step(row) != SQLITE_ROW) {
+        return std::nullopt;
+    }
+    return FeedMark{.source = textOf(row, 0),
+                    .host = textOf(row, 1),
+                    .process = numberOf(row, 2),
+                    .every_ms = numberOf(row, 3),
+                    .round = numberOf(row, 4),
+                    .time_ms = numberOf(row, 5),
+                    .missed = numberOf(row, 6),
+                    .note = textOf(row, 7)};
+}
+
+}  // namespace qosdb
