@@ -95,9 +95,13 @@ std::vector<std::string> Catalogued::thresholdNames() const {
     return names;
 }
 
-const Catalogued* findInCatalogue(std::string_view alias) {
+const std::vector<Catalogued>& catalogue() {
     static const std::vector<Catalogued> catalogue = buildCatalogue();
-    for (const Catalogued& row : catalogue) {
+    return catalogue;
+}
+
+const Catalogued* findInCatalogue(std::string_view alias) {
+    for (const Catalogued& row : catalogue()) {
         if (row.alias == alias) {
             return &row;
         }

@@ -42,6 +42,9 @@ struct Catalogued {
     std::vector<std::string> thresholdNames() const;
 };
 
+/* All paths that this program knows. */
+const std::vector<Catalogued>& catalogue();
+
 /* The entry of an alias, or null for one that this program does not know. */
 const Catalogued* findInCatalogue(std::string_view alias);
 

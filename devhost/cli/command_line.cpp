@@ -72,11 +72,15 @@ CLI::Option* addNumberOption(CLI::App& command, const std::string& name, Value& 
         ->type_name("NUMBER");
 }
 
-void addOutputOption(CLI::App& command, std::optional<std::string>& value) {
-    command.add_option("--output", value, "Form of the output; json of GPB is RFC 7951 JSON")
+void addOutputOptions(CLI::App& command, std::optional<std::string>& output, std::vector<std::string>& columns) {
+    command.add_option("--output", output, "Form of the output; json of GPB is RFC 7951 JSON")
         ->check(CLI::IsMember(kOutputs))
         ->type_name("TEXT")
         ->default_str("table");
+    command.add_option("--columns", columns, "Columns of the table, separated by commas, in this order")
+        ->delimiter(',')
+        ->type_name("FIELDS")
+        ->allow_extra_args(false);
 }
 
 CLI::Option* addDatabaseOption(CLI::App& command, std::string& value, const char* description) {
@@ -117,7 +121,7 @@ void addSampleCommand(CLI::App& app, CommandLine& line) {
         ->type_name("SECONDS");
     addNumberOption(*command, "--subscription", options.subscription, 0u, kMost32, "Id that the samples carry")
         ->default_str(std::to_string(options.subscription));
-    addOutputOption(*command, options.output);
+    addOutputOptions(*command, options.output, options.columns);
     command
         ->add_option("--capture", options.capture,
                      "Keep the samples in this new file or FIFO, for qos-host decode; - is standard output")
@@ -129,7 +133,7 @@ void addDecodeCommand(CLI::App& app, CommandLine& line) {
     CLI::App* command = app.add_subcommand("decode", "Show the samples of a capture");
     command->add_option("FILE", line.decode.file, "What qos-host sample --capture wrote; - is standard input")
         ->required();
-    addOutputOption(*command, line.decode.output);
+    addOutputOptions(*command, line.decode.output, line.decode.columns);
     command->callback([&] { line.action = [&] { return runDecode(line.decode); }; });
 }
 

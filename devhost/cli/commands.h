@@ -28,6 +28,7 @@ struct SampleOptions {
     std::string database;
     std::string encoding = "gpb";
     std::optional<std::string> output;  // "table", but "none" with a capture on standard output
+    std::vector<std::string> columns;
     std::vector<std::string> conditions;
     std::vector<std::string> thresholds;
     std::string relation;
@@ -44,6 +45,7 @@ struct SampleOptions {
 struct DecodeOptions {
     std::string file;
     std::optional<std::string> output;  // "table"
+    std::vector<std::string> columns;
 };
 
 struct FeedOptions {

@@ -1,13 +1,16 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ctime>
+#include <iterator>
 #include <map>
 #include <set>
 #include <tuple>
 #include <utility>
 
 #include "devhost/cli/capture.h"
+#include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
 #include "devhost/cli/exit.h"
 #include "devhost/cli/output.h"
@@ -81,10 +84,22 @@ class Sequence {
     bool hasGap_ = false;   // since then
 };
 
+Form formOf(const DecodeOptions& options) {
+    std::vector<std::string> fields;
+    for (const Catalogued& entry : catalogue()) {
+        std::ranges::move(entry.fieldNames(), std::back_inserter(fields));
+    }
+    std::ranges::sort(fields);
+    fields.erase(std::unique(fields.begin(), fields.end()), fields.end());
+    Form form = {options.output.value_or("table"), options.columns};
+    requireColumns(form, "no field of a path", fields);
+    return form;
+}
+
 class Decoder {
   public:
     explicit Decoder(const DecodeOptions& options)
-        : file_(options.file), output_(options.output.value_or("table")), reader_(options.file) {}
+        : file_(options.file), form_(formOf(options)), reader_(options.file) {}
 
     int run() {
         while (!stopRequested()) {
@@ -109,23 +124,23 @@ class Decoder {
     }
 
     void show(const CaptureRecord& record, const CapturedBatch& captured) {
-        if (output_ != "json") {
+        if (form_.output != "json") {
             print(++batches_, record, captured);
         }
         tellGap(record, sequence(record).add(captured.batch));
-        printBatches({&captured.batch, 1}, record.alias, captured.encoding, output_,
+        printBatches({&captured.batch, 1}, record.alias, captured.encoding, form_,
                      [this](const Batch&, const std::string& what) { tell(what); });
     }
 
     void show(const CaptureRecord& record, const PassEnd& end) {
-        if (output_ != "json") {
+        if (form_.output != "json") {
             print(record, end);
         }
         tellGap(record, sequence(record).end(end));
     }
 
     void show(const CaptureRecord& record, const LogLine& line) {
-        if (output_ != "json") {
+        if (form_.output != "json") {
             print(record, line);
         }
     }
@@ -163,7 +178,7 @@ class Decoder {
     }
 
     const std::string file_;
-    const std::string output_;
+    const Form form_;
     CaptureReader reader_;
     std::map<std::tuple<bool, uint64_t, uint32_t>, Sequence> sequences_;
     std::set<uint8_t> unknownKinds_;  // that were told

@@ -1,41 +1,96 @@
 #include "devhost/cli/output.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
+#include <limits>
+#include <optional>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
 
 #include "devhost/cli/catalogue.h"
 #include "devhost/cli/decode.h"
+#include "devhost/cli/exit.h"
 #include "devhost/cli/shown.h"
 
 namespace host {
 
 namespace {
 
-std::string tableText(const Catalogued& entry, const std::vector<Row>& rows) {
-    std::vector<Row> lines = {entry.fieldNames()};
-    lines.insert(lines.end(), rows.begin(), rows.end());
-    std::vector<size_t> widths(lines.front().size());
-    for (Row& line : lines) {
-        for (size_t column = 0; column < line.size(); ++column) {
-            line[column] = shown(line[column]);
-            widths[column] = std::max(widths[column], countCharacters(line[column]));
+// What a line of the output holds; none where the output is no terminal.
+std::optional<size_t> terminalWidth() {
+    if (isatty(STDOUT_FILENO) == 0) {
+        return std::nullopt;
+    }
+    size_t columns = 0;
+    const std::string_view told = std::getenv("COLUMNS") != nullptr ? std::getenv("COLUMNS") : "";
+    std::from_chars(told.data(), told.data() + told.size(), columns);
+    if (winsize size = {}; columns == 0 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) {
+        columns = size.ws_col;
+    }
+    return columns != 0 ? std::optional(columns) : std::nullopt;
+}
+
+struct Column {
+    int field;
+    size_t width = 0;
+    std::string before = {};  // what separates it from the previous one: on a terminal that is too narrow, a line feed
+};
+
+// The columns of these names, or all without names; a path may lack some.
+std::vector<Column> columnsOf(const Catalogued& entry, const std::vector<std::string>& names) {
+    std::vector<Column> columns;
+    const std::vector<std::string> fields = entry.fieldNames();
+    for (const std::string& name : names.empty() ? fields : names) {
+        if (const auto field = std::ranges::find(fields, name); field != fields.end()) {
+            columns.push_back({static_cast<int>(field - fields.begin())});
         }
     }
+    return columns;
+}
+
+void separate(std::vector<Column>& columns) {
+    const size_t room = terminalWidth().value_or(std::numeric_limits<size_t>::max());
+    size_t used = 0;
+    for (Column& column : columns) {
+        column.before = used == 0 ? "" : used + 2 + column.width <= room ? "  " : "\n    ";
+        used = column.before.starts_with('\n') ? 4 : used + column.before.size();
+        used += column.width;
+    }
+}
+
+std::string tableText(const Catalogued& entry, const std::vector<std::string>& names, const std::vector<Row>& rows) {
+    std::vector<Column> columns = columnsOf(entry, names);
+    if (columns.empty()) {
+        return {};
+    }
+    std::vector<Row> lines;
+    const auto addLine = [&](const Row& row) {
+        Row& line = lines.emplace_back();
+        for (Column& column : columns) {
+            line.push_back(shown(row[static_cast<size_t>(column.field)]));
+            column.width = std::max(column.width, countCharacters(line.back()));
+        }
+    };
+    addLine(entry.fieldNames());
+    std::ranges::for_each(rows, addLine);
+    separate(columns);
     std::string text;
     for (const Row& line : lines) {
-        for (size_t column = 0; column < line.size(); ++column) {
-            const std::string padding(widths[column] - countCharacters(line[column]), ' ');
-            const bool left =
-                entry.field(static_cast<int>(column)).type() == google::protobuf::FieldDescriptor::TYPE_STRING;
-            text += fmt::format("{}{}{}", column == 0 ? "" : "  ", left ? line[column] : padding,
-                                left ? padding : line[column]);
+        for (size_t index = 0; index < columns.size(); ++index) {
+            const Column& column = columns[index];
+            const std::string padding(column.width - countCharacters(line[index]), ' ');
+            const bool left = entry.field(column.field).type() == google::protobuf::FieldDescriptor::TYPE_STRING;
+            text += column.before + (left ? line[index] + padding : padding + line[index]);
         }
         text += '\n';
     }
@@ -61,20 +116,32 @@ std::string hexText(std::string_view payload) {
 
 }  // namespace
 
-void printBatches(std::span<const Batch> batches, const std::string& alias, QosTlmEncodeType encoding,
-                  const std::string& output, const OnFault& onFault) {
+void requireColumns(const Form& form, const std::string& whose, const std::vector<std::string>& fields) {
+    if (!form.columns.empty() && form.output != "table") {
+        throw UsageError(fmt::format("--columns are those of --output table, here it is {}", form.output));
+    }
+    for (const std::string& name : form.columns) {
+        if (std::ranges::find(fields, name) == fields.end()) {
+            throw UsageError(
+                fmt::format("--columns: {} is named '{}'; it may be {}", whose, name, fmt::join(fields, ", ")));
+        }
+    }
+}
+
+void printBatches(std::span<const Batch> batches, const std::string& alias, QosTlmEncodeType encoding, const Form& form,
+                  const OnFault& onFault) {
     const Catalogued* entry = findInCatalogue(alias);
     std::vector<Row> rows;
     for (const Batch& batch : batches) {
         try {
-            if (output == "table") {
+            if (form.output == "table") {
                 if (entry == nullptr) {
                     throw std::runtime_error(fmt::format("the schema of {} is not in this program", alias));
                 }
                 std::ranges::move(decodeBatches(*entry, encoding, {&batch, 1}), std::back_inserter(rows));
-            } else if (output == "json") {
+            } else if (form.output == "json") {
                 fmt::print("{}\n", (encoding == QOS_TLM_ENCODE_GPB ? gpbToJson : printableJson)(batch.payload));
-            } else if (output == "hex") {
+            } else if (form.output == "hex") {
                 fmt::print("{}", hexText(batch.payload));
             }
         } catch (const std::system_error&) {
@@ -84,7 +151,7 @@ void printBatches(std::span<const Batch> batches, const std::string& alias, QosT
         }
     }
     if (!rows.empty()) {
-        fmt::print("{}", tableText(*entry, rows));
+        fmt::print("{}", tableText(*entry, form.columns, rows));
     }
 }
 

@@ -76,9 +76,13 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     const Path& path = plugin.path(options.path);
     const QosTlmQueryParam request = buildRequest(options, path);
     const bool captureIsOutput = !options.capture.empty() && isStandardOutput(options.capture);
-    const std::string output = options.output.value_or(captureIsOutput ? "none" : "table");
-    if (captureIsOutput && output != "none") {
-        throw UsageError(fmt::format("--capture takes standard output, which leaves no place for --output {}", output));
+    const Form form = {options.output.value_or(captureIsOutput ? "none" : "table"), options.columns};
+    if (captureIsOutput && form.output != "none") {
+        throw UsageError(
+            fmt::format("--capture takes standard output, which leaves no place for --output {}", form.output));
+    }
+    if (const Catalogued* entry = findInCatalogue(path.alias)) {
+        requireColumns(form, "no field of " + path.alias, entry->fieldNames());
     }
     std::optional<CaptureWriter> capture;
     if (!options.capture.empty()) {
@@ -115,11 +119,11 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
                      .duration = duration,
                      .lateness = lateness});
         feedWatch.look();
-        printBatches(pass.batches, path.alias, options.encodeType(), output,
+        printBatches(pass.batches, path.alias, options.encodeType(), form,
                      [&](const Batch& batch, const std::string& what) {
                          pass.messages.push_back(fmt::format("batch {}: {}", batch.hostArg2, what));
                      });
-        if (output != "json" && !captureIsOutput) {
+        if (form.output != "json" && !captureIsOutput) {
             printSummary(number, pass);
         }
         flushOutput();
