@@ -5,7 +5,7 @@
 set -euo pipefail
 
 scripts/build.sh release -DNIVEX_QOS_TESTS=ON plugin_test
-filter='-*HugeTable*:BatchPolicyTest.*TenThousand*:BatchPolicyTest.Refusal*:BatchPolicyTest.BatchesThatFit*:Differential*:*FailureInjection*:ModelTest*'
+filter='-BatchPolicyTest.Refusal*:BatchPolicyTest.BatchesThatFit*:TrackingTest.*Are*:*FailureInjection*:ModelTest*'
 for family in PortEcnStat PortBufStat QueueBufStat QueueDropStat IngPortDropStat BufIngStat; do
   filter+=":*/$family*"
 done
