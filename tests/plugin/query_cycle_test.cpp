@@ -2,6 +2,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "plugin/families.h"
@@ -147,16 +148,25 @@ TEST_P(QueryCycleTest, LostBatchCountsAsSentForTheRestOfThePass) {
     fake::failCall("sampleDataUpload", 1);
     EXPECT_EQ(query(), QOS_TLM_RESULT_FAILED);
     EXPECT_LOG("[Tlm QueryFunc] upload sample data failed.");
+    EXPECT_EQ(flag(), 1u) << "no new pass";
     const uint32_t intoBuffer = fake::callCount("memcpy_s") - copies;  // the last copy of a batch
     EXPECT_EQ(query(), QOS_TLM_RESULT_DONE);
     expectRows(limit, rows);
 
-    fake::failCall("memcpy_s", intoBuffer, 9);
-    EXPECT_EQ(query(), QOS_TLM_RESULT_DONE) << "no batch, so not \"more\" either";
-    EXPECT_LOG("[Tlm SetSampleData] memcpy error, ret=9.");
-    EXPECT_THAT(platform.uploads, IsEmpty());
-    EXPECT_EQ(query(), QOS_TLM_RESULT_DONE);
-    expectRows(limit, rows);
+    // Nor does one that could not be encoded, or stored.
+    const auto texts = std::count_if(family_.columns.begin(), family_.columns.end(), [&](const std::string& column) {
+        return valueOf(family_, 0, column).is_string();
+    });
+    for (const auto& [function, nth] :
+         {std::pair("strcpy_s", static_cast<uint32_t>(texts) + 1), {"memcpy_s", intoBuffer}}) {
+        fake::failCall(function, nth, 9);
+        EXPECT_EQ(query(), QOS_TLM_RESULT_DONE) << "no batch, so not \"more\" either";
+        EXPECT_THAT(fake::takeLog().back(), testing::HasSubstr(function[0] == 's' ? "data is null" : "memcpy error"));
+        EXPECT_THAT(platform.uploads, IsEmpty());
+        EXPECT_EQ(flag(), 1u) << "and yet the pass goes on";
+        EXPECT_EQ(query(), QOS_TLM_RESULT_DONE);
+        expectRows(limit, rows);
+    }
     expectFullPass(rows);
 }
 
