@@ -70,6 +70,12 @@ TEST_F(StartUpTest, HostSeesEachPathsRecord) {
         EXPECT_EQ(reinterpret_cast<void*>(entry.queryFunc), functions[0]);
         EXPECT_EQ(entry.stopFunc(), 0u);
     }
+    // What the host was given stays callable when the library is closed.
+    void* handle = dlopen(NIVEX_QOS_PLUGIN_FILE, RTLD_NOW);
+    const auto stop = reinterpret_cast<decltype(&QOS_TLM_StopTaskFunc)>(dlsym(handle, "QOS_TLM_StopTaskFunc"));
+    EXPECT_EQ(dlclose(handle), 0);
+    EXPECT_EQ(dlopen(NIVEX_QOS_PLUGIN_FILE, RTLD_NOW | RTLD_NOLOAD), handle);
+    EXPECT_EQ(stop(), 0u);
 }
 
 TEST_F(StartUpTest, FailuresStopWhereTheyMust) {
@@ -98,6 +104,8 @@ TEST_F(StartUpTest, FailuresStopWhereTheyMust) {
         EXPECT_EQ(platform.registrations.size(), registered);
         EXPECT_EQ(fake::callCount("sampleXpathRegister"), registered + fake::hasFailed("sampleXpathRegister"));
         EXPECT_EQ(fake::callCount("TARN_PAT_C2HRegisterHook"), result == 0 ? 1u : 0u);
+        // Without the table the module id is set and cJSON open all the same.
+        EXPECT_EQ(GLOBAL(g_qosTlmFrmVtbl) == nullptr, result != 0);
         EXPECT_EQ(GLOBAL(g_qosTlmModuleId), withoutCjson ? 0u : 7u);
         EXPECT_EQ(GLOBAL(g_qosTlmCjsonHandle) == nullptr, withoutCjson);
         fake::failNothing();
