@@ -160,13 +160,7 @@ TEST_P(ExportedStepsTest, MakeTheSameQuery) {
     }
 }
 
-std::string nameOf(const testing::TestParamInfo<std::tuple<Family, uint32_t>>& test) {
-    const auto& [family, encodeType] = test.param;
-    return family.tag + (encodeType == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
-}
-
-INSTANTIATE_TEST_SUITE_P(Families, ExportedStepsTest,
-                         testing::Combine(testing::ValuesIn(kFamilies), testing::Values(0u, 1u)), nameOf);
+INSTANTIATE_TEST_SUITE_P(Families, ExportedStepsTest, eachFamilyAndEncoding(), nameOf);
 
 using QueueStepsTest = PluginTest;
 

@@ -326,12 +326,7 @@ TEST_P(EachFamilyFailureInjectionTest, EveryCallOfAPassFailsOnce) {
     });
 }
 
-std::string nameOf(const testing::TestParamInfo<std::tuple<Family, uint32_t>>& test) {
-    return std::get<0>(test.param).tag + (std::get<1>(test.param) == 0 ? "_Gpb" : "_Json");
-}
-
-INSTANTIATE_TEST_SUITE_P(Families, EachFamilyFailureInjectionTest,
-                         testing::Combine(testing::ValuesIn(kFamilies), testing::Values(0u, 1u)), nameOf);
+INSTANTIATE_TEST_SUITE_P(Families, EachFamilyFailureInjectionTest, eachFamilyAndEncoding(), nameOf);
 
 // Of all that the plug-in imports, what a pass calls is made to fail above or is said not to be able to.
 TEST_F(FailureInjectionTest, NoPlatformFunctionIsLeftOut) {

@@ -63,6 +63,17 @@ inline void PrintTo(const Family& family, std::ostream* out) {
 extern const std::vector<Family> kFamilies;
 const Family& familyOf(uint32_t index);
 
+// For tests of each family in both encodings, and names for these and for tests of each family.
+inline auto eachFamilyAndEncoding() {
+    return testing::Combine(testing::ValuesIn(kFamilies), testing::Values(0u, 1u));
+}
+inline constexpr struct {
+    std::string operator()(const testing::TestParamInfo<Family>& test) const { return test.param.tag; }
+    std::string operator()(const testing::TestParamInfo<std::tuple<Family, uint32_t>>& test) const {
+        return std::get<0>(test.param).tag + (std::get<1>(test.param) == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
+    }
+} nameOf;
+
 // Whether a row is a queue of an interface.
 bool hasQueues(const Family& family);
 

@@ -193,11 +193,7 @@ TEST_P(FamilyFiltersTest, RowsOfOneKeyAreOneInAContinuedPass) {
     EXPECT_EQ(deliveredRows(family_, {}).size(), family_.batchLimit) << "the twin counts as sent";
 }
 
-std::string tagOf(const testing::TestParamInfo<Family>& test) {
-    return test.param.tag;
-}
-
-INSTANTIATE_TEST_SUITE_P(Families, FamilyFiltersTest, testing::ValuesIn(kFamilies), tagOf);
+INSTANTIATE_TEST_SUITE_P(Families, FamilyFiltersTest, testing::ValuesIn(kFamilies), nameOf);
 
 // --- What single families do on their own ---
 

@@ -209,12 +209,6 @@ TEST_P(QueryCycleTest, NonsenseInTheRequestIsNeverReadPast) {
     munmap(pages, 2 * page);
 }
 
-std::string nameOf(const testing::TestParamInfo<std::tuple<Family, uint32_t>>& test) {
-    const auto& [family, encodeType] = test.param;
-    return family.tag + (encodeType == QOS_TLM_ENCODE_GPB ? "_Gpb" : "_Json");
-}
-
-INSTANTIATE_TEST_SUITE_P(Families, QueryCycleTest,
-                         testing::Combine(testing::ValuesIn(kFamilies), testing::Values(0u, 1u)), nameOf);
+INSTANTIATE_TEST_SUITE_P(Families, QueryCycleTest, eachFamilyAndEncoding(), nameOf);
 
 }  // namespace
