@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The plug-in's tests under valgrind: any error or lost block fails. Of the tests that run for every
-# family, three families stand for all (their steps come from one piece of code); large tables would take an hour and
+# family, three families stand for all (their steps come from one piece of code); long runs would take an hour and
 # show nothing new. The sanitizers run everything.
 set -euo pipefail
 

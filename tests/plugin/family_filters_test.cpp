@@ -155,20 +155,6 @@ TEST_P(FamilyFiltersTest, ChangeSuppressionLooksAtTheDigestsColumns) {
     EXPECT_EQ(deliveredRows(family_, request), all()) << "over the refresh period";
 }
 
-TEST_P(FamilyFiltersTest, PeriodicSend) {
-    QosTlmQueryParam request{};
-    request.periodCheck = 1;
-    request.selfDefPeriod = 10;
-    deliveredRows(family_, request);
-    const Rows whenever = family_.isMonitor() ? all() : Rows{};
-    EXPECT_EQ(deliveredRows(family_, request), whenever);
-    platform.nowMs += 10'000;
-    EXPECT_EQ(deliveredRows(family_, request), whenever);
-    platform.nowMs += 1'000;
-    EXPECT_EQ(deliveredRows(family_, request), all());
-    EXPECT_EQ(deliveredRows(family_, request), whenever);
-}
-
 TEST_P(FamilyFiltersTest, RowsOfOneKeyAreOneInAContinuedPass) {
     const auto addTwin = [&] {  // of the first row: another row with its key
         addRow(family_, 4);
@@ -194,80 +180,5 @@ TEST_P(FamilyFiltersTest, RowsOfOneKeyAreOneInAContinuedPass) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, FamilyFiltersTest, testing::ValuesIn(kFamilies), nameOf);
-
-// --- What single families do on their own ---
-
-class FamilySpecialsTest : public StartedPluginTest {
-  protected:
-    QosTlmQueryParam request_{};
-};
-
-TEST_F(FamilySpecialsTest, OnlyLosslessQueuesAreReported) {
-    const Family& family = familyOf(QOS_TLM_FAMILY_BUF_ING);
-    addRows(family, 3);
-    setValue(family, 1, "is_lossless", 0);
-    setValue(family, 2, "is_lossless", 7);
-    request_.suppressRedundant = 1;
-    EXPECT_THAT(deliveredRows(family, request_), ElementsAre(0, 2));
-    EXPECT_EQ(GLOBAL(g_qosTlmHisData)[0].digest[1][7], 0u) << "the others are dropped before any other test";
-    setValue(family, 2, "is_pfc_dynamic", 0);
-    platform.nowMs += 1;
-    EXPECT_THAT(deliveredRows(family, request_), ElementsAre(2));
-}
-
-TEST_F(FamilySpecialsTest, SlotsThatAreNone) {
-    const Family& family = familyOf(QOS_TLM_FAMILY_TM_BUF);
-    const std::string message = " parse string slot to num slot failed.";
-    const std::string notSent = "[Tlm IsSentTmBufStat]" + message;
-    const std::string notCounted = "[Tlm IsTmBufStatRecordCntOver]" + message;
-    addRows(family, family.batchLimit + 1);
-    setText(family, 4, "slotId", "x");
-    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_MORE);
-    EXPECT_LOG(notSent, notCounted);
-    ASSERT_EQ(platform.uploads.size(), 1u);
-    EXPECT_EQ(platform.uploads[0].sample.recordCount, family.batchLimit) << "sent, but not counted";
-    EXPECT_EQ(readEntries(platform.uploads[0].sample, 0, family.container, family.list).size(), family.batchLimit + 1);
-    platform.uploads.clear();
-    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE);
-    EXPECT_LOG(notSent, notCounted);
-    EXPECT_THAT(platform.uploads, IsEmpty()) << "nothing that counts";
-
-    clearRows(family);
-    addRow(family, 6);
-    addRow(family, 4);
-    setText(family, 1, "slotId", "1/");
-    request_.suppressRedundant = 1;
-    for (int pass = 0; pass < 2; ++pass) {
-        EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE);
-        EXPECT_LOG(notSent, "[Tlm IsRedundantTmBufStat]" + message, notCounted);
-        EXPECT_EQ(platform.uploads.size(), 1u) << "the good slot once, with it the other; then that alone is no batch";
-    }
-    platform.uploads.clear();
-    request_.suppressRedundant = 0;
-    request_.periodCheck = 1;
-    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE);
-    EXPECT_LOG(notSent, "[Tlm IsSelfDefEvtTmBufStat]" + message);
-    EXPECT_THAT(platform.uploads, IsEmpty());
-    const auto holds =
-        pluginSymbolAs<uint32_t (*)(const char*, const QosTlmQueryParam*)>("QOS_TLM_IsConditionTmBufStat");
-    setCondition(request_, "slot-id", "1/0");
-    EXPECT_EQ(holds("1/0", &request_), 1u);
-    EXPECT_EQ(holds("01/0", &request_), 0u);
-    EXPECT_EQ(holds(nullptr, &request_), 0u);
-}
-
-TEST_F(FamilySpecialsTest, TimesOfMonitoringResults) {
-    const Family& family = familyOf(QOS_TLM_FAMILY_BUF_MONITOR);
-    addRow(family, 0);
-    setValue(family, 0, "milli_second", 1234);
-    EXPECT_EQ(callEntryPoint(family, request_), QOS_TLM_RESULT_DONE);
-    const auto entry = takeEntries(family, 0).at(0);
-    EXPECT_EQ(entry["time"], "2024-03-07 09:05:02.1234");
-    EXPECT_EQ(entry["burst-start-time"], "2024-03-07 09:05:02.007");
-    addRow(family, 9);
-    setText(family, 1, "ifName", "e*");
-    setCondition(request_, "interface-name", "e*");
-    EXPECT_THAT(deliveredRows(family, request_), ElementsAre(1)) << "a name, not a pattern";
-}
 
 }  // namespace
