@@ -41,7 +41,8 @@ void FeedMark::advance() {
 
 std::optional<FeedMark> readFeedMark(const std::string& path) {
     Connection connection;
-    if (openForReading(path, connection) != SQLITE_OK) {
+    bool asItStands = false;
+    if (openForReading(path, connection, asItStands) != SQLITE_OK) {
         return std::nullopt;
     }
     sqlite3_stmt* row = nullptr;

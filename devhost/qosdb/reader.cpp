@@ -129,10 +129,10 @@ bool FileId::of(const std::string& path, FileId& file) {
 }
 
 uint32_t Reader::open() {
-    const int code = openForReading(path_, connection_);
+    const int code = openForReading(path_, connection_, as_it_stands_);
     return code == SQLITE_OK ? 0
-                             : report(code, "'%s': cannot open the QoS database: %s", path_.c_str(),
-                                      sqlite3_errmsg(connection_.get()));
+                             : report(code, "'%s': cannot open the QoS database: %s%s", path_.c_str(),
+                                      sqlite3_errmsg(connection_.get()), missingRights(path_).c_str());
 }
 
 uint32_t Reader::start(TableId table) {
@@ -153,7 +153,7 @@ uint32_t Reader::start(TableId table) {
     if (outcome_ != SQLITE_ROW && outcome_ != SQLITE_DONE) {
         return unreadable(table);
     }
-    if (file_.log == 0) {  // the first reader makes them
+    if (file_.log == 0 && !as_it_stands_) {  // the first reader makes them
         file_.log = inodeOf(path_ + "-wal");
         file_.index = inodeOf(path_ + "-shm");
     }
@@ -180,8 +180,19 @@ uint32_t Reader::iterate() noexcept {
 }
 
 uint32_t Reader::unreadable(TableId table) const noexcept {
-    return report(outcome_, "'%s': cannot read table %s: %s", path_.c_str(), tableOf(table).name,
-                  sqlite3_errmsg(connection_.get()));
+    const bool denied = outcome_ == SQLITE_READONLY || outcome_ == SQLITE_CANTOPEN;
+    return report(outcome_, "'%s': cannot read table %s: %s%s", path_.c_str(), tableOf(table).name,
+                  sqlite3_errmsg(connection_.get()), denied ? missingRights(path_).c_str() : "");
+}
+
+uint32_t Reader::end() noexcept {
+    FileId now{};
+    if (as_it_stands_ && (!FileId::of(path_, now) || !(now == file_))) {
+        outcome_ = SQLITE_BUSY;  // so that the connection is not used again
+        return report(SQLITE_BUSY, "'%s': a feed has begun to write the database while table %s was read",
+                      path_.c_str(), tableOf(table_).name);
+    }
+    return QOS_DB_END;
 }
 
 uint32_t Reader::noRecord(TableId table, int column) const noexcept {

@@ -71,12 +71,14 @@ class Reader {
   private:
     static constexpr int kNoRecord = -1;
 
+    uint32_t end() noexcept;
     uint32_t unreadable(TableId table) const noexcept;
     uint32_t noRecord(TableId table, int column) const noexcept;
     uint32_t mismatch(TableId table, int column) const noexcept;
 
     std::string path_;
     FileId file_;
+    bool as_it_stands_ = false;  // see open_for_reading.h
     Connection connection_;
     std::array<Statement, kTableCount> statements_;
 
@@ -107,7 +109,7 @@ inline uint32_t Reader::next() noexcept {
         return 0;
     }
     record_ = kNoRecord;
-    return outcome_ == SQLITE_DONE ? QOS_DB_END : unreadable(table_);
+    return outcome_ == SQLITE_DONE ? end() : unreadable(table_);
 }
 
 template <TableId table, int column, class Value>
