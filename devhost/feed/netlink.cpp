@@ -291,8 +291,25 @@ const char* dumpName(uint16_t type) {
     }
 }
 
-// What one interrupted dump says twice, or several say, counts once: there is one link of an index, and one discipline
-// below a parent.
+// The first dump that is not interrupted, or, when there is none in time, all that were, one behind the other.
+template <typename Entry>
+Dump<Entry> readDump(NetlinkSource& source, uint16_t type, uint32_t ifIndex, Clock::time_point until,
+                     Dump<Entry> (*parse)(std::span<const std::byte>)) {
+    Dump<Entry> seen = {.interrupted = true};
+    for (auto pause = kFirstPause;; pause *= 2) {
+        Dump<Entry> dump = parse(source.dump(type, ifIndex));
+        if (!dump.interrupted) {
+            return dump;
+        }
+        std::ranges::move(dump.entries, std::back_inserter(seen.entries));
+        if (Clock::now() + pause > until) {
+            return seen;
+        }
+        source.pause(pause);
+    }
+}
+
+// There is one link of an index, and one discipline below a parent.
 using EntryKey = std::pair<uint32_t, uint32_t>;
 EntryKey keyOf(const Link& link) {
     return {link.ifIndex, 0};
@@ -301,32 +318,7 @@ EntryKey keyOf(const TcObject& discipline) {
     return {discipline.ifIndex, discipline.parent};
 }
 
-// The first dump that is not interrupted, or, when there is none in time, the last of each entry that was seen.
-template <typename Entry>
-Dump<Entry> readDump(NetlinkSource& source, uint16_t type, uint32_t ifIndex, Clock::time_point until,
-                     Dump<Entry> (*parse)(std::span<const std::byte>)) {
-    std::map<EntryKey, Entry> seen;
-    for (auto pause = kFirstPause;; pause *= 2) {
-        Dump<Entry> dump = parse(source.dump(type, ifIndex));
-        if (!dump.interrupted) {
-            return dump;
-        }
-        for (Entry& entry : dump.entries) {
-            const EntryKey key = keyOf(entry);
-            seen.insert_or_assign(key, std::move(entry));
-        }
-        if (Clock::now() + pause > until) {
-            break;
-        }
-        std::this_thread::sleep_for(pause);
-    }
-    Dump<Entry> all = {.interrupted = true};
-    for (auto& [key, entry] : seen) {
-        all.entries.push_back(std::move(entry));
-    }
-    return all;
-}
-
+// Of what is said more than once the last counts.
 template <typename Entry>
 std::vector<Entry> readAll(NetlinkSource& source, uint16_t type, Clock::time_point until,
                            Dump<Entry> (*parse)(std::span<const std::byte>), std::vector<std::string>& troubles) {
@@ -336,7 +328,16 @@ std::vector<Entry> readAll(NetlinkSource& source, uint16_t type, Clock::time_poi
             troubles.push_back(
                 fmt::format("the kernel's {} keep changing while they are read: some may be missing", dumpName(type)));
         }
-        return std::move(dump.entries);
+        std::map<EntryKey, Entry> last;
+        for (Entry& entry : dump.entries) {
+            const EntryKey key = keyOf(entry);
+            last.insert_or_assign(key, std::move(entry));
+        }
+        std::vector<Entry> entries;
+        for (auto& [key, entry] : last) {
+            entries.push_back(std::move(entry));
+        }
+        return entries;
     } catch (const NetlinkError& error) {
         throw NetlinkError(fmt::format("cannot read the kernel's {}: {}", dumpName(type), error.what()));
     }
@@ -359,6 +360,10 @@ bool endsAnswer(const nlmsghdr* message, int size) {
 }
 
 }  // namespace
+
+void NetlinkSource::pause(std::chrono::milliseconds time) {
+    std::this_thread::sleep_for(time);
+}
 
 NetlinkSocket::NetlinkSocket(int netns) : netns_(netns), socket_(nullptr, nl_socket_free) {
     connect();

@@ -9,6 +9,7 @@
 #ifndef DEVHOST_FEED_NETLINK_H
 #define DEVHOST_FEED_NETLINK_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -87,6 +88,9 @@ class NetlinkSource {
      * Throws NetlinkError, and can be called again.
      */
     virtual std::vector<std::byte> dump(uint16_t type, uint32_t ifIndex) = 0;
+
+    /* Waits before a dump that was interrupted is asked for again. */
+    virtual void pause(std::chrono::milliseconds time);
 };
 
 /* A socket to the running kernel, opened anew after an error. Used by one thread at a time. */

@@ -164,6 +164,8 @@ class MadeKernel : public NetlinkSource {
         disciplines.push_back({{3, handle, parent, kind, {}}, std::move(stats)});
     }
 
+    void pause(std::chrono::milliseconds) override {}
+
     Bytes dump(uint16_t type, uint32_t ifIndex) override {
         onDump(type, ifIndex);
         Bytes answer;
