@@ -101,7 +101,7 @@ std::string takeAlias(std::string_view& rest, size_t size, size_t least) {
     if (size < least || size > rest.size()) {
         throw std::runtime_error(fmt::format("the record has an alias of {} bytes in {}", size, rest.size()));
     }
-    const std::string alias(rest.substr(0, size));
+    std::string alias(rest.substr(0, size));
     rest.remove_prefix(size);
     return alias;
 }

@@ -303,7 +303,7 @@ std::unique_ptr<Lab> makeLab() {
         return lab;
     } catch (const LabUnavailable& error) {
         fmt::print("No lab on this machine ({}): sampling its own disciplines, with nothing to check them against.\n",
-                   error.what());
+                   shown(error.what()));
         return nullptr;
     }
 }

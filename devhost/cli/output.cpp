@@ -32,8 +32,9 @@ std::optional<size_t> terminalWidth() {
         return std::nullopt;
     }
     size_t columns = 0;
-    const std::string_view told = std::getenv("COLUMNS") != nullptr ? std::getenv("COLUMNS") : "";
-    std::from_chars(told.data(), told.data() + told.size(), columns);
+    if (const char* told = std::getenv("COLUMNS")) {
+        std::from_chars(told, told + std::string_view(told).size(), columns);
+    }
     if (winsize size = {}; columns == 0 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) {
         columns = size.ws_col;
     }
