@@ -96,9 +96,7 @@ struct RowBytes {
         from.cursor = size_t{from.row} * from.step;       \
         columns(FUZZ_COLUMN, table)                       \
     }
-void fillTables(RowBytes from, uint32_t rowCount) {
-    QOS_DB_TABLES(FUZZ_TABLE)
-}
+void fillTables(RowBytes from, uint32_t rowCount){QOS_DB_TABLES(FUZZ_TABLE)}
 
 size_t sentKeys() {
     size_t count = 0;
