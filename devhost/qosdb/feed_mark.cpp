@@ -45,6 +45,7 @@ std::optional<FeedMark> readFeedMark(const std::string& path) {
     if (openForReading(path, connection, asItStands) != SQLITE_OK) {
         return std::nullopt;
     }
+    sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // is for others to do
     sqlite3_stmt* row = nullptr;
     const char* select = "SELECT source, host, process, every_ms, round, time_ms, missed, note FROM feed";
     sqlite3_prepare_v2(connection.get(), select, -1, &row, nullptr);

@@ -128,6 +128,17 @@ bool FileId::of(const std::string& path, FileId& file) {
     return true;
 }
 
+// The last to close a database takes its log in. Not this one, when the names are those of other files by now: the log
+// of the one would get into the other.
+Reader::~Reader() {
+    FileId now{};
+    const bool same = FileId::of(path_, now) && now.device == file_.device && now.inode == file_.inode &&
+                      now.log == file_.log && now.index == file_.index;
+    if (!same && connection_) {
+        sqlite3_db_config(connection_.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    }
+}
+
 uint32_t Reader::open() {
     const int code = openForReading(path_, connection_, as_it_stands_);
     return code == SQLITE_OK ? 0

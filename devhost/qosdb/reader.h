@@ -49,6 +49,9 @@ struct FileId {
 class Reader {
   public:
     Reader(std::string path, const FileId& file) : path_(std::move(path)), file_(file) {}
+    ~Reader();
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
 
     uint32_t open();
     bool reads(const std::string& path, const FileId& file) const { return path == path_ && file == file_; }
