@@ -334,6 +334,7 @@ std::vector<Entry> readAll(NetlinkSource& source, uint16_t type, Clock::time_poi
             last.insert_or_assign(key, std::move(entry));
         }
         std::vector<Entry> entries;
+        entries.reserve(last.size());
         for (auto& [key, entry] : last) {
             entries.push_back(std::move(entry));
         }
