@@ -26,7 +26,9 @@ TEST_F(FiltersTest, InterfaceNames) {
         {"eth\\", {"eth$", "eth$1"}, {"eth"}},  // escapes the final anchor
         {"Eth[1", {}, {"Eth1", "Eth[1", ""}},
         {"eth(", {}, {"eth", "eth("}},
+        {"(+a)", {}, {"a", "+a"}},
         {"a{1}", {"a"}, {"aa", "a{1}"}},
+        {"\xE4{1}", {"\xE4"}, {"\xC4"}},  // not only ASCII
         {"eth*1", {"eth1", "eth01", "eth11"}, {"eth", "eth10"}},
         {"GigabitEthernet0/0/0123456789.1*", {"gigabitethernet0/0/0123456789.10"}, {"gigabitethernet0/0/012345678"}},
         {"[[:alpha:]-]*:[^b-d]", {"a1:a", "-1:E"}, {"1:a", "a1:c", "a1:d", "a1:"}},
