@@ -23,7 +23,8 @@ TEST_F(FiltersTest, InterfaceNames) {
         {"eth[13]", {"eth1", "eth3"}, {"eth2"}},
         {"[*]", {"5)]", "(4)]", ")]"}, {"5", "*"}},  // the set ends where the run's own does
         {"eth+", {"eth", "ethhh"}, {"et"}},
-        {"eth\\", {"eth$", "eth$1"}, {"eth"}},  // escapes the final anchor
+        {"(a|b)+", {"aaaabbbbaaaabbbbaaaabbbbaaaabbbb"}, {}},  // a name longer than a record's
+        {"eth\\", {"eth$", "eth$1"}, {"eth"}},                 // escapes the final anchor
         {"Eth[1", {}, {"Eth1", "Eth[1", ""}},
         {"eth(", {}, {"eth", "eth("}},
         {"(+a)", {}, {"a", "+a"}},
