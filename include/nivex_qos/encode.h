@@ -52,8 +52,10 @@ typedef struct QosTlmEncodeFuncEntry {
     uint32_t (*estimate)(const QosTlmNode* top);
 } QosTlmEncodeFuncEntry;
 
+#define QOS_TLM_ENCODE_TYPE_NUM 2u
+
 /* The encoders, indexed by QosTlmEncodeType; read-only. */
-QOS_TLM_API extern const QosTlmEncodeFuncEntry g_qosTlmEncodeFunc[2];
+QOS_TLM_API extern const QosTlmEncodeFuncEntry g_qosTlmEncodeFunc[QOS_TLM_ENCODE_TYPE_NUM];
 
 QOS_TLM_END_DECLS
 

@@ -23,7 +23,7 @@ QOS_TLM_API uint32_t QOS_TLM_GetProtoIntegerSize(uint32_t fieldNumber, uint64_t 
 QOS_TLM_API uint32_t QOS_TLM_GetProtoStringSize(uint32_t fieldNumber, uint32_t length);
 QOS_TLM_API uint32_t QOS_TLM_GetProtoStructSize(uint32_t fieldNumber, uint32_t length);
 
-/* Bytes of a leaf; 0 for an unknown value type. A string leaf without text counts as an empty text. */
+/* Bytes of a leaf, a string by its text (none counts as an empty one); 0 for an unknown value type. */
 QOS_TLM_API uint32_t QOS_TLM_CalcProtoSizeLeafnode(const QosTlmNodeData* leaf);
 
 /* Bytes of the node and all its later siblings; an empty inner node counts its tag and a length byte. */
@@ -37,7 +37,7 @@ QOS_TLM_API uint32_t QOS_TLM_WrapProtoNodeInteger(uint32_t fieldNumber, uint64_t
 QOS_TLM_API uint32_t QOS_TLM_WrapProtoNodeString(uint32_t fieldNumber, const void* data, uint32_t dataLen,
                                                  uint8_t* dest, uint32_t room);
 
-/* Writes one leaf; nothing for an unknown value type. */
+/* Writes one leaf, a string with valueLen - 1 bytes of its text; nothing for an unknown value type. */
 QOS_TLM_API uint32_t QOS_TLM_WrapProtoNodeLeaf(const QosTlmNodeData* leaf, uint8_t* dest, uint32_t room);
 
 /*

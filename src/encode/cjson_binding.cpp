@@ -11,6 +11,19 @@ namespace {
 
 constexpr char kLibraryName[256] = "libcjson.so";
 
+// FUNCTION(slot, symbol, loader), in the order in which start-up looks them up.
+#define CJSON_FUNCTIONS(FUNCTION)                                                  \
+    FUNCTION(createNumber, "cJSON_CreateNumber", QOS_TLM_InitCjsonCreateNumber)    \
+    FUNCTION(createString, "cJSON_CreateString", QOS_TLM_InitCjsonCreateString)    \
+    FUNCTION(createBool, "cJSON_CreateBool", QOS_TLM_InitCjsonCreateBool)          \
+    FUNCTION(createObject, "cJSON_CreateObject", QOS_TLM_InitCjsonCreateObject)    \
+    FUNCTION(createArray, "cJSON_CreateArray", QOS_TLM_InitCjsonCreateArray)       \
+    FUNCTION(addItemToObj, "cJSON_AddItemToObject", QOS_TLM_InitCjsonAddItemToObj) \
+    FUNCTION(addItemToArr, "cJSON_AddItemToArray", QOS_TLM_InitCjsonAddItemToArr)  \
+    FUNCTION(printUnfmt, "cJSON_PrintUnformatted", QOS_TLM_InitCjsonPrintUnfmt)    \
+    FUNCTION(cjsonFree, "cJSON_free", QOS_TLM_InitCjsonFree)                       \
+    FUNCTION(nodeFree, "cJSON_Delete", QOS_TLM_InitCjsonNodeFree)
+
 // Looks a symbol up in the loaded library; a missing one leaves its slot null.
 template <class Function>
 uint32_t resolve(Function*& slot, const char* symbol) {
@@ -42,49 +55,19 @@ uint32_t QOS_TLM_InitCjson() {
         return closeLibrary();
     }
     // All ten are looked up even after one is missing, so that one start-up names every missing symbol.
-    uint32_t missing = resolve(g_qosTlmCjsonFunc.createNumber, "cJSON_CreateNumber");
-    missing |= resolve(g_qosTlmCjsonFunc.createString, "cJSON_CreateString");
-    missing |= resolve(g_qosTlmCjsonFunc.createBool, "cJSON_CreateBool");
-    missing |= resolve(g_qosTlmCjsonFunc.createObject, "cJSON_CreateObject");
-    missing |= resolve(g_qosTlmCjsonFunc.createArray, "cJSON_CreateArray");
-    missing |= resolve(g_qosTlmCjsonFunc.addItemToObj, "cJSON_AddItemToObject");
-    missing |= resolve(g_qosTlmCjsonFunc.addItemToArr, "cJSON_AddItemToArray");
-    missing |= resolve(g_qosTlmCjsonFunc.printUnfmt, "cJSON_PrintUnformatted");
-    missing |= resolve(g_qosTlmCjsonFunc.cjsonFree, "cJSON_free");
-    missing |= resolve(g_qosTlmCjsonFunc.nodeFree, "cJSON_Delete");
+    uint32_t missing = 0;
+#define RESOLVE(slot, symbol, loader) missing |= resolve(g_qosTlmCjsonFunc.slot, symbol);
+    CJSON_FUNCTIONS(RESOLVE)
+#undef RESOLVE
     return missing == 0 ? 0 : closeLibrary();
 }
 
-uint32_t QOS_TLM_InitCjsonCreateNumber() {
-    return resolve(g_qosTlmCjsonFunc.createNumber, "cJSON_CreateNumber");
-}
-uint32_t QOS_TLM_InitCjsonCreateString() {
-    return resolve(g_qosTlmCjsonFunc.createString, "cJSON_CreateString");
-}
-uint32_t QOS_TLM_InitCjsonCreateBool() {
-    return resolve(g_qosTlmCjsonFunc.createBool, "cJSON_CreateBool");
-}
-uint32_t QOS_TLM_InitCjsonCreateObject() {
-    return resolve(g_qosTlmCjsonFunc.createObject, "cJSON_CreateObject");
-}
-uint32_t QOS_TLM_InitCjsonCreateArray() {
-    return resolve(g_qosTlmCjsonFunc.createArray, "cJSON_CreateArray");
-}
-uint32_t QOS_TLM_InitCjsonAddItemToObj() {
-    return resolve(g_qosTlmCjsonFunc.addItemToObj, "cJSON_AddItemToObject");
-}
-uint32_t QOS_TLM_InitCjsonAddItemToArr() {
-    return resolve(g_qosTlmCjsonFunc.addItemToArr, "cJSON_AddItemToArray");
-}
-uint32_t QOS_TLM_InitCjsonFree() {
-    return resolve(g_qosTlmCjsonFunc.cjsonFree, "cJSON_free");
-}
-uint32_t QOS_TLM_InitCjsonNodeFree() {
-    return resolve(g_qosTlmCjsonFunc.nodeFree, "cJSON_Delete");
-}
-uint32_t QOS_TLM_InitCjsonPrintUnfmt() {
-    return resolve(g_qosTlmCjsonFunc.printUnfmt, "cJSON_PrintUnformatted");
-}
+#define DEFINE_LOADER(slot, symbol, loader)             \
+    uint32_t loader() {                                 \
+        return resolve(g_qosTlmCjsonFunc.slot, symbol); \
+    }
+CJSON_FUNCTIONS(DEFINE_LOADER)
+#undef DEFINE_LOADER
 
 cJSON* QOS_TLM_CreateCjsonNumber(double number) {
     return g_qosTlmCjsonFunc.createNumber(number);

@@ -2,14 +2,16 @@
 
 #include <cstring>
 
-#include "nivex_qos/encode.h"
+#include "encode/status_log.h"
+#include "encode/tree.h"
 #include "nivex_qos/log.h"
+#include "support/by_name.h"
+
+namespace site = qos::site;
+
+QOS_TLM_BY_NAME(wrapByName, QOS_TLM_WrapJsonRecursive);
 
 namespace {
-
-void logCjsonFailure(uint32_t site, uint64_t value = 0) {
-    QOS_TLM_LogEncode(QOS_TLM_ENC_CJSON_FAIL, value, site);
-}
 
 cJSON* newLeafItem(const QosTlmNodeData& leaf) {
     switch (leaf.valueType) {
@@ -20,13 +22,13 @@ cJSON* newLeafItem(const QosTlmNodeData& leaf) {
         case QOS_TLM_VALUE_UINT64:
             return QOS_TLM_CreateCjsonNumber(static_cast<double>(leaf.value));
         default:
-            return QOS_TLM_CreateCjsonString(reinterpret_cast<const char*>(static_cast<uintptr_t>(leaf.value)));
+            return QOS_TLM_CreateCjsonString(qos::textOf(leaf));
     }
 }
 
 // A container is attached before it is filled: whatever fails later is then freed with the document.
 uint32_t fill(cJSON* container, const QosTlmNode* node) {
-    return QOS_TLM_WrapJsonRecursive(node->firstChild, container) == 0 ? QOS_TLM_ENC_SUCCESS : QOS_TLM_ENC_WRAP_FAIL;
+    return wrapByName(node->firstChild, container) == 0 ? QOS_TLM_ENC_SUCCESS : QOS_TLM_ENC_WRAP_FAIL;
 }
 
 // The document's text in the host's memory, or null; the document is freed in either case.
@@ -49,7 +51,7 @@ uint32_t QOS_TLM_WrapJsonLeaf(const QosTlmNodeData* leaf, cJSON* object) {
     }
     cJSON* item = newLeafItem(*leaf);
     if (item == nullptr) {
-        logCjsonFailure(325);
+        qos::logAt(site::kNoLeafItem);
         return QOS_TLM_ENC_CJSON_FAIL;
     }
     QOS_TLM_AddCjsonItemToObj(object, leaf->name, item);
@@ -63,7 +65,7 @@ uint32_t QOS_TLM_DealRepeatNode(const QosTlmNode* node, cJSON* container) {
     if (node->repeatType == QOS_TLM_REPEAT_ENTRY) {
         cJSON* entry = QOS_TLM_CreateCjsonObject();
         if (entry == nullptr) {
-            logCjsonFailure(388);
+            qos::logAt(site::kNoEntryObject);
             return QOS_TLM_ENC_CJSON_FAIL;
         }
         QOS_TLM_AddCjsonItemToArr(container, entry);
@@ -72,7 +74,7 @@ uint32_t QOS_TLM_DealRepeatNode(const QosTlmNode* node, cJSON* container) {
     if (node->repeatType == QOS_TLM_REPEAT_LIST) {
         cJSON* list = QOS_TLM_CreateCjsonArray();
         if (list == nullptr) {
-            logCjsonFailure(400);
+            qos::logAt(site::kNoArray);
             return QOS_TLM_ENC_CJSON_FAIL;
         }
         QOS_TLM_AddCjsonItemToObj(container, node->data.name, list);
@@ -98,7 +100,7 @@ uint32_t QOS_TLM_WrapJsonRecursive(const QosTlmNode* node, cJSON* container) {
         }
         cJSON* object = QOS_TLM_CreateCjsonObject();
         if (object == nullptr) {
-            logCjsonFailure(368);
+            qos::logAt(site::kNoObject);
             return QOS_TLM_ENC_CJSON_FAIL;
         }
         QOS_TLM_AddCjsonItemToObj(container, node->data.name, object);
@@ -114,13 +116,13 @@ void* QOS_TLM_EncodeJson(const QosTlmNode* top, uint32_t* outLen) {
     cJSON* document = QOS_TLM_CreateCjsonObject();
     if (document == nullptr) {
         QOS_TLM_DiagErr("[Tlm EncodeJson] create json object failed.");
-        logCjsonFailure(465);
+        qos::logAt(site::kNoDocument);
         return nullptr;
     }
     const uint32_t status = QOS_TLM_WrapJsonRecursive(top, document);
     if (status != 0) {
         QOS_TLM_DiagErr("[Tlm EncodeJson] wrap json failed.");
-        logCjsonFailure(472, status);
+        qos::logAt(site::kTreeNotWrapped, status);
         QOS_TLM_FreeCjsonNode(document);
         return nullptr;
     }
@@ -130,7 +132,7 @@ void* QOS_TLM_EncodeJson(const QosTlmNode* top, uint32_t* outLen) {
 uint32_t QOS_TLM_EstimatePackageSizeJson(const QosTlmNode* top) {
     cJSON* document = QOS_TLM_CreateCjsonObject();
     if (document == nullptr) {
-        logCjsonFailure(483);
+        qos::logAt(site::kNoEstimateDocument);
         return 0;
     }
     if (QOS_TLM_WrapJsonRecursive(top, document) != 0) {

@@ -1,35 +1,32 @@
 #include "nivex_qos/tree.h"
 
 #include <cstring>
-#include <new>
 
-#include "nivex_qos/encode.h"
+#include "encode/status_log.h"
+#include "encode/tree.h"
 #include "nivex_qos/log.h"
 #include "platform/bounded.h"
 #include "platform/host_framework.h"
-#include "support/own_function.h"
+#include "support/by_name.h"
 
-QOS_TLM_OWN_FUNCTION(QOS_TLM_AddChild);
+QOS_TLM_BY_NAME(releaseByName, QOS_TLM_ReleaseNode);
 
 namespace {
 
-// A node of the host's memory with these fields; the rest is 0.
+// A node of the host's memory with these fields; the rest is 0, padding included.
 QosTlmNode* newNode(uint32_t isLeaf, const QosTlmNodeData& data, uint16_t repeatType = 0) {
-    void* block = NIVEX_AllocBuff(sizeof(QosTlmNode));
-    return block == nullptr ? nullptr : new (block) QosTlmNode{isLeaf, data, repeatType, nullptr, nullptr, nullptr};
-}
-
-void append(QosTlmNode& parent, QosTlmNode* child) {
-    (parent.firstChild == nullptr ? parent.firstChild : parent.lastChild->next) = child;
-    parent.lastChild = child;
-}
-
-void appendByName(QosTlmNode* parent, QosTlmNode* child) {
-    if (QOS_TLM_IS_OWN(QOS_TLM_AddChild)) {
-        append(*parent, child);
-    } else {
-        QOS_TLM_AddChild(parent, child);
+    auto* node = static_cast<QosTlmNode*>(NIVEX_AllocBuff(sizeof(QosTlmNode)));
+    if (node != nullptr) {
+        memset(node, 0, sizeof *node);
+        node->isLeaf = isLeaf;
+        node->data.name = data.name;
+        node->data.valueType = data.valueType;
+        node->data.fieldNumber = data.fieldNumber;
+        node->data.value = data.value;
+        node->data.valueLen = data.valueLen;
+        node->repeatType = repeatType;
     }
+    return node;
 }
 
 // The three adds of numbers differ in nothing but their type, its size and their messages.
@@ -44,7 +41,7 @@ uint32_t addNumber(QosTlmNode* parent, const char* name, QosTlmValueType type, u
         QOS_TLM_DiagErr("%s", noMemory);
         return 1;
     }
-    appendByName(parent, leaf);
+    QOS_TLM_AddChild(parent, leaf);
     return 0;
 }
 
@@ -55,9 +52,11 @@ QosTlmNode* QOS_TLM_CreateNode(const char* name, uint32_t fieldNumber, uint16_t 
 }
 
 void QOS_TLM_AddChild(QosTlmNode* parent, QosTlmNode* child) {
-    if (parent != nullptr && child != nullptr) {
-        append(*parent, child);
+    if (parent == nullptr || child == nullptr) {
+        return;
     }
+    (parent->firstChild == nullptr ? parent->firstChild : parent->lastChild->next) = child;
+    parent->lastChild = child;
 }
 
 uint32_t QOS_TLM_AddChildString(QosTlmNode* parent, const char* name, const char* value, uint32_t fieldNumber) {
@@ -65,17 +64,15 @@ uint32_t QOS_TLM_AddChildString(QosTlmNode* parent, const char* name, const char
         QOS_TLM_DiagErr("[TLM AddChildString] para error.");
         return 1;
     }
-    QosTlmNode* leaf = newNode(1, {name, QOS_TLM_VALUE_STRING, fieldNumber, 0, 0});
+    const auto valueLen = static_cast<uint32_t>(strlen(value)) + 1;
+    QosTlmNode* leaf = newNode(1, {name, QOS_TLM_VALUE_STRING, fieldNumber, 0, valueLen});
     if (leaf == nullptr) {
         QOS_TLM_DiagErr("[TLM AddChildString] malloc failed.");
         return 1;
     }
     // Without its copy the leaf stays in the tree, so that validation refuses the sample instead of losing a field.
-    uint32_t length = 0;
-    const char* copy = QOS_TLM_ConvertToStr(value, &length);
-    leaf->data.value = reinterpret_cast<uintptr_t>(copy);
-    leaf->data.valueLen = (copy != nullptr ? length : static_cast<uint32_t>(strlen(value))) + 1;
-    appendByName(parent, leaf);
+    leaf->data.value = reinterpret_cast<uintptr_t>(QOS_TLM_ConvertToStr(value, nullptr));
+    QOS_TLM_AddChild(parent, leaf);
     return 0;
 }
 
@@ -97,12 +94,13 @@ uint32_t QOS_TLM_AddChildUint64(QosTlmNode* parent, const char* name, uint64_t v
 void QOS_TLM_ReleaseNode(QosTlmNode* node) {
     while (node != nullptr) {
         if (node->firstChild != nullptr) {
-            QOS_TLM_ReleaseNode(node->firstChild);
+            releaseByName(node->firstChild);
         }
         QosTlmNode* next = node->next;
         if (node->data.valueType == QOS_TLM_VALUE_STRING && node->data.value != 0) {
-            NIVEX_FreeBuff(reinterpret_cast<void*>(static_cast<uintptr_t>(node->data.value)));
+            NIVEX_FreeBuff(qos::textOf(node->data));
         }
+        memset(node, 0, sizeof *node);  // a sample's values do not go back to the host's allocator
         NIVEX_FreeBuff(node);
         node = next;
     }
@@ -116,11 +114,11 @@ char* QOS_TLM_ConvertToStr(const char* src, uint32_t* outLen) {
     const uint32_t size = length + 1;
     auto* copy = static_cast<char*>(NIVEX_AllocBuff(size));
     if (copy == nullptr) {
-        QOS_TLM_LogEncode(QOS_TLM_ENC_MALLOC_FAIL, size, 423);
+        qos::logAt(qos::site::kNoTextBlock, size);
         return nullptr;
     }
     if (strcpy_s(copy, size, src) != 0) {
-        QOS_TLM_LogEncode(QOS_TLM_ENC_SAFE_FUNC_FAIL, size, 429);
+        qos::logAt(qos::site::kTextNotCopied, size);
         NIVEX_FreeBuff(copy);
         return nullptr;
     }

@@ -1,5 +1,5 @@
 /*
- * What makes a node fit to be encoded.
+ * The text of a string leaf, whose node holds its address as a number.
  */
 #ifndef SRC_ENCODE_TREE_H
 #define SRC_ENCODE_TREE_H
@@ -8,9 +8,9 @@
 
 namespace qos {
 
-// The two faults that the tree operations let through: a null name, and a string leaf whose text was not copied.
-inline bool isValid(const QosTlmNodeData& data) {
-    return data.name != nullptr && (data.valueType != QOS_TLM_VALUE_STRING || data.value != 0);
+// Null for a leaf whose text could not be copied.
+inline char* textOf(const QosTlmNodeData& leaf) {
+    return reinterpret_cast<char*>(static_cast<uintptr_t>(leaf.value));
 }
 
 }  // namespace qos

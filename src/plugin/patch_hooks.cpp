@@ -20,21 +20,23 @@ bool isOwnPatch(const void* description) {
 
 uint32_t QOS_Plugin_AsynPatchC2hHookfunc(int32_t operation, uint64_t context, const void* description,
                                          uint32_t* notOurs) {
-    const bool own = isOwnPatch(description);
-    *notOurs = own ? 0 : 1;
-    if (!own) {
+    if (!isOwnPatch(description)) {
+        *notOurs = 1;
         return 0;
     }
+    uint32_t result = 0;
     switch (operation) {
         case QOS_PATCH_ACTIVATE:
             QOS_Plugin_AsynPatchC2hActiveFunc(context);
-            return 0;
+            break;
         case QOS_PATCH_DEACTIVATE:
             QOS_Plugin_AsynPatchC2hDeactiveFunc(context);
-            return 0;
+            break;
         default:
-            return 1;
+            result = 1;
     }
+    *notOurs = 0;
+    return result;
 }
 
 void QOS_Plugin_AsynPatchC2hActiveFunc(uint64_t) {}
@@ -42,23 +44,25 @@ void QOS_Plugin_AsynPatchC2hActiveFunc(uint64_t) {}
 void QOS_Plugin_AsynPatchC2hDeactiveFunc(uint64_t) {}
 
 uint32_t libnivex_qos_plugin_PAT_C2HSyncHookFunc(uint32_t operation, const void* description, uint32_t* handled) {
-    const bool own = isOwnPatch(description);
-    *handled = own ? 1 : 0;
-    if (!own) {
+    *handled = 0;
+    if (!isOwnPatch(description)) {
         return 0;
     }
+    uint32_t result = 0;
     switch (operation) {
         case QOS_PATCH_ACTIVATE:
             libnivex_qos_plugin_ResPatchC2hActivefunc();
-            return 0;
+            break;
         case QOS_PATCH_DEACTIVATE:
             libnivex_qos_plugin_ResPatchC2hDeactivefunc();
-            return 0;
+            break;
         default:
             QOS_TLM_DiagErr("PatC2hProc, %s c2h active or deactive oper failed, operCode %d", patchedFile(description),
                             static_cast<int>(operation));
-            return 1;
+            result = 1;
     }
+    *handled = 1;
+    return result;
 }
 
 void libnivex_qos_plugin_ResPatchC2hActivefunc() {}

@@ -12,18 +12,18 @@ namespace {
 uint32_t store(uint32_t count, const QosTlmEncodeResult& result, QosTlmSampleData& sampleData) {
     const uint32_t used = sampleData.dataLen < QOS_TLM_PAYLOAD_SIZE ? sampleData.dataLen : QOS_TLM_PAYLOAD_SIZE;
     const int copied = memcpy_s(sampleData.data + used, QOS_TLM_PAYLOAD_SIZE - used, result.data, result.dataLen);
-    NIVEX_FreeBuff(result.data);
     if (copied != 0) {
         QOS_TLM_DiagErr("[Tlm SetSampleData] memcpy error, ret=%d.", copied);
-        return 1;
+    } else {
+        sampleData.collectStartTime = result.collectStartTime;
+        sampleData.collectEndTime = result.collectEndTime;
+        sampleData.encodeTimeSpend = result.encodeTimeSpend;
+        sampleData.thresholdValue = result.thresholdValue;
+        sampleData.recordCount = count;
+        sampleData.dataLen += result.dataLen;
     }
-    sampleData.collectStartTime = result.collectStartTime;
-    sampleData.collectEndTime = result.collectEndTime;
-    sampleData.encodeTimeSpend = result.encodeTimeSpend;
-    sampleData.thresholdValue = result.thresholdValue;
-    sampleData.recordCount = count;
-    sampleData.dataLen += result.dataLen;
-    return 0;
+    NIVEX_FreeBuff(result.data);
+    return copied == 0 ? 0 : 1;
 }
 
 }  // namespace
@@ -61,7 +61,7 @@ uint32_t QOS_TLM_EncodeSampleData(uint32_t encodeType, const QosTlmNode* root, Q
     uint32_t endSec = 0;
     uint32_t endUs = 0;
     QOS_TLM_GetSystimeSecUs(&endSec, &endUs);
-    result->encodeTimeSpend = QOS_TLM_GetUsToTimeSpend(startSec, startUs, endSec, endUs);
+    result->encodeTimeSpend = qos::timeSpan(startSec, startUs, endSec, endUs);
     result->collectStartTime = qos::nowMs();
     result->collectEndTime = result->collectStartTime;
     return 0;

@@ -64,12 +64,16 @@ void QOS_TLM_GetSystimeSecUs(uint32_t* seconds, uint32_t* microseconds) {
     *microseconds = static_cast<uint32_t>(readings.first.tv_usec);
 }
 
-uint64_t QOS_TLM_GetUsToTimeSpend(uint32_t startSec, uint32_t startUs, uint32_t endSec, uint32_t endUs) {
+uint64_t qos::timeSpan(uint32_t startSec, uint32_t startUs, uint32_t endSec, uint32_t endUs) {
     if (endSec < startSec) {
         return 0;
     }
     const uint64_t end = static_cast<uint64_t>(endSec - startSec) * 1000000 + endUs;
     return end < startUs ? 0 : end - startUs;
+}
+
+uint64_t QOS_TLM_GetUsToTimeSpend(uint32_t startSec, uint32_t startUs, uint32_t endSec, uint32_t endUs) {
+    return qos::timeSpan(startSec, startUs, endSec, endUs);
 }
 
 uint64_t QOS_TLM_ConvertSystimeToMs(const KatSystime* time) {

@@ -1,5 +1,5 @@
 /*
- * The platform's clock, for the plug-in's own use.
+ * The clock, for the plug-in's own use.
  */
 #ifndef SRC_SAMPLING_CLOCK_H
 #define SRC_SAMPLING_CLOCK_H
@@ -13,6 +13,9 @@ uint64_t nowMs();
 
 // The low 32 bits of the seconds since 1970.
 uint32_t nowSec();
+
+// Microseconds from start to end; 0 when the end lies before the start.
+uint64_t timeSpan(uint32_t startSec, uint32_t startUs, uint32_t endSec, uint32_t endUs);
 
 }  // namespace qos
 

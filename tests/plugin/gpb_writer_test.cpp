@@ -71,7 +71,11 @@ TEST_F(GpbWriterTest, TagsAndSizes) {
     EXPECT_EQ(CALL(QOS_TLM_WrapProtoNodeLeaf)(&leaf, dest.data(), 16), 0u);
     leaf = {"no text", QOS_TLM_VALUE_STRING, 1, 0, 5};
     EXPECT_EQ(CALL(QOS_TLM_CalcProtoSizeLeafnode)(&leaf), 2u);
-    EXPECT_EQ(dest.text(CALL(QOS_TLM_WrapProtoNodeLeaf)(&leaf, dest.data(), 16)), "0A 00");
+    EXPECT_EQ(CALL(QOS_TLM_WrapProtoNodeLeaf)(&leaf, dest.data(), 16), 0u);
+    EXPECT_LOG(encodeLine(6, 14, 228));
+    leaf = {"shorter than it says", QOS_TLM_VALUE_STRING, 1, reinterpret_cast<uintptr_t>("ab"), 2};
+    EXPECT_EQ(CALL(QOS_TLM_CalcProtoSizeLeafnode)(&leaf), 4u) << "of the text";
+    EXPECT_EQ(dest.text(CALL(QOS_TLM_WrapProtoNodeLeaf)(&leaf, dest.data(), 16)), "0A 01 61");
 }
 
 std::string encoded(const Tree& top, uint32_t estimate) {
