@@ -15,6 +15,7 @@
 #include "bench/peers.h"
 #include "bench/tables.h"
 #include "nivex_qos/filter.h"
+#include "nivex_qos/paths.h"
 #include "nivex_qos/queue_stat.h"
 #include "nivex_qos/sample.h"
 #include "nivex_qos/tracking.h"
@@ -325,7 +326,7 @@ Comparison thresholds() {
 
 // Every call of a pass reads the rows of the calls before it again.
 Comparison longPass(size_t rows, double goal) {
-    constexpr size_t kLimit = QOS_TLM_QUEUE_STAT_BATCH_LIMIT;
+    constexpr size_t kLimit = QOS_TLM_BATCH_LIMIT_QUEUE;
     const auto subject = pass(PLUGIN(QOS_TLM_QueryQueueStat), request());
     double reads = 0;
     for (size_t end = kLimit; end < rows + kLimit; end += kLimit) {

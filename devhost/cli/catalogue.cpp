@@ -3,15 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "nivex_qos/buf_ing_stat.h"
-#include "nivex_qos/buf_monitor_stat.h"
-#include "nivex_qos/ing_port_drop_stat.h"
-#include "nivex_qos/port_buf_stat.h"
-#include "nivex_qos/port_ecn_stat.h"
-#include "nivex_qos/queue_buf_stat.h"
-#include "nivex_qos/queue_drop_stat.h"
-#include "nivex_qos/queue_stat.h"
-#include "nivex_qos/tm_buf_stat.h"
+#include "nivex_qos/paths.h"
 #include "vexlor_qos.pb.h"
 
 namespace host {
@@ -31,30 +23,30 @@ const Condition kServiceClass = {"service-class",
                                  ConditionKind::choice,
                                  {"be", "af1", "af2", "af3", "af4", "ef", "cs6", "cs7"}};
 
-Catalogued known(std::string alias, std::vector<Condition> conditions, uint32_t batchLimit,
-                 std::vector<std::string> notCompared = {}) {
-    return {std::move(alias), std::move(conditions), batchLimit, false, false, std::move(notCompared), nullptr,
-            nullptr};
+Catalogued pathOf(std::string alias, uint32_t batchLimit) {
+    return {std::move(alias), {}, batchLimit, false, false, {}, nullptr, nullptr};
 }
 
 // The paths; the schema adds the rest.
 std::vector<Catalogued> buildCatalogue() {
-    std::vector<Catalogued> catalogue = {
-        known("port-ecn-statistics", {kInterfaceName}, QOS_TLM_PORT_ECN_STAT_BATCH_LIMIT),
-        known("port-buffer-usage-statistics", {kSlotId, kInterfaceName}, QOS_TLM_PORT_BUF_STAT_BATCH_LIMIT,
-              {"slot-id", "interface-name"}),
-        known("queue-buffer-usage-statistics", {kSlotId, kInterfaceName, kQueueId}, QOS_TLM_QUEUE_BUF_STAT_BATCH_LIMIT),
-        known("queue-statistics", {kInterfaceName, kServiceClass}, QOS_TLM_QUEUE_STAT_BATCH_LIMIT),
-        known("queue-drop-statistics", {kInterfaceName}, QOS_TLM_QUEUE_DROP_STAT_BATCH_LIMIT),
-        known("ing-port-drop-statistics", {kInterfaceName}, QOS_TLM_ING_PORT_DROP_STAT_BATCH_LIMIT),
-        known("tm-chip-buffer-usage-statistics", {kSlotId}, QOS_TLM_TM_BUF_STAT_BATCH_LIMIT, {"slot-id"}),
-        known("intf-ing-buf-usage-statistics", {kInterfaceName, kQueueId}, QOS_TLM_BUF_ING_STAT_BATCH_LIMIT),
-        known("interface-monitoring-result", {kExactInterfaceName, kQueueId}, QOS_TLM_BUF_MONITOR_STAT_BATCH_LIMIT),
-    };
-    catalogue.back().conditionsOnly = true;
+#define PATH(NAME, list, entryPoint, queryFromDb, batchLimit) pathOf(list, batchLimit),
+    std::vector<Catalogued> catalogue = {QOS_TLM_PATHS(PATH)};
+#undef PATH
+    catalogue[QOS_TLM_FAMILY_PORT_ECN].conditions = {kInterfaceName};
+    catalogue[QOS_TLM_FAMILY_PORT_BUF].conditions = {kSlotId, kInterfaceName};
+    catalogue[QOS_TLM_FAMILY_QUEUE_BUF].conditions = {kSlotId, kInterfaceName, kQueueId};
+    catalogue[QOS_TLM_FAMILY_QUEUE].conditions = {kInterfaceName, kServiceClass};
+    catalogue[QOS_TLM_FAMILY_QUEUE_DROP].conditions = {kInterfaceName};
+    catalogue[QOS_TLM_FAMILY_ING_PORT_DROP].conditions = {kInterfaceName};
+    catalogue[QOS_TLM_FAMILY_TM_BUF].conditions = {kSlotId};
+    catalogue[QOS_TLM_FAMILY_BUF_ING].conditions = {kInterfaceName, kQueueId};
+    catalogue[QOS_TLM_FAMILY_BUF_MONITOR].conditions = {kExactInterfaceName, kQueueId};
+    catalogue[QOS_TLM_FAMILY_PORT_BUF].notCompared = {"slot-id", "interface-name"};
+    catalogue[QOS_TLM_FAMILY_TM_BUF].notCompared = {"slot-id"};
+    catalogue[QOS_TLM_FAMILY_TM_BUF].sendsUncounted = true;
+    catalogue[QOS_TLM_FAMILY_BUF_MONITOR].conditionsOnly = true;
     const Descriptor* globalQuery = vexlor_qos::GlobalQuery::descriptor();
     for (Catalogued& row : catalogue) {
-        row.sendsUncounted = row.alias == "tm-chip-buffer-usage-statistics";
         for (int index = 0; index < globalQuery->field_count(); ++index) {
             const FieldDescriptor* container = globalQuery->field(index);
             const FieldDescriptor* list = container->message_type()->field(0);

@@ -15,8 +15,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_BUF_ING_STAT_BATCH_LIMIT 150u
-
 /* One row of ing_buf_usage_stat. */
 typedef struct QosTlmBufIngStat {
     uint32_t ifIndex;     /* interface index, below 2^29 */

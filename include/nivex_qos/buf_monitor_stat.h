@@ -2,7 +2,7 @@
  * Interface buffer monitoring results: the last buffer burst of each monitored queue, with its result, start and peak.
  *
  * Path "interface-monitoring-result" (QOS_TLM_QueryTmBufMonitorStat), database table buffer_monitor_result, batches of
- * 200 records that end earlier when the next record would not fit the payload. The functions below are the steps of the
+ * 200 records, in JSON of those that fit the payload. The functions below are the steps of the
  * family's query, one by one; nivex_qos/queue_stat.h says what each answers. The family differs from the others: it has
  * no thresholds, no period check and no change suppression, its "interface-name" condition is an exact text, and it
  * reads a row field by field and stops at the first failure.
@@ -15,7 +15,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_BUF_MONITOR_STAT_BATCH_LIMIT 200u
 #define QOS_TLM_DATE_TIME_SIZE 40u
 
 /* One row of buffer_monitor_result. The times are texts like "2024-03-07 09:05:02.007", in the platform's convention.

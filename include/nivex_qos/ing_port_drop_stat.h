@@ -13,8 +13,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_ING_PORT_DROP_STAT_BATCH_LIMIT 400u
-
 /* One row of ing_port_drop_stat. */
 typedef struct QosTlmIngPortDropStat {
     uint32_t ifIndex; /* interface index */

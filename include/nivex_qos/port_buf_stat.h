@@ -13,8 +13,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_PORT_BUF_STAT_BATCH_LIMIT 200u
-
 /* One row of port_buf_stat. */
 typedef struct QosTlmPortBufStat {
     uint32_t slotId;    /* slot number; neither sent nor compared */

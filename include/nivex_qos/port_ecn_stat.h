@@ -13,8 +13,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_PORT_ECN_STAT_BATCH_LIMIT 600u
-
 /* One row of port_ecn_stat. */
 typedef struct QosTlmPortEcnStat {
     uint32_t ifIndex; /* interface index */

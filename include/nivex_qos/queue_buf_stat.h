@@ -13,8 +13,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_QUEUE_BUF_STAT_BATCH_LIMIT 200u
-
 /* One row of queue_buf_stat. */
 typedef struct QosTlmQueueBufStat {
     uint32_t slotId;    /* slot number: what a threshold on "slot-id" compares */

@@ -13,8 +13,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_QUEUE_DROP_STAT_BATCH_LIMIT 65u
-
 /* One row of queue_drop_stat. */
 typedef struct QosTlmQueueDropStat {
     uint32_t ifIndex; /* interface index */

@@ -13,8 +13,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_QUEUE_STAT_BATCH_LIMIT 128u
-
 /* One row of queue_stat. */
 typedef struct QosTlmQueueStat {
     uint32_t ifIndex; /* interface index, below 2^29 */

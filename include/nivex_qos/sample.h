@@ -174,14 +174,14 @@ QOS_TLM_API void QOS_TLM_FullSampleData(uint32_t hostArg1, uint32_t hostArg2, Qo
 /* When a batch ends, besides at the end of the table. */
 typedef enum QosTlmBatchPolicy {
     QOS_TLM_BATCH_BY_COUNT = 0,  /* at the path's batch limit; a batch that outgrows the payload is refused whole */
-    QOS_TLM_BATCH_BY_PAYLOAD = 1 /* also before it would outgrow the payload: no record is lost */
+    QOS_TLM_BATCH_BY_PAYLOAD = 1 /* also when the path's largest record might no longer fit: no record is lost */
 } QosTlmBatchPolicy;
 
 /*
  * Chooses when the batches of all paths end, from the next sampling call on; QOS_TLM_BATCH_BY_COUNT at load. A batch
- * that ends early is answered like one at the limit (QOS_TLM_RESULT_MORE); the record that did not fit comes first in
- * the next call. Monitoring results always end their batches by payload. 0, or 1 for another value, which changes
- * nothing.
+ * that ends early is answered like one at the limit (QOS_TLM_RESULT_MORE), and the next call goes on with the record
+ * that it ended before. Monitoring results in JSON always end their batches by payload. 0, or 1 for another value, which
+ * changes nothing.
  */
 QOS_TLM_API uint32_t QOS_TLM_SetBatchPolicy(uint32_t policy);
 

@@ -16,8 +16,6 @@
 
 QOS_TLM_BEGIN_DECLS
 
-#define QOS_TLM_TM_BUF_STAT_BATCH_LIMIT 100u
-
 /* One row of tm_chip_buf_stat. */
 typedef struct QosTlmTmBufStat {
     char slotId[32];   /* slot as text, NUL-terminated: a number, or two joined by a slash */

@@ -7,62 +7,64 @@ uint32_t g_qosTlmBufMonStatQueryToEnd = 0;
 
 namespace {
 
-struct BufMonitorStat {
-    using Record = QosTlmBufMonitorStat;
+using Record = QosTlmBufMonitorStat;
 
-    static constexpr uint32_t index = QOS_TLM_FAMILY_BUF_MONITOR;
-    static constexpr uint32_t batchLimit = QOS_TLM_BUF_MONITOR_STAT_BATCH_LIMIT;
-    static constexpr bool endsByPayload = true;
-    static constexpr uint32_t* queryToEnd = &g_qosTlmBufMonStatQueryToEnd;
-
-    static constexpr qos::Table table = {db_create_qos_tlm_buffer_monitor_result_obj,
-                                         db_release_qos_tlm_buffer_monitor_result_object};
-    static constexpr qos::Node container = {"interface-monitoring-results", 61};
-    static constexpr qos::Node list = {"interface-monitoring-result", 61};
-    static constexpr qos::Node entry = {"interface-monitoring-result", 1};
-
-    static constexpr std::tuple leaves = {
-        qos::leaf("interface-name", 1, &Record::ifName),
-        qos::leaf("queue-id", 2, &Record::queueIndex),
-        qos::leaf("record-number", 3, &Record::recordNumber),
-        qos::leaf("query-type", 4, &Record::queryType),
-        qos::leaf("time", 5, &Record::time),
-        qos::leaf("buffer-usage", 6, &Record::usedBuf),
-        qos::leaf("percent", 7, &Record::percent),
-        qos::leaf("burst-start-time", 8, &Record::startTime),
-        qos::leaf("burst-start-buffer", 9, &Record::startUsedBuf),
-        qos::leaf("burst-start-buffer-percent", 10, &Record::startPercent),
-        qos::leaf("burst-peak-time", 11, &Record::peakTime),
-        qos::leaf("burst-peak-buffer", 12, &Record::peakUsedBuf),
-        qos::leaf("burst-peak-buffer-percent", 13, &Record::peakPercent),
-        qos::leaf("slot-id", 14, &Record::slot),
-        qos::leaf("burst-number", 15, &Record::burstNumber),
-    };
-
-    static constexpr std::tuple conditions = {
-        qos::exactText("interface-name", &Record::ifName),
-        qos::number("queue-id", &Record::queueIndex, "[Tlm IsConditionBufMonitorStat] parse string to num failed."),
-    };
-
-    static constexpr qos::InterfaceQueueKeys<Record> keys = {&Record::ifIndex, &Record::queueIndex};
-
-    static constexpr qos::Messages messages = {
-        "[TLM GetBufMonitorStatIter] create obj failed, ret = ",
-        "[TLM GetBufMonitorStatIter] create iter failed, ret = ",
-        "[Tlm GetBufMonitorGpbStartNode] Create node1 failed.",
-        "[Tlm GetBufMonitorGpbStartNode] Create node2 failed.",
-        "[TLM GetBufMonitorJsonStartNode] Create root failed.",
-        "[TLM GetBufMonitorJsonStartNode] Create node1 failed.",
-        "[TLM GetBufMonitorJsonStartNode] Create node2 failed.",
-        "[TLM GetBufMonitorJsonStartNode] Create node3 failed.",
-        "",  // each accessor has its own, see readColumns
-        "[Tlm ReadBufMonitorStatField] strcpy error, ret=",
-        "[Tlm GetBufMonitorDataNode] Create node2 failed.",
-    };
-
-    static constexpr qos::NamedSteps<Record, qos::PlainCheck<Record>> steps = {
-        QOS_TLM_ReadBufMonitorStatField, QOS_TLM_CheckBufMonitorStat, QOS_TLM_GetBufMonitorStatDataNode};
+constexpr qos::Leaf<Record> kLeaves[] = {
+    {"interface-name", 1, &Record::ifName},
+    {"queue-id", 2, &Record::queueIndex},
+    {"record-number", 3, &Record::recordNumber},
+    {"query-type", 4, &Record::queryType},
+    {"time", 5, &Record::time},
+    {"buffer-usage", 6, &Record::usedBuf},
+    {"percent", 7, &Record::percent},
+    {"burst-start-time", 8, &Record::startTime},
+    {"burst-start-buffer", 9, &Record::startUsedBuf},
+    {"burst-start-buffer-percent", 10, &Record::startPercent},
+    {"burst-peak-time", 11, &Record::peakTime},
+    {"burst-peak-buffer", 12, &Record::peakUsedBuf},
+    {"burst-peak-buffer-percent", 13, &Record::peakPercent},
+    {"slot-id", 14, &Record::slot},
+    {"burst-number", 15, &Record::burstNumber},
 };
+
+constexpr qos::Condition<Record> kConditions[] = {
+    {"interface-name", qos::Match::exact, &Record::ifName},
+    {"queue-id", qos::Match::number, &Record::queueIndex,
+     "[Tlm IsConditionBufMonitorStat] parse string to num failed."},
+};
+
+constexpr qos::Messages kMessages = {
+    "[TLM GetBufMonitorStatIter] create obj failed, ret = ",
+    "[TLM GetBufMonitorStatIter] create iter failed, ret = ",
+    "[Tlm GetBufMonitorGpbStartNode] Create node1 failed.",
+    "[Tlm GetBufMonitorGpbStartNode] Create node2 failed.",
+    "[TLM GetBufMonitorJsonStartNode] Create root failed.",
+    "[TLM GetBufMonitorJsonStartNode] Create node1 failed.",
+    "[TLM GetBufMonitorJsonStartNode] Create node2 failed.",
+    "[TLM GetBufMonitorJsonStartNode] Create node3 failed.",
+    "",  // each accessor has its own, see readColumns
+    "[Tlm ReadBufMonitorStatField] strcpy error, ret=",
+    "[Tlm GetBufMonitorDataNode] Create node2 failed.",
+};
+
+constexpr qos::Family<Record> kFamily = {
+    .index = QOS_TLM_FAMILY_BUF_MONITOR,
+    .passIsOpen = &g_qosTlmBufMonStatQueryToEnd,
+    .table = {db_create_qos_tlm_buffer_monitor_result_obj, db_release_qos_tlm_buffer_monitor_result_object},
+    .containerNumber = 61,
+    .listNumber = 61,
+    .leaves = kLeaves,
+    .conditions = kConditions,
+    .keys = {.interface = &Record::ifIndex, .queue = &Record::queueIndex},
+    .jsonEndsByPayload = true,
+    .messages = kMessages,
+    .steps = {.gpbStartNode = QOS_TLM_GetBufMonitorGpbStartNode,
+              .jsonStartNode = QOS_TLM_GetBufMonitorJsonStartNode,
+              .read = QOS_TLM_ReadBufMonitorStatField,
+              .isCondition = QOS_TLM_IsConditionBufMonitorStat,
+              .addEntry = QOS_TLM_GetBufMonitorStatDataNode},
+};
+using Cycle = qos::Cycle<kFamily>;
 
 // What a row holds besides the record's own fields.
 struct Moment {
@@ -90,7 +92,8 @@ bool wasRead(uint32_t code, const char* column) {
 // Ends at the first accessor that fails.
 bool readColumns(void* object, QosTlmBufMonitorStat& record, Raw& raw) {
     return QOS_READ(if_index, record.ifIndex, "interface index") &&
-           QOS_READ(queue_index, record.queueIndex, "queue index") && QOS_READ(ifName, raw.ifName, "queue index") &&
+           QOS_READ(queue_index, record.queueIndex, "queue index") &&
+           QOS_READ(ifName, raw.ifName, "queue index") /* as the message has it */ &&
            QOS_READ(used_buf, record.usedBuf, "used buffer") && QOS_READ(percent, record.percent, "percent") &&
            QOS_READ(time_stamp, raw.end.seconds, "time stamp") &&
            QOS_READ(milli_second, raw.end.milliseconds, "milli second") &&
@@ -129,7 +132,7 @@ uint32_t QOS_TLM_ReadBufMonitorStatField(void* object, QosTlmBufMonitorStat* rec
     record->recordNumber = 1;
     const int copied = strcpy_s(record->ifName, sizeof record->ifName, raw.ifName);
     if (copied != 0) {
-        QOS_TLM_DiagErr("%s%d.", BufMonitorStat::messages.copyText, copied);
+        QOS_TLM_DiagErr("%s%d.", kMessages.copyText, copied);
         return 1;
     }
     const bool written = writeTime(raw.end, record->time, "end-time") &&
@@ -164,9 +167,29 @@ uint32_t QOS_ConvertTimestampToDateTime(uint64_t seconds, QosTlmDateTime* dateTi
     return result;
 }
 
-QOS_TLM_DEFINE_QUERY(QOS_TLM_QueryTmBufMonitorStatFromDb, BufMonitorStat)
-QOS_TLM_DEFINE_STEPS(BufMonitorStat, BufMonitorStat)
-QOS_TLM_DEFINE_START_NODES(BufMonitor, BufMonitorStat)
-QOS_TLM_DEFINE_CONDITION(BufMonitorStat, BufMonitorStat)
-QOS_TLM_DEFINE_PLAIN_CHECK(BufMonitorStat, BufMonitorStat)
-QOS_TLM_DEFINE_BATCH_FULL(QOS_TLM_IsBufMonRecordCntOver, BufMonitorStat)
+QOS_TLM_DEFINE_COMMON_STEPS(BufMonitorStat)
+QOS_TLM_DEFINE_CONDITION(BufMonitorStat)
+
+uint32_t QOS_TLM_QueryTmBufMonitorStatFromDb(const QosTlmQueryParam* request, QosTlmSampleData* sampleData) {
+    return Cycle::query(request, sampleData);
+}
+
+uint32_t QOS_TLM_GetBufMonitorGpbStartNode(QosTlmNode** root, QosTlmNode** list) {
+    return Cycle::gpbStartNode(root, list);
+}
+
+uint32_t QOS_TLM_GetBufMonitorJsonStartNode(QosTlmNode** root, QosTlmNode** list) {
+    return Cycle::jsonStartNode(root, list);
+}
+
+uint32_t QOS_TLM_CheckBufMonitorStat(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request) {
+    if (record == nullptr || request == nullptr) {
+        return 0;
+    }
+    return QOS_TLM_IsSentBufMonitorStat(previousFlag, record) == 0 ? QOS_TLM_IsConditionBufMonitorStat(record, request)
+                                                                   : 0;
+}
+
+uint32_t QOS_TLM_IsBufMonRecordCntOver(const Record* record, uint32_t* count) {
+    return Cycle::isBatchFull(record, count);
+}

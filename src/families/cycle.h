@@ -1,33 +1,37 @@
 /*
  * The query cycle that every family runs, and its steps one by one, made from the family's description.
  *
- * Cycle<Family> is the one piece of code behind a family's query function and its exported steps. Null arguments of
- * exported steps are answered here: 1 from steps, 0 from questions, nothing from the rest, no message.
+ * Cycle<family> is the one piece of code behind a family's query function and its exported steps. Null arguments of
+ * exported steps are answered here: 1 from steps, 0 from questions, nothing from the rest, no message. The description
+ * is known when this is compiled, so that the loops over its rows come out as straight code.
  */
 #ifndef SRC_FAMILIES_CYCLE_H
 #define SRC_FAMILIES_CYCLE_H
 
 #include <type_traits>
+#include <utility>
 
+#include "families/batch_room.h"
 #include "families/description.h"
 #include "nivex_qos/assembly.h"
+#include "nivex_qos/filter.h"
 #include "nivex_qos/log.h"
-#include "platform/qos_db.h"
-#include "sampling/batch_room.h"
-#include "sampling/history.h"
+#include "nivex_qos/tracking.h"
+#include "platform/bounded.h"
+#include "support/bounded_text.h"
 
 namespace qos {
 
 // The arguments that every table constructor takes; their meaning is the database's.
 inline constexpr uint32_t kTableArgs[2] = {5, 0};
 
-inline constexpr Node kQosNode = {"qos", 0};
-inline constexpr Node kGlobalQueryNode = {"global-query", 5};
-
-template <class F>
+template <const auto& F>
 class Cycle {
-    using Record = typename F::Record;
-    static constexpr bool kPlain = std::is_same_v<decltype(F::steps), const NamedSteps<Record, PlainCheck<Record>>>;
+    using Record = typename std::remove_cvref_t<decltype(F)>::Record;
+    static constexpr Path kPath = kPaths[F.index];
+
+    static_assert(F.columns.empty() || fillRecord(F.columns), "a column is forgotten or stands twice");
+    static_assert(areDistinct(F.leaves), "a leaf's name, number or field stands twice");
 
   public:
     static uint32_t query(const QosTlmQueryParam* request, QosTlmSampleData* sampleData) {
@@ -42,11 +46,11 @@ class Cycle {
         QosTlmNode* root = nullptr;
         QosTlmNode* list = nullptr;
         uint32_t result = QOS_TLM_RESULT_FAILED;
-        if (startNode(request->encodeType, &root, &list) == 0) {
+        if (startNode(request->encodeType, &root, &list, gpbStartNode) == 0) {
             result = walk(request, sampleData, object, iterator, root, list);
             QOS_TLM_ReleaseNode(root);
         }
-        F::table.release(object);
+        F.table.release(object);
         return result;
     }
 
@@ -57,29 +61,30 @@ class Cycle {
             return 1;
         }
         *iterator = nullptr;
-        uint32_t result = F::table.create(kTableArgs[0], kTableArgs[1], object);
+        uint32_t result = F.table.create(kTableArgs[0], kTableArgs[1], object);
         if (result != 0) {
             *object = nullptr;
-            return fail(F::messages.createObject, result);
+            return fail(F.messages.createObject, result);
         }
         result = db_create_root_iter(*object, nullptr, nullptr, iterator);
         if (result != 0) {
-            F::table.release(*object);
+            F.table.release(*object);
             *object = nullptr;
             *iterator = nullptr;
-            return fail(F::messages.createIterator, result);
+            return fail(F.messages.createIterator, result);
         }
         return 0;
     }
 
     // --- The start of the tree ---
 
-    static uint32_t startNode(uint32_t encodeType, QosTlmNode** root, QosTlmNode** list) {
+    static uint32_t startNode(uint32_t encodeType, QosTlmNode** root, QosTlmNode** list,
+                              uint32_t (*gpb)(QosTlmNode**, QosTlmNode**) = F.steps.gpbStartNode) {
         switch (encodeType) {
             case QOS_TLM_ENCODE_GPB:
-                return gpbStartNode(root, list);
+                return gpb(root, list);
             case QOS_TLM_ENCODE_JSON:
-                return jsonStartNode(root, list);
+                return F.steps.jsonStartNode(root, list);
             default:
                 return clear(root, list);
         }
@@ -91,8 +96,8 @@ class Cycle {
             return 1;
         }
         QosTlmNode* last = nullptr;
-        if (!append(root, &last, kGlobalQueryNode, QOS_TLM_REPEAT_NONE, F::messages.gpbNode1) ||
-            !append(root, &last, F::container, QOS_TLM_REPEAT_NONE, F::messages.gpbNode2)) {
+        if (!append(root, &last, kGlobalQueryNode, QOS_TLM_REPEAT_NONE, F.messages.gpbNode1) ||
+            !append(root, &last, kContainerNode, QOS_TLM_REPEAT_NONE, F.messages.gpbNode2)) {
             return 1;
         }
         *list = last;
@@ -105,10 +110,10 @@ class Cycle {
             return 1;
         }
         QosTlmNode* last = nullptr;
-        if (!append(root, &last, kQosNode, QOS_TLM_REPEAT_NONE, F::messages.jsonRoot) ||
-            !append(root, &last, kGlobalQueryNode, QOS_TLM_REPEAT_NONE, F::messages.jsonNode1) ||
-            !append(root, &last, F::container, QOS_TLM_REPEAT_NONE, F::messages.jsonNode2) ||
-            !append(root, &last, F::list, QOS_TLM_REPEAT_LIST, F::messages.jsonNode3)) {
+        if (!append(root, &last, kQosNode, QOS_TLM_REPEAT_NONE, F.messages.jsonRoot) ||
+            !append(root, &last, kGlobalQueryNode, QOS_TLM_REPEAT_NONE, F.messages.jsonNode1) ||
+            !append(root, &last, kContainerNode, QOS_TLM_REPEAT_NONE, F.messages.jsonNode2) ||
+            !append(root, &last, kListNode, QOS_TLM_REPEAT_LIST, F.messages.jsonNode3)) {
             return 1;
         }
         *list = last;
@@ -117,30 +122,27 @@ class Cycle {
 
     // --- The pass ---
 
-    // Begins a pass, or continues one that stopped at the batch limit; answers which (1 = continues).
+    // Begins a pass, or continues one that a call left open; answers which (1 = continues).
     static uint32_t beginPass() {
-        const uint32_t previous = *F::queryToEnd;
-        if (previous == 0) {
-            QOS_HashRelease(F::index);
+        const uint32_t continues = *F.passIsOpen;
+        if (continues == 0) {
+            QOS_HashRelease(F.index);
         }
-        *F::queryToEnd = 0;
-        return previous;
+        *F.passIsOpen = 0;
+        return continues;
     }
 
     // Marks a record sent and counts it; 1, with the pass left open, when the batch is full.
     static uint32_t isBatchFull(const Record* record, uint32_t* count) {
-        if (record == nullptr || count == nullptr) {
-            return 0;
-        }
         Key key;
-        if (!F::keys.find(*record, KeyUse::count, key)) {
+        if (record == nullptr || count == nullptr || !find(key, *record, KeyUse::count)) {
             return 0;
         }
-        QOS_HashInsert(F::index, key.sent);
-        if (++*count < F::batchLimit) {
+        QOS_HashInsert(F.index, key.sent);
+        if (++*count < kPath.batchLimit) {
             return 0;
         }
-        *F::queryToEnd = 1;
+        *F.passIsOpen = 1;
         return 1;
     }
 
@@ -150,61 +152,48 @@ class Cycle {
         if (object == nullptr || record == nullptr) {
             return 1;
         }
-        return std::apply(
-            [&](const auto&... columns) {
-                std::tuple<typename std::remove_cvref_t<decltype(columns)>::Pending...> pending;
-                return std::apply(
-                    [&](auto&... texts) {
-                        // Every accessor is called, also after one has failed.
-                        uint32_t sum = 0;
-                        ((sum += columns.read(object, *record, texts)), ...);
-                        if (sum != 0) {
-                            return fail(F::messages.readField, sum);
-                        }
-                        int copied = 0;
-                        (void)(((copied = columns.finish(*record, texts)) == 0) && ...);
-                        return copied == 0 ? 0 : fail(F::messages.copyText, static_cast<uint32_t>(copied));
-                    },
-                    pending);
-            },
-            F::columns);
+        const char* texts[F.columns.size()] = {};
+        // Every accessor is called, also after one has failed.
+        uint32_t sum = 0;
+        each<F.columns.size()>([&](auto i) { sum += F.columns[i].read(object, *record, texts[i]); });
+        if (sum != 0) {
+            return fail(F.messages.readField, sum);
+        }
+        int copied = 0;
+        each<F.columns.size()>([&](auto i) {
+            if (F.columns[i].field.type == Type::name && copied == 0) {
+                copied = strcpy_s(record->*(F.columns[i].field.name), kNameSize, texts[i]);
+            }
+        });
+        return copied == 0 ? 0 : fail(F.messages.copyText, static_cast<uint32_t>(copied));
     }
 
-    static uint32_t check(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request,
+    static uint32_t check(uint32_t continues, const Record* record, const QosTlmQueryParam* request,
                           uint32_t* thresholdValue) {
         if (record == nullptr || request == nullptr || thresholdValue == nullptr) {
             return 0;
         }
-        if constexpr (requires { F::admits(*record); }) {
-            if (!F::admits(*record)) {
-                return 0;
-            }
-        }
-        return isSent(previousFlag, record) == 0 ? checkUnsent(record, request, thresholdValue) : 0;
-    }
-
-    // The check of a family without change suppression, period and thresholds.
-    static uint32_t plainCheck(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request) {
-        if (record == nullptr || request == nullptr) {
+        if (F.admits != nullptr && !F.admits(*record)) {
             return 0;
         }
-        return isSent(previousFlag, record) == 0 ? isCondition(record, request) : 0;
+        return isSent(continues, record) == 0 ? checkUnsent(record, request, thresholdValue) : 0;
     }
 
-    static uint32_t isSent(uint32_t previousFlag, const Record* record) {
+    static uint32_t isSent(uint32_t continues, const Record* record) {
         Key key;
-        if (record == nullptr || !F::keys.find(*record, KeyUse::sentTest, key)) {
+        if (record == nullptr || !find(key, *record, KeyUse::sentTest)) {
             return 0;
         }
-        return previousFlag == 1 ? QOS_HashFind(F::index, key.sent) : 0;
+        return continues == 1 ? QOS_HashFind(F.index, key.sent) : 0;
     }
 
     static uint32_t isCondition(const Record* record, const QosTlmQueryParam* request) {
         if (record == nullptr || request == nullptr) {
             return 0;
         }
-        return everyCondition(*request,
-                              [&](const auto& honoured, const char* value) { return honoured.holds(*record, value); });
+        return everyCondition(*request, [&](const Condition<Record>& condition, const char* value) {
+            return holds(condition, *record, value);
+        });
     }
 
     // Whether the test of a condition and its value succeeds for each one that the family honours; others restrict
@@ -215,41 +204,32 @@ class Cycle {
             request.conditionNum < QOS_TLM_CONDITION_MAX ? request.conditionNum : QOS_TLM_CONDITION_MAX;
         for (uint32_t i = 0; i < count; ++i) {
             const QosTlmCondition& condition = request.conditions[i];
-            const bool holds = std::apply(
-                [&](const auto&... honoured) {
-                    return ((!fieldEquals(condition.fieldName, honoured.name) ||
-                             test(honoured, BoundedText(condition.value).get())) &&
-                            ...);
-                },
-                F::conditions);
-            if (!holds) {
-                return 0;
+            for (const Condition<Record>& honoured : F.conditions) {
+                if (fieldEquals(condition.fieldName, honoured.name) &&
+                    !test(honoured, BoundedText(condition.value).get())) {
+                    return 0;
+                }
             }
         }
         return 1;
     }
 
     static uint32_t isRedundant(const Record* record, const QosTlmQueryParam* request) {
-        if (record == nullptr || request == nullptr) {
-            return 0;
-        }
         Key key;
-        if (!F::keys.find(*record, KeyUse::redundancy, key) ||
-            QOS_TLM_IsOverPeriod(key.first, key.second, F::index, request->redundantPeriod) != 0) {
+        if (record == nullptr || request == nullptr || !find(key, *record, KeyUse::change) ||
+            QOS_TLM_IsOverPeriod(key.tracked, key.subIndex, F.index, request->redundantPeriod) != 0) {
             return 0;
         }
         uint64_t digest = 0;
-        std::apply([&](auto... fields) { (QOS_TLM_IntegerHash(&digest, record->*fields), ...); }, F::digest);
-        return QOS_TLM_IsRedundantData(key.first, key.second, digest, F::index);
+        each<F.digest.size()>([&](auto i) { QOS_TLM_IntegerHash(&digest, F.digest[i].numberOf(*record)); });
+        return QOS_TLM_IsRedundantData(key.tracked, key.subIndex, digest, F.index);
     }
 
-    static uint32_t isSelfDefEvt(const Record* record, const QosTlmQueryParam* request, uint32_t* value) {
-        if (record == nullptr || request == nullptr || value == nullptr) {
-            return 0;
-        }
+    // The period is over and the thresholds pass: the self-defined event.
+    static uint32_t isDue(const Record* record, const QosTlmQueryParam* request, uint32_t* value) {
         Key key;
-        if (!F::keys.find(*record, KeyUse::period, key) ||
-            QOS_TLM_IsOverPeriod(key.first, key.second, F::index, request->selfDefPeriod) == 0) {
+        if (record == nullptr || request == nullptr || value == nullptr || !find(key, *record, KeyUse::period) ||
+            QOS_TLM_IsOverPeriod(key.tracked, key.subIndex, F.index, request->selfDefPeriod) == 0) {
             return 0;
         }
         return isThreshold(record, request, value);
@@ -262,9 +242,9 @@ class Cycle {
         if (request->thresholdNum == 0) {
             return 1;
         }
-        const BoundedText fieldName(request->thresholds[0].fieldName);
         uint32_t compared = 0;
-        getFieldValue(fieldName.get(), record, &compared);
+        either(F.steps.fieldValue, getFieldValue)(BoundedText(request->thresholds[0].fieldName).get(), record,
+                                                  &compared);
         if (QOS_TLM_ThresholdFilter(request, compared) == 0) {
             return 0;
         }
@@ -277,80 +257,128 @@ class Cycle {
             return;
         }
         *value = 0;
-        std::apply(
-            [&](const auto&... leaves) {
-                (void)((strcmp(fieldName, leaves.name) == 0 && (*value = leaves.compared(*record), true)) || ...);
-            },
-            F::leaves);
+        for (const Leaf<Record>& leaf : F.leaves) {
+            if (strcmp(fieldName, leaf.name) == 0) {
+                *value = static_cast<uint32_t>(leaf.comparedField().numberOf(*record));
+                return;
+            }
+        }
     }
 
     static uint32_t addEntry(QosTlmNode* list, const Record* record) {
         if (list == nullptr || record == nullptr) {
             return 1;
         }
-        QosTlmNode* entry = QOS_TLM_CreateNode(F::entry.name, F::entry.number, QOS_TLM_REPEAT_ENTRY);
+        QosTlmNode* entry = QOS_TLM_CreateNode(kPath.list, kEntryNumber, QOS_TLM_REPEAT_ENTRY);
         if (entry == nullptr) {
-            QOS_TLM_DiagErr("%s", F::messages.entryNode);
+            QOS_TLM_DiagErr("%s", F.messages.entryNode);
             return 1;
         }
         QOS_TLM_AddChild(list, entry);
         // Every leaf is tried, also after one has failed.
         uint32_t failed = 0;
-        std::apply([&](const auto&... leaves) { ((failed |= leaves.add(entry, *record)), ...); }, F::leaves);
+        each<F.leaves.size()>([&](auto i) { failed |= F.leaves[i].add(entry, *record); });
         return failed;
     }
 
   private:
-    // A function of its own, so that the many records that a long pass has sent already do not pay for its frame.
-    [[gnu::noinline]] static uint32_t checkUnsent(const Record* record, const QosTlmQueryParam* request,
-                                                  uint32_t* thresholdValue) {
-        if (isCondition(record, request) == 0) {
+    static constexpr Node kContainerNode = {kPath.container, F.containerNumber};
+    static constexpr Node kListNode = {kPath.list, F.listNumber};
+
+    template <size_t Count, class Body>
+    [[gnu::always_inline]] static void each(Body body) {
+        [&]<size_t... I>(std::index_sequence<I...>) {
+            (body(std::integral_constant<size_t, I>()), ...);
+        }
+        (std::make_index_sequence<Count>());
+    }
+
+    // A step by its exported name, or done here.
+    template <class Function>
+    static constexpr Function* either(Function* named, Function* here) {
+        return named != nullptr ? named : here;
+    }
+
+    static uint32_t checkUnsent(const Record* record, const QosTlmQueryParam* request, uint32_t* thresholdValue) {
+        if (either(F.steps.isCondition, isCondition)(record, request) == 0) {
             return 0;
         }
         if (request->suppressRedundant == 1) {
-            return isRedundant(record, request) == 0 ? 1 : 0;
+            return either(F.steps.isRedundant, isRedundant)(record, request) == 0 ? 1 : 0;
         }
-        return request->periodCheck == 1 ? isSelfDefEvt(record, request, thresholdValue)
+        return request->periodCheck == 1 ? either(F.steps.isSelfDefEvt, isDue)(record, request, thresholdValue)
                                          : isThreshold(record, request, thresholdValue);
+    }
+
+    static bool holds(const Condition<Record>& condition, const Record& record, const char* value) {
+        uint32_t wanted = 0;
+        switch (condition.match) {
+            case Match::pattern:
+                return QOS_TLM_CheckIfName(value, condition.field.textOf(record), kNameSize) != 0;
+            case Match::exact:
+                return strcmp(condition.field.textOf(record), value) == 0;
+            case Match::number:
+                if (QOS_TLM_ParsesString2Number(value, &wanted) != 0) {
+                    QOS_TLM_DiagErr("%s", condition.noNumber);
+                    return false;
+                }
+                break;
+            case Match::serviceClass:
+                QOS_TLM_ParsesServiceClassToQueueId(value, &wanted);
+                break;
+        }
+        return wanted == condition.field.numberOf(record);
+    }
+
+    static bool find(Key& key, const Record& record, KeyUse use) {
+        if constexpr (F.keys.slot != nullptr) {
+            uint32_t slot = 0;
+            if (QOS_TLM_StrSlot2IntSlot(record.*(F.keys.slot), &slot) != 0) {
+                QOS_TLM_DiagErr("%s", F.keys.noSlot[static_cast<size_t>(use)]);
+                return false;
+            }
+            key = {slot, slot, 0};
+        } else if constexpr (F.keys.queue != nullptr) {
+            const uint32_t interface = record.*(F.keys.interface);
+            const uint32_t queue = record.*(F.keys.queue);
+            key = {interface * QOS_TLM_TRACK_SUB_INDEX_NUM + queue, interface, queue};
+        } else {
+            const uint32_t interface = record.*(F.keys.interface);
+            key = {interface, interface, 0};
+        }
+        return true;
     }
 
     // From the first record of the table to the encoded batch.
     static uint32_t walk(const QosTlmQueryParam* request, QosTlmSampleData* sampleData, void* object, void* iterator,
                          QosTlmNode* root, QosTlmNode* list) {
-        const uint32_t previous = beginPass();
-        BatchRoom room(F::endsByPayload, request->encodeType, root);
+        const uint32_t continues = beginPass();
+        BatchRoom<F> room(request->encodeType == QOS_TLM_ENCODE_JSON);
         Record record = {};
-        TrackingMark mark;
         uint32_t count = 0;
         uint32_t moved = 0;
         while ((moved = db_root_iterator_next(iterator)) == 0) {
-            if (F::steps.read(object, &record) != 0) {
-                return QOS_TLM_RESULT_FAILED;
-            }
-            if (room.isScarce()) {
-                mark = markOf(record);
-            }
-            if (check(previous, record, request, sampleData) == 0) {
-                continue;
-            }
-            QosTlmNode* lastEntry = list->lastChild;
-            const BatchRoom roomBefore = room;
-            if (F::steps.addEntry(list, &record) != 0) {
-                return QOS_TLM_RESULT_FAILED;
-            }
-            const bool fits = room.takes(list->lastChild);
-            // A record without a key comes with every call: it must leave room for one that gets the pass further.
-            if (room.isScarce() && !hasKey(record)) {
-                removeAfter(list, lastEntry);
-                room = roomBefore;
-                continue;
-            }
-            if (!fits && count > 0) {
-                removeAfter(list, lastEntry);
-                mark.restore();
-                *F::queryToEnd = 1;
+            if (!room.takesAnother()) {
+                // Records without a slot come with every call: when they fill the batch, the pass gets no further.
+                if constexpr (F.keys.slot != nullptr) {
+                    if (count == 0) {
+                        QOS_TLM_DiagErr("%s", F.keys.noRoom);
+                        break;
+                    }
+                }
+                *F.passIsOpen = 1;
                 break;
             }
+            if (F.steps.read(object, &record) != 0) {
+                return QOS_TLM_RESULT_FAILED;
+            }
+            if (isWanted(continues, &record, request, &sampleData->thresholdValue) == 0) {
+                continue;
+            }
+            if (either(F.steps.addEntry, addEntry)(list, &record) != 0) {
+                return QOS_TLM_RESULT_FAILED;
+            }
+            room.take(record);
             if (isBatchFull(&record, &count) != 0) {
                 break;
             }
@@ -359,36 +387,16 @@ class Cycle {
             return QOS_TLM_RESULT_FAILED;
         }
         QOS_TLM_EncodingData(root, request->encodeType, count, sampleData);
-        return *F::queryToEnd == 0 ? QOS_TLM_RESULT_DONE : QOS_TLM_RESULT_MORE;
+        return *F.passIsOpen == 0 ? QOS_TLM_RESULT_DONE : QOS_TLM_RESULT_MORE;
     }
 
-    static uint32_t check(uint32_t previous, const Record& record, const QosTlmQueryParam* request,
-                          QosTlmSampleData* sampleData) {
-        if constexpr (kPlain) {
-            return F::steps.check(previous, &record, request);
+    static uint32_t isWanted(uint32_t continues, const Record* record, const QosTlmQueryParam* request,
+                             uint32_t* thresholdValue) {
+        if constexpr (F.steps.check != nullptr) {
+            return F.steps.check(continues, record, request, thresholdValue);
         } else {
-            return F::steps.check(previous, &record, request, &sampleData->thresholdValue);
+            return isSent(continues, record) == 0 ? F.steps.isCondition(record, request) : 0;
         }
-    }
-
-    // What the tracking tables hold of a record before its check: a record that is put off must not count as seen.
-    static TrackingMark markOf(const Record& record) {
-        Key key;
-        if (kPlain || !F::keys.find(record, KeyUse::mark, key)) {
-            return {};
-        }
-        return {key.first, key.second, F::index};
-    }
-
-    static bool hasKey(const Record& record) {
-        Key key;
-        return F::keys.find(record, KeyUse::mark, key);
-    }
-
-    static void removeAfter(QosTlmNode* list, QosTlmNode* lastEntry) {
-        QOS_TLM_ReleaseNode(list->lastChild);
-        list->lastChild = lastEntry;
-        (lastEntry == nullptr ? list->firstChild : lastEntry->next) = nullptr;
     }
 
     // Makes a node under *last, or as *root; on failure logs and leaves neither root nor node.
@@ -428,80 +436,68 @@ class Cycle {
 
 }  // namespace qos
 
-// Stamp out the exported functions of a family; its header declares and explains them. They come in groups, since some
-// families lack a group or name a function in their own way.
+// Stamp out the exported functions of a family; its header declares and explains them. To find the definition of one,
+// search for its name with "##TAG" in place of the family's tag: QOS_TLM_CheckQueueStat is QOS_TLM_Check##TAG.
 
-#define QOS_TLM_DEFINE_QUERY(NAME, FAMILY)                                         \
-    uint32_t NAME(const QosTlmQueryParam* request, QosTlmSampleData* sampleData) { \
-        return qos::Cycle<FAMILY>::query(request, sampleData);                     \
-    }
-
-#define QOS_TLM_DEFINE_STEPS(TAG, FAMILY)                                                             \
+#define QOS_TLM_DEFINE_COMMON_STEPS(TAG)                                                              \
     uint32_t QOS_TLM_Get##TAG##Iter(void** object, void** iterator) {                                 \
-        return qos::Cycle<FAMILY>::open(object, iterator);                                            \
+        return qos::Cycle<kFamily>::open(object, iterator);                                           \
     }                                                                                                 \
     uint32_t QOS_TLM_Get##TAG##StartNode(uint32_t encodeType, QosTlmNode** root, QosTlmNode** list) { \
-        return qos::Cycle<FAMILY>::startNode(encodeType, root, list);                                 \
+        return qos::Cycle<kFamily>::startNode(encodeType, root, list);                                \
     }                                                                                                 \
     uint32_t QOS_TLM_Init##TAG##QueryFlag() {                                                         \
-        return qos::Cycle<FAMILY>::beginPass();                                                       \
+        return qos::Cycle<kFamily>::beginPass();                                                      \
     }                                                                                                 \
-    uint32_t QOS_TLM_IsSent##TAG(uint32_t previousFlag, const FAMILY::Record* record) {               \
-        return qos::Cycle<FAMILY>::isSent(previousFlag, record);                                      \
+    uint32_t QOS_TLM_IsSent##TAG(uint32_t previousFlag, const QosTlm##TAG* record) {                  \
+        return qos::Cycle<kFamily>::isSent(previousFlag, record);                                     \
     }                                                                                                 \
-    uint32_t QOS_TLM_Get##TAG##DataNode(QosTlmNode* list, const FAMILY::Record* record) {             \
-        return qos::Cycle<FAMILY>::addEntry(list, record);                                            \
+    uint32_t QOS_TLM_Get##TAG##DataNode(QosTlmNode* list, const QosTlm##TAG* record) {                \
+        return qos::Cycle<kFamily>::addEntry(list, record);                                           \
     }
 
-#define QOS_TLM_DEFINE_READ(TAG, FAMILY)                                      \
-    uint32_t QOS_TLM_Read##TAG##Field(void* object, FAMILY::Record* record) { \
-        return qos::Cycle<FAMILY>::read(object, record);                      \
-    }
-
-#define QOS_TLM_DEFINE_START_NODES(TAG, FAMILY)                                      \
-    uint32_t QOS_TLM_Get##TAG##GpbStartNode(QosTlmNode** root, QosTlmNode** list) {  \
-        return qos::Cycle<FAMILY>::gpbStartNode(root, list);                         \
-    }                                                                                \
-    uint32_t QOS_TLM_Get##TAG##JsonStartNode(QosTlmNode** root, QosTlmNode** list) { \
-        return qos::Cycle<FAMILY>::jsonStartNode(root, list);                        \
-    }
-
-#define QOS_TLM_DEFINE_CONDITION(TAG, FAMILY)                                                          \
-    uint32_t QOS_TLM_IsCondition##TAG(const FAMILY::Record* record, const QosTlmQueryParam* request) { \
-        return qos::Cycle<FAMILY>::isCondition(record, request);                                       \
-    }
-
-#define QOS_TLM_DEFINE_CHECKS(TAG, FAMILY)                                                                            \
-    uint32_t QOS_TLM_Check##TAG(uint32_t previousFlag, const FAMILY::Record* record, const QosTlmQueryParam* request, \
+// Not for monitoring results.
+#define QOS_TLM_DEFINE_STEPS(TAG)                                                                                     \
+    QOS_TLM_DEFINE_COMMON_STEPS(TAG)                                                                                  \
+    uint32_t QOS_TLM_Query##TAG##FromDb(const QosTlmQueryParam* request, QosTlmSampleData* sampleData) {              \
+        return qos::Cycle<kFamily>::query(request, sampleData);                                                       \
+    }                                                                                                                 \
+    uint32_t QOS_TLM_Get##TAG##GpbStartNode(QosTlmNode** root, QosTlmNode** list) {                                   \
+        return qos::Cycle<kFamily>::gpbStartNode(root, list);                                                         \
+    }                                                                                                                 \
+    uint32_t QOS_TLM_Get##TAG##JsonStartNode(QosTlmNode** root, QosTlmNode** list) {                                  \
+        return qos::Cycle<kFamily>::jsonStartNode(root, list);                                                        \
+    }                                                                                                                 \
+    uint32_t QOS_TLM_Read##TAG##Field(void* object, QosTlm##TAG* record) {                                            \
+        return qos::Cycle<kFamily>::read(object, record);                                                             \
+    }                                                                                                                 \
+    uint32_t QOS_TLM_Check##TAG(uint32_t previousFlag, const QosTlm##TAG* record, const QosTlmQueryParam* request,    \
                                 uint32_t* thresholdValue) {                                                           \
-        return qos::Cycle<FAMILY>::check(previousFlag, record, request, thresholdValue);                              \
+        return qos::Cycle<kFamily>::check(previousFlag, record, request, thresholdValue);                             \
     }                                                                                                                 \
-    uint32_t QOS_TLM_IsRedundant##TAG(const FAMILY::Record* record, const QosTlmQueryParam* request) {                \
-        return qos::Cycle<FAMILY>::isRedundant(record, request);                                                      \
+    uint32_t QOS_TLM_IsRedundant##TAG(const QosTlm##TAG* record, const QosTlmQueryParam* request) {                   \
+        return qos::Cycle<kFamily>::isRedundant(record, request);                                                     \
     }                                                                                                                 \
-    uint32_t QOS_TLM_IsSelfDefEvt##TAG(const FAMILY::Record* record, const QosTlmQueryParam* request,                 \
-                                       uint32_t* value) {                                                             \
-        return qos::Cycle<FAMILY>::isSelfDefEvt(record, request, value);                                              \
+    uint32_t QOS_TLM_IsSelfDefEvt##TAG(const QosTlm##TAG* record, const QosTlmQueryParam* request, uint32_t* value) { \
+        return qos::Cycle<kFamily>::isDue(record, request, value);                                                    \
     }                                                                                                                 \
-    uint32_t QOS_TLM_IsThreshold##TAG(const FAMILY::Record* record, const QosTlmQueryParam* request,                  \
-                                      uint32_t* value) {                                                              \
-        return qos::Cycle<FAMILY>::isThreshold(record, request, value);                                               \
+    uint32_t QOS_TLM_IsThreshold##TAG(const QosTlm##TAG* record, const QosTlmQueryParam* request, uint32_t* value) {  \
+        return qos::Cycle<kFamily>::isThreshold(record, request, value);                                              \
+    }                                                                                                                 \
+    uint32_t QOS_TLM_Is##TAG##RecordCntOver(const QosTlm##TAG* record, uint32_t* count) {                             \
+        return qos::Cycle<kFamily>::isBatchFull(record, count);                                                       \
     }
 
-#define QOS_TLM_DEFINE_PLAIN_CHECK(TAG, FAMILY)                                      \
-    uint32_t QOS_TLM_Check##TAG(uint32_t previousFlag, const FAMILY::Record* record, \
-                                const QosTlmQueryParam* request) {                   \
-        return qos::Cycle<FAMILY>::plainCheck(previousFlag, record, request);        \
+// Not for chip buffers.
+#define QOS_TLM_DEFINE_CONDITION(TAG)                                                               \
+    uint32_t QOS_TLM_IsCondition##TAG(const QosTlm##TAG* record, const QosTlmQueryParam* request) { \
+        return qos::Cycle<kFamily>::isCondition(record, request);                                   \
     }
 
-#define QOS_TLM_DEFINE_FIELD_VALUE(NAME, FAMILY)                                      \
-    void NAME(const char* fieldName, const FAMILY::Record* record, uint32_t* value) { \
-        qos::Cycle<FAMILY>::getFieldValue(fieldName, record, value);                  \
-    }
-
-#define QOS_TLM_DEFINE_BATCH_FULL(NAME, FAMILY)                    \
-    uint32_t NAME(const FAMILY::Record* record, uint32_t* count) { \
-        return qos::Cycle<FAMILY>::isBatchFull(record, count);     \
+// By its whole name, which does not always have the tag.
+#define QOS_TLM_DEFINE_FIELD_VALUE(NAME)                                      \
+    void NAME(const char* fieldName, const Record* record, uint32_t* value) { \
+        qos::Cycle<kFamily>::getFieldValue(fieldName, record, value);         \
     }
 
 #endif

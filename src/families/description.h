@@ -1,240 +1,226 @@
 /*
- * The vocabulary in which a family describes itself: columns, leaves, conditions, keys, messages.
+ * The vocabulary in which a family describes itself: rows of columns, leaves, conditions and keys, and its messages.
  *
- * A family is a struct of constants (see queue_stat.cpp); families/cycle.h turns it into the family's functions. A row
- * of a description names a member of the family's record, so its kind follows from the member's type and cannot
- * disagree with it: a wrong accessor or a forgotten column does not compile.
+ * A family's source holds arrays of these rows and one Family that names them (queue_stat.cpp is the model);
+ * families/cycle.h turns it into the family's functions. What does not compile: an accessor and a field of different
+ * types, a column that is forgotten or stands twice, a leaf whose name or number stands twice.
  */
 #ifndef SRC_FAMILIES_DESCRIPTION_H
 #define SRC_FAMILIES_DESCRIPTION_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <tuple>
+#include <span>
+#include <string_view>
 
-#include "nivex_qos/filter.h"
-#include "nivex_qos/log.h"
-#include "nivex_qos/tracking.h"
+#include "nivex_qos/buf_monitor_stat.h"
+#include "nivex_qos/paths.h"
 #include "nivex_qos/tree.h"
-#include "platform/bounded.h"
-#include "support/bounded_text.h"
+#include "platform/qos_db.h"
 
 namespace qos {
 
-// A text of a record, its size with the NUL.
-template <class Record, size_t Size>
-using TextField = char (Record::*)[Size];
+// --- Paths -------------------------------------------------------------------------------------------------------
+
+struct Path {
+    const char* list;
+    const char* container;
+    uint32_t batchLimit;
+};
+
+#define QOS_PATH_ROW(NAME, list, entryPoint, queryFromDb, batchLimit) {list, list "s", batchLimit},
+inline constexpr Path kPaths[] = {QOS_TLM_PATHS(QOS_PATH_ROW)};
+#undef QOS_PATH_ROW
+
+// --- Fields ------------------------------------------------------------------------------------------------------
+
+constexpr size_t kNameSize = 32;  // of a record's name or slot, with its NUL
+constexpr size_t kTimeSize = QOS_TLM_DATE_TIME_SIZE;
+
+enum class Type : uint8_t { none, boolean, uint32, uint64, name, time };
+
+// A field of a record, or none.
+template <class Record>
+struct Field {
+    Type type = Type::none;
+    union {
+        uint8_t Record::*boolean = nullptr;
+        uint32_t Record::*uint32;
+        uint64_t Record::*uint64;
+        char (Record::*name)[kNameSize];
+        char (Record::*time)[kTimeSize];
+    };
+
+    constexpr Field() {}
+    constexpr Field(uint8_t Record::*field) : type(Type::boolean), boolean(field) {}
+    constexpr Field(uint32_t Record::*field) : type(Type::uint32), uint32(field) {}
+    constexpr Field(uint64_t Record::*field) : type(Type::uint64), uint64(field) {}
+    constexpr Field(char (Record::*field)[kNameSize]) : type(Type::name), name(field) {}
+    constexpr Field(char (Record::*field)[kTimeSize]) : type(Type::time), time(field) {}
+
+    constexpr bool isText() const { return type == Type::name || type == Type::time; }
+    constexpr size_t size() const {
+        constexpr size_t kSizes[] = {0, sizeof(uint8_t), sizeof(uint32_t), sizeof(uint64_t), kNameSize, kTimeSize};
+        return kSizes[static_cast<size_t>(type)];
+    }
+
+    // The number in the field; 0 when it holds none.
+    constexpr uint64_t numberOf(const Record& record) const {
+        switch (type) {
+            case Type::boolean:
+                return record.*boolean;
+            case Type::uint32:
+                return record.*uint32;
+            case Type::uint64:
+                return record.*uint64;
+            default:
+                return 0;
+        }
+    }
+    // The text in a field that holds one.
+    constexpr const char* textOf(const Record& record) const {
+        return type == Type::name ? record.*name : record.*time;
+    }
+
+    friend constexpr bool operator==(const Field& left, const Field& right) {
+        switch (left.type == right.type ? left.type : Type::none) {
+            case Type::boolean:
+                return left.boolean == right.boolean;
+            case Type::uint32:
+                return left.uint32 == right.uint32;
+            case Type::uint64:
+                return left.uint64 == right.uint64;
+            case Type::name:
+                return left.name == right.name;
+            case Type::time:
+                return left.time == right.time;
+            default:
+                return false;
+        }
+    }
+};
 
 // --- Columns: how a record is read -------------------------------------------------------------------------------
 
-// A number is read straight into its field.
-template <class Record, class Number>
-struct NumberColumn {
-    Number Record::*field;
-    uint32_t (*get)(void* object, Number* value);
-    static constexpr size_t size = sizeof(Number);
-
-    struct Pending {};
-    uint32_t read(void* object, Record& record, Pending&) const { return get(object, &(record.*field)); }
-    int finish(Record&, const Pending&) const { return 0; }
-};
-
-// A text belongs to the database; it is copied once every accessor has succeeded.
-template <class Record, size_t Size>
-struct TextColumn {
-    TextField<Record, Size> field;
-    uint32_t (*get)(void* object, const char** value);
-    static constexpr size_t size = Size;
-
-    struct Pending {
-        const char* text = nullptr;
+// An accessor and the field that it fills. A text belongs to the database and is copied when every accessor has
+// succeeded.
+template <class Record>
+struct Column {
+    Field<Record> field;
+    union {
+        uint32_t (*getByte)(void* object, uint8_t* value);
+        uint32_t (*getUint32)(void* object, uint32_t* value);
+        uint32_t (*getUint64)(void* object, uint64_t* value);
+        uint32_t (*getText)(void* object, const char** value);
     };
-    uint32_t read(void* object, Record&, Pending& pending) const { return get(object, &pending.text); }
-    int finish(Record& record, const Pending& pending) const { return strcpy_s(record.*field, Size, pending.text); }
+
+    constexpr Column(uint8_t Record::*member, uint32_t (*get)(void*, uint8_t*)) : field(member), getByte(get) {}
+    constexpr Column(uint32_t Record::*member, uint32_t (*get)(void*, uint32_t*)) : field(member), getUint32(get) {}
+    constexpr Column(uint64_t Record::*member, uint32_t (*get)(void*, uint64_t*)) : field(member), getUint64(get) {}
+    constexpr Column(char (Record::*member)[kNameSize], uint32_t (*get)(void*, const char**))
+        : field(member), getText(get) {}
+
+    uint32_t read(void* object, Record& record, const char*& text) const {
+        switch (field.type) {
+            case Type::boolean:
+                return getByte(object, &(record.*(field.boolean)));
+            case Type::uint32:
+                return getUint32(object, &(record.*(field.uint32)));
+            case Type::uint64:
+                return getUint64(object, &(record.*(field.uint64)));
+            default:
+                return getText(object, &text);
+        }
+    }
 };
 
-template <class Record, class Number>
-constexpr NumberColumn<Record, Number> column(Number Record::*field, uint32_t (*get)(void*, Number*)) {
-    return {field, get};
+// The row of a column of platform/qos_db_tables.h, whose field has the same name in Columns: the record itself, or a
+// struct derived from it that knows fields by other names.
+#define QOS_COLUMN(table, column, kind, role) {qos::member(&Columns::column), db_get_qos_tlm_##table##_##column},
+
+template <class Record, class Value>
+constexpr auto member(Value Record::*field) {
+    return field;
+}
+template <class Record, class Value>
+constexpr auto member(Value Record::*const* otherName) {
+    return *otherName;
 }
 
-template <class Record, size_t Size>
-constexpr TextColumn<Record, Size> column(TextField<Record, Size> field, uint32_t (*get)(void*, const char**)) {
-    return {field, get};
+// The fields of the columns from one on.
+template <size_t First, class Record, size_t Count>
+constexpr auto fieldsFrom(const Column<Record> (&columns)[Count]) {
+    std::array<Field<Record>, Count - First> fields;
+    for (size_t i = 0; i < fields.size(); ++i) {
+        fields[i] = columns[First + i].field;
+    }
+    return fields;
 }
 
 // --- Leaves: how a record is sent, and what a threshold compares -------------------------------------------------
 
-template <class Record, class Number>
-struct NumberLeaf {
+// A threshold that names the leaf compares the number in its field. A text has none: it compares another field, or 0.
+template <class Record>
+struct Leaf {
     const char* name;
     uint32_t number;
-    Number Record::*field;
+    Field<Record> field;
+    Field<Record> compared = {};  // none: its own
+
+    const Field<Record>& comparedField() const { return compared.type == Type::none ? field : compared; }
 
     uint32_t add(QosTlmNode* entry, const Record& record) const {
-        if constexpr (sizeof(Number) == sizeof(uint64_t)) {
-            return QOS_TLM_AddChildUint64(entry, name, record.*field, number);
-        } else if constexpr (sizeof(Number) == sizeof(uint32_t)) {
-            return QOS_TLM_AddChildUint32(entry, name, record.*field, number);
-        } else {
-            return QOS_TLM_AddChildBool(entry, name, record.*field, number);
+        switch (field.type) {
+            case Type::boolean:
+                return QOS_TLM_AddChildBool(entry, name, record.*(field.boolean), number);
+            case Type::uint32:
+                return QOS_TLM_AddChildUint32(entry, name, record.*(field.uint32), number);
+            case Type::uint64:
+                return QOS_TLM_AddChildUint64(entry, name, record.*(field.uint64), number);
+            default:
+                return QOS_TLM_AddChildString(entry, name, field.textOf(record), number);
         }
     }
-    uint32_t compared(const Record& record) const { return static_cast<uint32_t>(record.*field); }
 };
-
-// A text has no number of its own: a threshold that names it compares another field, or 0.
-template <class Record, size_t Size>
-struct TextLeaf {
-    const char* name;
-    uint32_t number;
-    TextField<Record, Size> field;
-    uint32_t Record::*comparedField;
-
-    uint32_t add(QosTlmNode* entry, const Record& record) const {
-        return QOS_TLM_AddChildString(entry, name, record.*field, number);
-    }
-    uint32_t compared(const Record& record) const { return comparedField == nullptr ? 0 : record.*comparedField; }
-};
-
-template <class Record, class Number>
-constexpr NumberLeaf<Record, Number> leaf(const char* name, uint32_t number, Number Record::*field) {
-    return {name, number, field};
-}
-
-template <class Record, size_t Size>
-constexpr TextLeaf<Record, Size> leaf(const char* name, uint32_t number, TextField<Record, Size> field,
-                                      uint32_t Record::*comparedField = nullptr) {
-    return {name, number, field, comparedField};
-}
 
 // --- Conditions: what a request may ask of a record --------------------------------------------------------------
 
-// An interface name against a pattern.
-template <class Record, size_t Size>
-struct PatternCondition {
-    const char* name;
-    TextField<Record, Size> field;
-
-    bool holds(const Record& record, const char* value) const {
-        return QOS_TLM_CheckIfName(value, record.*field, Size) != 0;
-    }
+enum class Match : uint8_t {
+    pattern,       // an interface-name pattern
+    exact,         // a text, byte for byte
+    number,        // a decimal number; a value that is none is logged and lets no record pass
+    serviceClass,  // the name of a queue's service class
 };
 
-// A text, byte for byte.
-template <class Record, size_t Size>
-struct ExactCondition {
+template <class Record>
+struct Condition {
     const char* name;
-    TextField<Record, Size> field;
-
-    static bool matches(const char* text, const char* value) { return strcmp(text, value) == 0; }
-    bool holds(const Record& record, const char* value) const { return matches(record.*field, value); }
+    Match match;
+    Field<Record> field;
+    const char* noNumber = nullptr;  // the message about a value that is no number
 };
-
-// A decimal number; a value that is none is logged and lets no record pass.
-template <class Record>
-struct NumberCondition {
-    const char* name;
-    uint32_t Record::*field;
-    const char* noNumber;
-
-    bool holds(const Record& record, const char* value) const {
-        uint32_t wanted = 0;
-        if (QOS_TLM_ParsesString2Number(value, &wanted) != 0) {
-            QOS_TLM_DiagErr("%s", noNumber);
-            return false;
-        }
-        return wanted == record.*field;
-    }
-};
-
-// A service-class name against a queue.
-template <class Record>
-struct ServiceClassCondition {
-    const char* name;
-    uint32_t Record::*field;
-
-    bool holds(const Record& record, const char* value) const {
-        uint32_t queueId = 0;
-        QOS_TLM_ParsesServiceClassToQueueId(value, &queueId);
-        return queueId == record.*field;
-    }
-};
-
-template <class Record, size_t Size>
-constexpr PatternCondition<Record, Size> pattern(const char* name, TextField<Record, Size> field) {
-    return {name, field};
-}
-
-template <class Record, size_t Size>
-constexpr ExactCondition<Record, Size> exactText(const char* name, TextField<Record, Size> field) {
-    return {name, field};
-}
-
-template <class Record>
-constexpr NumberCondition<Record> number(const char* name, uint32_t Record::*field, const char* noNumber) {
-    return {name, field, noNumber};
-}
-
-template <class Record>
-constexpr ServiceClassCondition<Record> serviceClass(const char* name, uint32_t Record::*field) {
-    return {name, field};
-}
 
 // --- Keys: what identifies a record in the tracking tables -------------------------------------------------------
 
 struct Key {
-    uint32_t sent;    // in the sent-record hash
-    uint32_t first;   // in the history and the period table
-    uint32_t second;  // their sub-index
+    uint32_t sent;      // in the sent-record hash
+    uint32_t tracked;   // in the history and the period table
+    uint32_t subIndex;  // there
 };
 
-// What a key is wanted for: a family whose keys can fail has a message for each use but the last.
-enum class KeyUse { sentTest, count, redundancy, period, mark };
+// What a key is wanted for: a family whose keys can fail has a message for each.
+enum class KeyUse : uint8_t { sentTest, count, change, period };
 
-// An interface.
+// An interface, or a queue of one, or a slot given as text, which need not be one.
 template <class Record>
-struct InterfaceKeys {
-    uint32_t Record::*ifIndex;
-
-    bool find(const Record& record, KeyUse, Key& key) const {
-        key = {record.*ifIndex, record.*ifIndex, 0};
-        return true;
-    }
-};
-
-// A queue of an interface. The sent key is unique for queues 0 to 7 and interface indexes below 2^29.
-template <class Record>
-struct InterfaceQueueKeys {
-    uint32_t Record::*ifIndex;
-    uint32_t Record::*queueId;
-
-    bool find(const Record& record, KeyUse, Key& key) const {
-        const uint32_t interface = record.*ifIndex;
-        const uint32_t queue = record.*queueId;
-        key = {interface * QOS_TLM_TRACK_SUB_INDEX_NUM + queue, interface, queue};
-        return true;
-    }
-};
-
-// A slot given as text, which need not be one.
-template <class Record, size_t Size>
-struct SlotKeys {
-    TextField<Record, Size> slot;
-    const char* noSlot[4];  // by KeyUse
-
-    bool find(const Record& record, KeyUse use, Key& key) const {
-        uint32_t number = 0;
-        if (QOS_TLM_StrSlot2IntSlot(record.*slot, &number) != 0) {
-            if (use != KeyUse::mark) {
-                QOS_TLM_DiagErr("%s", noSlot[static_cast<size_t>(use)]);
-            }
-            return false;
-        }
-        key = {number, number, 0};
-        return true;
-    }
+struct Keys {
+    uint32_t Record::*interface = nullptr;
+    uint32_t Record::*queue = nullptr;  // 0 to 7 with interface indexes below 2^29: the sent key is then unique
+    char (Record::*slot)[kNameSize] = nullptr;
+    const char* noSlot[4] = {};    // by KeyUse
+    const char* noRoom = nullptr;  // when records without a slot fill the payload
 };
 
 // --- Messages ----------------------------------------------------------------------------------------------------
@@ -265,7 +251,7 @@ struct Messages {
             "[Tlm Read" TAG "Field] strcpy error ret=", "[Tlm Get" TAG "DataNode] Create node2 failed.",               \
     }
 
-// --- The rest of a description -----------------------------------------------------------------------------------
+// --- The whole description ---------------------------------------------------------------------------------------
 
 // The table in libdb_qos.
 struct Table {
@@ -273,31 +259,71 @@ struct Table {
     void (*release)(void* object);
 };
 
-// An inner node of the output.
-struct Node {
-    const char* name;
-    uint32_t number;
+// The steps that the query and the check call by their exported names. Null: they do the step themselves.
+template <class Record>
+struct Steps {
+    uint32_t (*gpbStartNode)(QosTlmNode** root, QosTlmNode** list) = nullptr;  // called by the start node step alone
+    uint32_t (*jsonStartNode)(QosTlmNode** root, QosTlmNode** list) = nullptr;
+    uint32_t (*read)(void* object, Record* record) = nullptr;
+    uint32_t (*check)(uint32_t continues, const Record* record, const QosTlmQueryParam* request,
+                      uint32_t* thresholdValue) = nullptr;  // null: sent test and conditions are the whole check
+    uint32_t (*isCondition)(const Record* record, const QosTlmQueryParam* request) = nullptr;
+    uint32_t (*isRedundant)(const Record* record, const QosTlmQueryParam* request) = nullptr;
+    uint32_t (*isSelfDefEvt)(const Record* record, const QosTlmQueryParam* request, uint32_t* value) = nullptr;
+    void (*fieldValue)(const char* fieldName, const Record* record, uint32_t* value) = nullptr;
+    uint32_t (*addEntry)(QosTlmNode* list, const Record* record) = nullptr;
 };
 
-template <class Record>
-using Check = uint32_t(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request,
-                       uint32_t* thresholdValue);
-// The check of a family without thresholds.
-template <class Record>
-using PlainCheck = uint32_t(uint32_t previousFlag, const Record* record, const QosTlmQueryParam* request);
+template <class R>
+struct Family {
+    using Record = R;
 
-// The steps that the query calls by their exported names, so that they stay replaceable.
-template <class Record, class CheckStep = Check<Record>>
-struct NamedSteps {
-    uint32_t (*read)(void* object, Record* record);
-    CheckStep* check;
-    uint32_t (*addEntry)(QosTlmNode* list, const Record* record);
+    QosTlmFamilyIndex index;
+    uint32_t* passIsOpen;  // the family's QueryToEnd flag: 1 when the last call stopped before the end of its table
+    Table table;
+    uint32_t containerNumber;
+    uint32_t listNumber = 1;                  // of the list in JSON; an entry has number 1
+    std::span<const Column<R>> columns = {};  // in the order of reading
+    std::span<const Leaf<R>> leaves;
+    std::span<const Condition<R>> conditions;
+    Keys<R> keys;
+    std::span<const Field<R>> digest = {};      // what makes a record a changed one, in this order
+    bool (*admits)(const R& record) = nullptr;  // a test before all others
+    bool jsonEndsByPayload = false;             // whatever the host's batch policy
+    Messages messages;
+    Steps<R> steps;
 };
 
-// The bytes of a record that its columns fill, for the check that none was forgotten.
-template <class... Columns>
-constexpr size_t bytesRead(const std::tuple<Columns...>&) {
-    return (Columns::size + ... + 0);
+// --- What must hold of a description -----------------------------------------------------------------------------
+
+// Each column has a field of its own, and the columns in their order leave nothing of the record but padding.
+template <class Record>
+constexpr bool fillRecord(std::span<const Column<Record>> columns) {
+    size_t end = 0;
+    for (size_t i = 0; i < columns.size(); ++i) {
+        const Field<Record>& field = columns[i].field;
+        for (size_t other = 0; other < i; ++other) {
+            if (columns[other].field == field) {
+                return false;
+            }
+        }
+        const size_t alignment = field.isText() ? 1 : field.size();
+        end = (end + alignment - 1) / alignment * alignment + field.size();
+    }
+    return (end + alignof(Record) - 1) / alignof(Record) * alignof(Record) == sizeof(Record);
+}
+
+template <class Record>
+constexpr bool areDistinct(std::span<const Leaf<Record>> leaves) {
+    for (size_t i = 0; i < leaves.size(); ++i) {
+        for (size_t other = 0; other < i; ++other) {
+            if (leaves[other].number == leaves[i].number || std::string_view(leaves[other].name) == leaves[i].name ||
+                leaves[other].field == leaves[i].field) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
 }  // namespace qos

@@ -6,73 +6,60 @@ uint32_t g_qosTlmQueBufStatQueryToEnd = 0;
 
 namespace {
 
-struct QueueBufStat {
-    using Record = QosTlmQueueBufStat;
+using Record = QosTlmQueueBufStat;
+using Columns = Record;
 
-    static constexpr uint32_t index = QOS_TLM_FAMILY_QUEUE_BUF;
-    static constexpr uint32_t batchLimit = QOS_TLM_QUEUE_BUF_STAT_BATCH_LIMIT;
-    static constexpr bool endsByPayload = false;
-    static constexpr uint32_t* queryToEnd = &g_qosTlmQueBufStatQueryToEnd;
+constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_QUEUE_BUF_STAT(QOS_COLUMN, queue_buf_stat)};
 
-    static constexpr qos::Table table = {db_create_qos_tlm_queue_buf_stat_obj,
-                                         db_release_qos_tlm_queue_buf_stat_object};
-    static constexpr qos::Node container = {"queue-buffer-usage-statisticss", 50};
-    static constexpr qos::Node list = {"queue-buffer-usage-statistics", 1};
-    static constexpr qos::Node entry = {"queue-buffer-usage-statistics", 1};
+constexpr qos::Leaf<Record> kLeaves[] = {
+    {"slot-id", 1, &Record::slotIdStr, &Record::slotId},
+    {"interface-name", 2, &Record::ifName, &Record::ifIndex},
+    {"queue-id", 3, &Record::queueId},
+    {"current-used", 4, &Record::curUsed},
+    {"peak-used", 5, &Record::peakUsed},
+    {"average-used", 6, &Record::avgUsed},
+    {"total-buffer", 7, &Record::totalBuf},
+};
 
-    static constexpr std::tuple columns = {
-        qos::column(&Record::slotId, db_get_qos_tlm_queue_buf_stat_slotId),
-        qos::column(&Record::slotIdStr, db_get_qos_tlm_queue_buf_stat_slotIdStr),
-        qos::column(&Record::ifIndex, db_get_qos_tlm_queue_buf_stat_ifIndex),
-        qos::column(&Record::ifName, db_get_qos_tlm_queue_buf_stat_ifName),
-        qos::column(&Record::queueId, db_get_qos_tlm_queue_buf_stat_queueId),
-        qos::column(&Record::curUsed, db_get_qos_tlm_queue_buf_stat_curUsed),
-        qos::column(&Record::peakUsed, db_get_qos_tlm_queue_buf_stat_peakUsed),
-        qos::column(&Record::avgUsed, db_get_qos_tlm_queue_buf_stat_avgUsed),
-        qos::column(&Record::totalBuf, db_get_qos_tlm_queue_buf_stat_totalBuf),
-    };
-    static_assert(qos::bytesRead(columns) + 4 /* padding */ == sizeof(Record),
-                  "every field of the record has its column");
+constexpr qos::Condition<Record> kConditions[] = {
+    {"slot-id", qos::Match::exact, &Record::slotIdStr},
+    {"interface-name", qos::Match::pattern, &Record::ifName},
+    {"queue-id", qos::Match::number, &Record::queueId,
+     "[Tlm IsConditionQueueBufStat] [queue-id] parse string to num failed."},
+};
 
-    static constexpr std::tuple leaves = {
-        qos::leaf("slot-id", 1, &Record::slotIdStr, &Record::slotId),
-        qos::leaf("interface-name", 2, &Record::ifName, &Record::ifIndex),
-        qos::leaf("queue-id", 3, &Record::queueId),
-        qos::leaf("current-used", 4, &Record::curUsed),
-        qos::leaf("peak-used", 5, &Record::peakUsed),
-        qos::leaf("average-used", 6, &Record::avgUsed),
-        qos::leaf("total-buffer", 7, &Record::totalBuf),
-    };
-
-    static constexpr std::tuple conditions = {
-        qos::exactText("slot-id", &Record::slotIdStr),
-        qos::pattern("interface-name", &Record::ifName),
-        qos::number("queue-id", &Record::queueId,
-                    "[Tlm IsConditionQueueBufStat] [queue-id] parse string to num failed."),
-    };
-
-    static constexpr qos::InterfaceQueueKeys<Record> keys = {&Record::ifIndex, &Record::queueId};
-
-    static constexpr std::tuple digest = {&Record::queueId, &Record::curUsed, &Record::peakUsed, &Record::avgUsed,
+constexpr qos::Field<Record> kDigest[] = {&Record::queueId, &Record::curUsed, &Record::peakUsed, &Record::avgUsed,
                                           &Record::totalBuf};
 
-    static constexpr qos::Messages messages = [] {
-        qos::Messages texts = QOS_TLM_FAMILY_MESSAGES("QueueBufStat");
-        texts.entryNode = "[Tlm GetQueueBufStatStartNode] Create node2 failed.";
-        return texts;
-    }();
+constexpr qos::Messages kMessages = [] {
+    qos::Messages texts = QOS_TLM_FAMILY_MESSAGES("QueueBufStat");
+    texts.entryNode = "[Tlm GetQueueBufStatStartNode] Create node2 failed.";
+    return texts;
+}();
 
-    static constexpr qos::NamedSteps<Record> steps = {QOS_TLM_ReadQueueBufStatField, QOS_TLM_CheckQueueBufStat,
-                                                      QOS_TLM_GetQueueBufStatDataNode};
+constexpr qos::Family<Record> kFamily = {
+    .index = QOS_TLM_FAMILY_QUEUE_BUF,
+    .passIsOpen = &g_qosTlmQueBufStatQueryToEnd,
+    .table = {db_create_qos_tlm_queue_buf_stat_obj, db_release_qos_tlm_queue_buf_stat_object},
+    .containerNumber = 50,
+    .columns = kColumns,
+    .leaves = kLeaves,
+    .conditions = kConditions,
+    .keys = {.interface = &Record::ifIndex, .queue = &Record::queueId},
+    .digest = kDigest,
+    .messages = kMessages,
+    .steps = {.gpbStartNode = QOS_TLM_GetQueueBufStatGpbStartNode,
+              .jsonStartNode = QOS_TLM_GetQueueBufStatJsonStartNode,
+              .read = QOS_TLM_ReadQueueBufStatField,
+              .check = QOS_TLM_CheckQueueBufStat,
+              .isCondition = QOS_TLM_IsConditionQueueBufStat,
+              .isRedundant = QOS_TLM_IsRedundantQueueBufStat,
+              .fieldValue = QOS_TLM_GetQueBufStatFieldValue,
+              .addEntry = QOS_TLM_GetQueueBufStatDataNode},
 };
 
 }  // namespace
 
-QOS_TLM_DEFINE_QUERY(QOS_TLM_QueryQueueBufStatFromDb, QueueBufStat)
-QOS_TLM_DEFINE_STEPS(QueueBufStat, QueueBufStat)
-QOS_TLM_DEFINE_READ(QueueBufStat, QueueBufStat)
-QOS_TLM_DEFINE_START_NODES(QueueBufStat, QueueBufStat)
-QOS_TLM_DEFINE_CONDITION(QueueBufStat, QueueBufStat)
-QOS_TLM_DEFINE_CHECKS(QueueBufStat, QueueBufStat)
-QOS_TLM_DEFINE_FIELD_VALUE(QOS_TLM_GetQueBufStatFieldValue, QueueBufStat)
-QOS_TLM_DEFINE_BATCH_FULL(QOS_TLM_IsQueueBufStatRecordCntOver, QueueBufStat)
+QOS_TLM_DEFINE_STEPS(QueueBufStat)
+QOS_TLM_DEFINE_CONDITION(QueueBufStat)
+QOS_TLM_DEFINE_FIELD_VALUE(QOS_TLM_GetQueBufStatFieldValue)

@@ -6,71 +6,56 @@ uint32_t g_qosTlmQueStatQueryToEnd = 0;
 
 namespace {
 
-struct QueueStat {
-    using Record = QosTlmQueueStat;
+using Record = QosTlmQueueStat;
+using Columns = Record;
 
-    static constexpr uint32_t index = QOS_TLM_FAMILY_QUEUE;
-    static constexpr uint32_t batchLimit = QOS_TLM_QUEUE_STAT_BATCH_LIMIT;
-    static constexpr bool endsByPayload = false;
-    static constexpr uint32_t* queryToEnd = &g_qosTlmQueStatQueryToEnd;
+constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_QUEUE_STAT(QOS_COLUMN, queue_stat)};
 
-    static constexpr qos::Table table = {db_create_qos_tlm_queue_stat_obj, db_release_qos_tlm_queue_stat_object};
-    static constexpr qos::Node container = {"queue-statisticss", 13};
-    static constexpr qos::Node list = {"queue-statistics", 1};
-    static constexpr qos::Node entry = {"queue-statistics", 1};
+constexpr qos::Leaf<Record> kLeaves[] = {
+    {"interface-name", 1, &Record::ifName, &Record::ifIndex},
+    {"service-class", 2, &Record::queueId},
+    {"pass-packets", 3, &Record::passPackets},
+    {"pass-bytes", 4, &Record::passBytes},
+    {"pass-packet-rate", 5, &Record::passPktRate},
+    {"pass-byte-rate", 6, &Record::passBytRate},
+    {"discard-packets", 7, &Record::dropPackets},
+    {"discard-bytes", 8, &Record::dropBytes},
+    {"discard-packet-rate", 9, &Record::dropPktRate},
+    {"discard-byte-rate", 10, &Record::dropBytRate},
+};
 
-    static constexpr std::tuple columns = {
-        qos::column(&Record::ifIndex, db_get_qos_tlm_queue_stat_ifIndex),
-        qos::column(&Record::ifName, db_get_qos_tlm_queue_stat_ifName),
-        qos::column(&Record::queueId, db_get_qos_tlm_queue_stat_queueId),
-        qos::column(&Record::passPackets, db_get_qos_tlm_queue_stat_passPackets),
-        qos::column(&Record::passBytes, db_get_qos_tlm_queue_stat_passBytes),
-        qos::column(&Record::passPktRate, db_get_qos_tlm_queue_stat_passPktRate),
-        qos::column(&Record::passBytRate, db_get_qos_tlm_queue_stat_passBytRate),
-        qos::column(&Record::dropPackets, db_get_qos_tlm_queue_stat_dropPackets),
-        qos::column(&Record::dropBytes, db_get_qos_tlm_queue_stat_dropBytes),
-        qos::column(&Record::dropPktRate, db_get_qos_tlm_queue_stat_dropPktRate),
-        qos::column(&Record::dropBytRate, db_get_qos_tlm_queue_stat_dropBytRate),
-    };
-    static_assert(qos::bytesRead(columns) == sizeof(Record), "every field of the record has its column");
+constexpr qos::Condition<Record> kConditions[] = {
+    {"interface-name", qos::Match::pattern, &Record::ifName},
+    {"service-class", qos::Match::serviceClass, &Record::queueId},
+};
 
-    static constexpr std::tuple leaves = {
-        qos::leaf("interface-name", 1, &Record::ifName, &Record::ifIndex),
-        qos::leaf("service-class", 2, &Record::queueId),
-        qos::leaf("pass-packets", 3, &Record::passPackets),
-        qos::leaf("pass-bytes", 4, &Record::passBytes),
-        qos::leaf("pass-packet-rate", 5, &Record::passPktRate),
-        qos::leaf("pass-byte-rate", 6, &Record::passBytRate),
-        qos::leaf("discard-packets", 7, &Record::dropPackets),
-        qos::leaf("discard-bytes", 8, &Record::dropBytes),
-        qos::leaf("discard-packet-rate", 9, &Record::dropPktRate),
-        qos::leaf("discard-byte-rate", 10, &Record::dropBytRate),
-    };
-
-    static constexpr std::tuple conditions = {
-        qos::pattern("interface-name", &Record::ifName),
-        qos::serviceClass("service-class", &Record::queueId),
-    };
-
-    static constexpr qos::InterfaceQueueKeys<Record> keys = {&Record::ifIndex, &Record::queueId};
-
-    // Rates follow from the counters: they do not make a record a changed one.
-    static constexpr std::tuple digest = {&Record::queueId, &Record::passPackets, &Record::passBytes,
+// Rates follow from the counters: they do not make a record a changed one.
+constexpr qos::Field<Record> kDigest[] = {&Record::queueId, &Record::passPackets, &Record::passBytes,
                                           &Record::dropPackets, &Record::dropBytes};
 
-    static constexpr qos::Messages messages = QOS_TLM_FAMILY_MESSAGES("QueueStat");
-
-    static constexpr qos::NamedSteps<Record> steps = {QOS_TLM_ReadQueueStatField, QOS_TLM_CheckQueueStat,
-                                                      QOS_TLM_GetQueueStatDataNode};
+constexpr qos::Family<Record> kFamily = {
+    .index = QOS_TLM_FAMILY_QUEUE,
+    .passIsOpen = &g_qosTlmQueStatQueryToEnd,
+    .table = {db_create_qos_tlm_queue_stat_obj, db_release_qos_tlm_queue_stat_object},
+    .containerNumber = 13,
+    .columns = kColumns,
+    .leaves = kLeaves,
+    .conditions = kConditions,
+    .keys = {.interface = &Record::ifIndex, .queue = &Record::queueId},
+    .digest = kDigest,
+    .messages = QOS_TLM_FAMILY_MESSAGES("QueueStat"),
+    .steps = {.gpbStartNode = QOS_TLM_GetQueueStatGpbStartNode,
+              .jsonStartNode = QOS_TLM_GetQueueStatJsonStartNode,
+              .read = QOS_TLM_ReadQueueStatField,
+              .check = QOS_TLM_CheckQueueStat,
+              .isCondition = QOS_TLM_IsConditionQueueStat,
+              .isRedundant = QOS_TLM_IsRedundantQueueStat,
+              .fieldValue = QOS_TLM_GetQueueStatFieldValue,
+              .addEntry = QOS_TLM_GetQueueStatDataNode},
 };
 
 }  // namespace
 
-QOS_TLM_DEFINE_QUERY(QOS_TLM_QueryQueueStatFromDb, QueueStat)
-QOS_TLM_DEFINE_STEPS(QueueStat, QueueStat)
-QOS_TLM_DEFINE_READ(QueueStat, QueueStat)
-QOS_TLM_DEFINE_START_NODES(QueueStat, QueueStat)
-QOS_TLM_DEFINE_CONDITION(QueueStat, QueueStat)
-QOS_TLM_DEFINE_CHECKS(QueueStat, QueueStat)
-QOS_TLM_DEFINE_FIELD_VALUE(QOS_TLM_GetQueueStatFieldValue, QueueStat)
-QOS_TLM_DEFINE_BATCH_FULL(QOS_TLM_IsQueueStatRecordCntOver, QueueStat)
+QOS_TLM_DEFINE_STEPS(QueueStat)
+QOS_TLM_DEFINE_CONDITION(QueueStat)
+QOS_TLM_DEFINE_FIELD_VALUE(QOS_TLM_GetQueueStatFieldValue)

@@ -1,29 +1,8 @@
-#include "nivex_qos/buf_ing_stat.h"
-#include "nivex_qos/buf_monitor_stat.h"
-#include "nivex_qos/ing_port_drop_stat.h"
 #include "nivex_qos/log.h"
+#include "nivex_qos/paths.h"
 #include "nivex_qos/plugin.h"
-#include "nivex_qos/port_buf_stat.h"
-#include "nivex_qos/port_ecn_stat.h"
-#include "nivex_qos/queue_buf_stat.h"
-#include "nivex_qos/queue_drop_stat.h"
-#include "nivex_qos/queue_stat.h"
-#include "nivex_qos/sample.h"
-#include "nivex_qos/tm_buf_stat.h"
 #include "platform/bounded.h"
 #include "platform/host_framework.h"
-
-const QosTlmQueryFuncEntry g_qosTlmQueryFuncTable[QOS_TLM_FAMILY_NUM] = {
-    {QOS_TLM_FAMILY_PORT_ECN, QOS_TLM_QueryPortEcnStatFromDb},
-    {QOS_TLM_FAMILY_PORT_BUF, QOS_TLM_QueryPortBufStatFromDb},
-    {QOS_TLM_FAMILY_QUEUE_BUF, QOS_TLM_QueryQueueBufStatFromDb},
-    {QOS_TLM_FAMILY_QUEUE, QOS_TLM_QueryQueueStatFromDb},
-    {QOS_TLM_FAMILY_QUEUE_DROP, QOS_TLM_QueryQueueDropStatFromDb},
-    {QOS_TLM_FAMILY_ING_PORT_DROP, QOS_TLM_QueryIngPortDropStatFromDb},
-    {QOS_TLM_FAMILY_TM_BUF, QOS_TLM_QueryTmBufStatFromDb},
-    {QOS_TLM_FAMILY_BUF_ING, QOS_TLM_QueryBufIngStatFromDb},
-    {QOS_TLM_FAMILY_BUF_MONITOR, QOS_TLM_QueryTmBufMonitorStatFromDb},
-};
 
 namespace {
 
@@ -33,7 +12,8 @@ uint32_t fail(const char* message) {
 }
 
 uint32_t upload(uint32_t hostArg1, uint32_t hostArg2, QosTlmSampleData* sampleData) {
-    QOS_TLM_FullSampleData(hostArg1, hostArg2, sampleData);
+    sampleData->hostArg1 = hostArg1;
+    sampleData->hostArg2 = hostArg2;
     if (g_qosTlmFrmVtbl == nullptr || g_qosTlmFrmVtbl->sampleDataUpload == nullptr) {
         return fail("[Tlm QueryFunc] g_qosTlmFrmVtbl or sampleDataUpload is null.");
     }
@@ -87,17 +67,8 @@ void QOS_TLM_FullSampleData(uint32_t hostArg1, uint32_t hostArg2, QosTlmSampleDa
     sampleData->hostArg2 = hostArg2;
 }
 
-#define QOS_TLM_ENTRY_POINT(name, familyIndex)                                             \
-    uint32_t name(uint32_t hostArg1, uint32_t hostArg2, const QosTlmQueryParam* request) { \
-        return QOS_TLM_QueryFunc(hostArg1, hostArg2, request, familyIndex);                \
+#define ENTRY_POINT(NAME, list, entryPoint, queryFromDb, batchLimit)                             \
+    uint32_t entryPoint(uint32_t hostArg1, uint32_t hostArg2, const QosTlmQueryParam* request) { \
+        return QOS_TLM_QueryFunc(hostArg1, hostArg2, request, QOS_TLM_FAMILY_##NAME);            \
     }
-
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryPortEcnStat, QOS_TLM_FAMILY_PORT_ECN)
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryPortBufStat, QOS_TLM_FAMILY_PORT_BUF)
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryQueueBufStat, QOS_TLM_FAMILY_QUEUE_BUF)
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryQueueStat, QOS_TLM_FAMILY_QUEUE)
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryQueueDropStat, QOS_TLM_FAMILY_QUEUE_DROP)
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryIngPortDropStat, QOS_TLM_FAMILY_ING_PORT_DROP)
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryTmBufStat, QOS_TLM_FAMILY_TM_BUF)
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryBufIngStat, QOS_TLM_FAMILY_BUF_ING)
-QOS_TLM_ENTRY_POINT(QOS_TLM_QueryTmBufMonitorStat, QOS_TLM_FAMILY_BUF_MONITOR)
+QOS_TLM_PATHS(ENTRY_POINT)

@@ -7,14 +7,15 @@ status=0
 fail() { echo "$*" >&2; status=1; }
 
 count=0
-for header in $(grep -l '^#define QOS_TLM_.*_BATCH_LIMIT' include/nivex_qos/*.h); do
-    limit=$(sed -n 's/^#define QOS_TLM_.*_BATCH_LIMIT \([0-9]*\)u$/\1/p' "$header")
-    alias=$(sed -n 's/^ \* Path "\([a-z-]*\)".*/\1/p' "$header")
+while read -r alias limit; do
+    header=$(grep -l "^ \* Path \"$alias\"" include/nivex_qos/*.h)
+    tr -d '\n*' <"$header" | grep -q "batches of *$limit *records" || fail "$header: the batch limit is $limit"
     grep -q "^$limit records a call" "docs/samples/$alias.md" || fail "docs/samples/$alias.md: the batch limit is $limit"
     grep -q "^| \[$alias\].*| $limit |$" docs/samples/README.md || fail "docs/samples/README.md: $alias has $limit"
     grep -q "^| \[$alias\].*| $limit | " docs/integration.md || fail "docs/integration.md: $alias has $limit"
     count=$((count + 1))
-done
+done < <(tr -d '\\\n' <include/nivex_qos/paths.h |
+    grep -o 'PATH([A-Z_]*, *"[^"]*"[^)]*)' | sed 's/.*"\(.*\)".*, *\([0-9]*\))/\1 \2/')
 [ "$count" -eq 9 ] || fail "$count batch limits found"
 
 needs() { grep -v '^#' tests/abi/imports.txt | tr ' ' '\n' | grep "$@" | sort; }
