@@ -180,8 +180,8 @@ typedef enum QosTlmBatchPolicy {
 /*
  * Chooses when the batches of all paths end, from the next sampling call on; QOS_TLM_BATCH_BY_COUNT at load. A batch
  * that ends early is answered like one at the limit (QOS_TLM_RESULT_MORE), and the next call goes on with the record
- * that it ended before. Monitoring results in JSON always end their batches by payload. 0, or 1 for another value, which
- * changes nothing.
+ * that it ended before. Monitoring results in JSON always end their batches by payload. 0, or 1 for another value,
+ * which changes nothing.
  */
 QOS_TLM_API uint32_t QOS_TLM_SetBatchPolicy(uint32_t policy);
 

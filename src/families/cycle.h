@@ -30,7 +30,8 @@ class Cycle {
     using Record = typename std::remove_cvref_t<decltype(F)>::Record;
     static constexpr Path kPath = kPaths[F.index];
 
-    static_assert(F.columns.empty() || fillRecord(F.columns), "a column is forgotten or stands twice");
+    static_assert(F.columns.empty() || fillRecord(F.columns),
+                  "a column is forgotten, or stands twice or in the wrong place");
     static_assert(areDistinct(F.leaves), "a leaf's name, number or field stands twice");
 
   public:

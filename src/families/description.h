@@ -2,8 +2,8 @@
  * The vocabulary in which a family describes itself: rows of columns, leaves, conditions and keys, and its messages.
  *
  * A family's source holds arrays of these rows and one Family that names them (queue_stat.cpp is the model);
- * families/cycle.h turns it into the family's functions. What does not compile: an accessor and a field of different
- * types, a column that is forgotten or stands twice, a leaf whose name or number stands twice.
+ * families/cycle.h turns it into the family's functions. What does not compile: a column with another's accessor, one
+ * that is forgotten, stands twice or out of order; a leaf whose name, number or field stands twice.
  */
 #ifndef SRC_FAMILIES_DESCRIPTION_H
 #define SRC_FAMILIES_DESCRIPTION_H
@@ -84,20 +84,23 @@ struct Field {
         return type == Type::name ? record.*name : record.*time;
     }
 
-    friend constexpr bool operator==(const Field& left, const Field& right) {
-        switch (left.type == right.type ? left.type : Type::none) {
+    // Where two fields of one type lie in a record: below 0, 0, above 0 as left comes before right.
+    friend constexpr int order(const Field& left, const Field& right) {
+        const Record record = {};
+        const auto compare = [&](auto first, auto second) {
+            return &(record.*first) < &(record.*second) ? -1 : &(record.*first) == &(record.*second) ? 0 : 1;
+        };
+        switch (left.type) {
             case Type::boolean:
-                return left.boolean == right.boolean;
+                return compare(left.boolean, right.boolean);
             case Type::uint32:
-                return left.uint32 == right.uint32;
+                return compare(left.uint32, right.uint32);
             case Type::uint64:
-                return left.uint64 == right.uint64;
+                return compare(left.uint64, right.uint64);
             case Type::name:
-                return left.name == right.name;
-            case Type::time:
-                return left.time == right.time;
+                return compare(left.name, right.name);
             default:
-                return false;
+                return compare(left.time, right.time);
         }
     }
 };
@@ -296,14 +299,14 @@ struct Family {
 
 // --- What must hold of a description -----------------------------------------------------------------------------
 
-// Each column has a field of its own, and the columns in their order leave nothing of the record but padding.
+// The columns fill the fields one after the other and leave nothing of the record but padding.
 template <class Record>
 constexpr bool fillRecord(std::span<const Column<Record>> columns) {
     size_t end = 0;
     for (size_t i = 0; i < columns.size(); ++i) {
         const Field<Record>& field = columns[i].field;
         for (size_t other = 0; other < i; ++other) {
-            if (columns[other].field == field) {
+            if (columns[other].field.type == field.type && order(columns[other].field, field) >= 0) {
                 return false;
             }
         }
@@ -317,8 +320,10 @@ template <class Record>
 constexpr bool areDistinct(std::span<const Leaf<Record>> leaves) {
     for (size_t i = 0; i < leaves.size(); ++i) {
         for (size_t other = 0; other < i; ++other) {
-            if (leaves[other].number == leaves[i].number || std::string_view(leaves[other].name) == leaves[i].name ||
-                leaves[other].field == leaves[i].field) {
+            const Leaf<Record>& left = leaves[other];
+            const Leaf<Record>& right = leaves[i];
+            if (left.number == right.number || std::string_view(left.name) == right.name ||
+                (left.field.type == right.field.type && order(left.field, right.field) == 0)) {
                 return false;
             }
         }
