@@ -6,10 +6,11 @@
 #ifndef SRC_FAMILIES_BATCH_ROOM_H
 #define SRC_FAMILIES_BATCH_ROOM_H
 
-#include <limits>
+#include <cstring>
 
 #include "encode/varint.h"
 #include "families/description.h"
+#include "nivex_qos/buf_monitor_stat.h"
 #include "sampling/batch_policy.h"
 
 namespace qos {
@@ -52,16 +53,15 @@ constexpr uint32_t jsonNameLength(const char* name) {
 }
 
 // A leaf that shows a number, or a text of a length; in JSON with the comma behind it.
-template <class Record>
-constexpr uint32_t leafSize(const Leaf<Record>& leaf, bool json, uint64_t number, uint32_t textLength) {
-    const bool isText = leaf.field.isText();
+constexpr uint32_t leafSize(const Leaf& leaf, bool json, uint64_t number, uint32_t textLength) {
     if (json) {
-        const uint32_t value = isText                             ? textLength + 2
+        const uint32_t value = leaf.field.type == Type::text      ? textLength + 2
                                : leaf.field.type == Type::boolean ? sizeof "false" - 1
                                                                   : jsonNumberLength(number);
         return jsonNameLength(leaf.name) + value + 1;
     }
-    return isText ? lengthDelimitedSize(leaf.number, textLength) : integerFieldSize(leaf.number, number);
+    return leaf.field.type == Type::text ? lengthDelimitedSize(leaf.number, textLength)
+                                         : integerFieldSize(leaf.number, number);
 }
 
 // An entry whose leaves take that much; in JSON with braces, the comma behind it and none behind its last leaf.
@@ -69,15 +69,15 @@ constexpr uint32_t entrySize(bool json, uint32_t leaves) {
     return json ? leaves + 2 : lengthDelimitedSize(kEntryNumber, leaves);
 }
 
-// The largest entry that a family can have.
-template <class Record>
-constexpr uint32_t largestEntry(std::span<const Leaf<Record>> leaves, bool json) {
-    constexpr uint32_t kLongestEscape = 6;  // a name may need it throughout, a time never does
+// The largest entry that a family can have. A name may need the longest escape throughout, a time none.
+constexpr uint32_t largestEntry(std::span<const Leaf> leaves, bool json) {
+    constexpr uint32_t kLongestEscape = sizeof "\\u0000" - 1;
     uint32_t size = 0;
-    for (const Leaf<Record>& leaf : leaves) {
-        const auto text = static_cast<uint32_t>(leaf.field.isText() ? leaf.field.size() - 1 : 0);
-        const uint64_t number = leaf.field.isText() ? 0 : ~uint64_t{0} >> (64 - 8 * leaf.field.size());
-        size += leafSize(leaf, json, number, json && leaf.field.type == Type::name ? text * kLongestEscape : text);
+    for (const Leaf& leaf : leaves) {
+        const bool isText = leaf.field.type == Type::text;
+        const bool isTime = leaf.field.size == QOS_TLM_DATE_TIME_SIZE;
+        const uint32_t text = (leaf.field.size - 1U) * (json && !isTime ? kLongestEscape : 1);
+        size += leafSize(leaf, json, isText ? 0 : ~uint64_t{0} >> (64 - 8 * leaf.field.size), text);
     }
     return entrySize(json, size);
 }
@@ -98,13 +98,13 @@ class BatchRoom {
             return;
         }
         uint32_t size = 0;
-        for (const Leaf<Record>& leaf : F.leaves) {
+        for (const Leaf& leaf : F.leaves) {
             uint32_t text = 0;
-            if (leaf.field.isText()) {
-                const char* characters = leaf.field.textOf(record);
+            if (leaf.field.type == Type::text) {
+                const char* characters = leaf.field.textOf(&record);
                 text = json_ ? jsonTextLength(characters) : static_cast<uint32_t>(strlen(characters));
             }
-            size += leafSize(leaf, json_, leaf.field.numberOf(record), text);
+            size += leafSize(leaf, json_, leaf.field.numberOf(&record), text);
         }
         entries_ += entrySize(json_, size);
     }

@@ -7,42 +7,44 @@ uint32_t g_qosTlmBufIngStatQueryRecordToEnd = 0;
 namespace {
 
 using Record = QosTlmBufIngStat;
-struct Columns : Record {
-    static constexpr auto if_index = &Record::ifIndex;
-    static constexpr auto queue = &Record::queueId;
-    static constexpr auto if_name = &Record::ifName;
-    static constexpr auto is_lossless = &Record::isLossless;
-    static constexpr auto is_pfc_dynamic = &Record::isPfcDynamic;
-    static constexpr auto current_guaranteed = &Record::currentGuaranteed;
-    static constexpr auto total_guaranteed = &Record::totalGuaranteed;
-    static constexpr auto current_buffer = &Record::currentBuffer;
-    static constexpr auto total_buffer = &Record::totalBuffer;
-    static constexpr auto current_headroom = &Record::currentHeadroom;
-    static constexpr auto total_headroom = &Record::totalHeadroom;
+
+// The fields by the names of their columns.
+namespace renamed {
+constexpr qos::Field if_index = QOS_FIELD(ifIndex);
+constexpr qos::Field queue = QOS_FIELD(queueId);
+constexpr qos::Field if_name = QOS_FIELD(ifName);
+constexpr qos::Field is_lossless = QOS_FIELD(isLossless);
+constexpr qos::Field is_pfc_dynamic = QOS_FIELD(isPfcDynamic);
+constexpr qos::Field current_guaranteed = QOS_FIELD(currentGuaranteed);
+constexpr qos::Field total_guaranteed = QOS_FIELD(totalGuaranteed);
+constexpr qos::Field current_buffer = QOS_FIELD(currentBuffer);
+constexpr qos::Field total_buffer = QOS_FIELD(totalBuffer);
+constexpr qos::Field current_headroom = QOS_FIELD(currentHeadroom);
+constexpr qos::Field total_headroom = QOS_FIELD(totalHeadroom);
+}  // namespace renamed
+
+constexpr qos::Column kColumns[] = {QOS_DB_COLUMNS_ING_BUF_USAGE_STAT(QOS_RENAMED_COLUMN, ing_buf_usage_stat)};
+
+constexpr qos::Leaf kLeaves[] = {
+    {"interface-name", 1, QOS_FIELD(ifName), QOS_FIELD(ifIndex)},
+    {"queue-id", 2, QOS_FIELD(queueId)},
+    {"pfc-dynamic", 3, QOS_FIELD(isPfcDynamic)},
+    {"current-guaranteed", 4, QOS_FIELD(currentGuaranteed)},
+    {"total-guaranteed", 5, QOS_FIELD(totalGuaranteed)},
+    {"current-buffer", 6, QOS_FIELD(currentBuffer)},
+    {"total-buffer", 7, QOS_FIELD(totalBuffer)},
+    {"current-headroom", 8, QOS_FIELD(currentHeadroom)},
+    {"total-headroom", 9, QOS_FIELD(totalHeadroom)},
 };
 
-constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_ING_BUF_USAGE_STAT(QOS_COLUMN, ing_buf_usage_stat)};
-
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"interface-name", 1, &Record::ifName, &Record::ifIndex},
-    {"queue-id", 2, &Record::queueId},
-    {"pfc-dynamic", 3, &Record::isPfcDynamic},
-    {"current-guaranteed", 4, &Record::currentGuaranteed},
-    {"total-guaranteed", 5, &Record::totalGuaranteed},
-    {"current-buffer", 6, &Record::currentBuffer},
-    {"total-buffer", 7, &Record::totalBuffer},
-    {"current-headroom", 8, &Record::currentHeadroom},
-    {"total-headroom", 9, &Record::totalHeadroom},
+constexpr qos::Condition kConditions[] = {
+    {"interface-name", qos::Match::pattern, QOS_FIELD(ifName)},
+    {"queue-id", qos::Match::number, QOS_FIELD(queueId), "[Tlm IsConditionBufIngStat] parse string to num failed."},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"interface-name", qos::Match::pattern, &Record::ifName},
-    {"queue-id", qos::Match::number, &Record::queueId, "[Tlm IsConditionBufIngStat] parse string to num failed."},
-};
-
-constexpr qos::Field<Record> kDigest[] = {&Record::queueId,         &Record::isPfcDynamic,  &Record::currentGuaranteed,
-                                          &Record::totalGuaranteed, &Record::currentBuffer, &Record::totalBuffer,
-                                          &Record::currentHeadroom, &Record::totalHeadroom};
+constexpr qos::Field kDigest[] = {QOS_FIELD(queueId),         QOS_FIELD(isPfcDynamic),  QOS_FIELD(currentGuaranteed),
+                                  QOS_FIELD(totalGuaranteed), QOS_FIELD(currentBuffer), QOS_FIELD(totalBuffer),
+                                  QOS_FIELD(currentHeadroom), QOS_FIELD(totalHeadroom)};
 
 // Only lossless queues are reported; the others are dropped before any other test.
 bool isLossless(const Record& record) {
@@ -57,7 +59,7 @@ constexpr qos::Family<Record> kFamily = {
     .columns = kColumns,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.interface = &Record::ifIndex, .queue = &Record::queueId},
+    .keys = {.interface = QOS_FIELD(ifIndex), .queue = QOS_FIELD(queueId)},
     .digest = kDigest,
     .admits = isLossless,
     .messages = QOS_TLM_FAMILY_MESSAGES("BufIngStat"),

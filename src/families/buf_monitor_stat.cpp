@@ -9,27 +9,27 @@ namespace {
 
 using Record = QosTlmBufMonitorStat;
 
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"interface-name", 1, &Record::ifName},
-    {"queue-id", 2, &Record::queueIndex},
-    {"record-number", 3, &Record::recordNumber},
-    {"query-type", 4, &Record::queryType},
-    {"time", 5, &Record::time},
-    {"buffer-usage", 6, &Record::usedBuf},
-    {"percent", 7, &Record::percent},
-    {"burst-start-time", 8, &Record::startTime},
-    {"burst-start-buffer", 9, &Record::startUsedBuf},
-    {"burst-start-buffer-percent", 10, &Record::startPercent},
-    {"burst-peak-time", 11, &Record::peakTime},
-    {"burst-peak-buffer", 12, &Record::peakUsedBuf},
-    {"burst-peak-buffer-percent", 13, &Record::peakPercent},
-    {"slot-id", 14, &Record::slot},
-    {"burst-number", 15, &Record::burstNumber},
+constexpr qos::Leaf kLeaves[] = {
+    {"interface-name", 1, QOS_FIELD(ifName)},
+    {"queue-id", 2, QOS_FIELD(queueIndex)},
+    {"record-number", 3, QOS_FIELD(recordNumber)},
+    {"query-type", 4, QOS_FIELD(queryType)},
+    {"time", 5, QOS_FIELD(time)},
+    {"buffer-usage", 6, QOS_FIELD(usedBuf)},
+    {"percent", 7, QOS_FIELD(percent)},
+    {"burst-start-time", 8, QOS_FIELD(startTime)},
+    {"burst-start-buffer", 9, QOS_FIELD(startUsedBuf)},
+    {"burst-start-buffer-percent", 10, QOS_FIELD(startPercent)},
+    {"burst-peak-time", 11, QOS_FIELD(peakTime)},
+    {"burst-peak-buffer", 12, QOS_FIELD(peakUsedBuf)},
+    {"burst-peak-buffer-percent", 13, QOS_FIELD(peakPercent)},
+    {"slot-id", 14, QOS_FIELD(slot)},
+    {"burst-number", 15, QOS_FIELD(burstNumber)},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"interface-name", qos::Match::exact, &Record::ifName},
-    {"queue-id", qos::Match::number, &Record::queueIndex,
+constexpr qos::Condition kConditions[] = {
+    {"interface-name", qos::Match::exact, QOS_FIELD(ifName)},
+    {"queue-id", qos::Match::number, QOS_FIELD(queueIndex),
      "[Tlm IsConditionBufMonitorStat] parse string to num failed."},
 };
 
@@ -55,7 +55,7 @@ constexpr qos::Family<Record> kFamily = {
     .listNumber = 61,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.interface = &Record::ifIndex, .queue = &Record::queueIndex},
+    .keys = {.interface = QOS_FIELD(ifIndex), .queue = QOS_FIELD(queueIndex)},
     .jsonEndsByPayload = true,
     .messages = kMessages,
     .steps = {.gpbStartNode = QOS_TLM_GetBufMonitorGpbStartNode,

@@ -30,7 +30,7 @@ class Cycle {
     using Record = typename std::remove_cvref_t<decltype(F)>::Record;
     static constexpr Path kPath = kPaths[F.index];
 
-    static_assert(F.columns.empty() || fillRecord(F.columns),
+    static_assert(F.columns.empty() || fillRecord<Record>(F.columns),
                   "a column is forgotten, or stands twice or in the wrong place");
     static_assert(areDistinct(F.leaves), "a leaf's name, number or field stands twice");
 
@@ -156,14 +156,15 @@ class Cycle {
         const char* texts[F.columns.size()] = {};
         // Every accessor is called, also after one has failed.
         uint32_t sum = 0;
-        each<F.columns.size()>([&](auto i) { sum += F.columns[i].read(object, *record, texts[i]); });
+        each<F.columns.size()>([&](auto i) { sum += F.columns[i].read(object, record, texts[i]); });
         if (sum != 0) {
             return fail(F.messages.readField, sum);
         }
         int copied = 0;
         each<F.columns.size()>([&](auto i) {
-            if (F.columns[i].field.type == Type::name && copied == 0) {
-                copied = strcpy_s(record->*(F.columns[i].field.name), kNameSize, texts[i]);
+            constexpr Field field = F.columns[i].field;
+            if (field.type == Type::text && copied == 0) {
+                copied = strcpy_s(reinterpret_cast<char*>(record) + field.offset, field.size, texts[i]);
             }
         });
         return copied == 0 ? 0 : fail(F.messages.copyText, static_cast<uint32_t>(copied));
@@ -192,9 +193,8 @@ class Cycle {
         if (record == nullptr || request == nullptr) {
             return 0;
         }
-        return everyCondition(*request, [&](const Condition<Record>& condition, const char* value) {
-            return holds(condition, *record, value);
-        });
+        return everyCondition(
+            *request, [&](const Condition& condition, const char* value) { return holds(condition, record, value); });
     }
 
     // Whether the test of a condition and its value succeeds for each one that the family honours; others restrict
@@ -205,7 +205,7 @@ class Cycle {
             request.conditionNum < QOS_TLM_CONDITION_MAX ? request.conditionNum : QOS_TLM_CONDITION_MAX;
         for (uint32_t i = 0; i < count; ++i) {
             const QosTlmCondition& condition = request.conditions[i];
-            for (const Condition<Record>& honoured : F.conditions) {
+            for (const Condition& honoured : F.conditions) {
                 if (fieldEquals(condition.fieldName, honoured.name) &&
                     !test(honoured, BoundedText(condition.value).get())) {
                     return 0;
@@ -222,7 +222,7 @@ class Cycle {
             return 0;
         }
         uint64_t digest = 0;
-        each<F.digest.size()>([&](auto i) { QOS_TLM_IntegerHash(&digest, F.digest[i].numberOf(*record)); });
+        each<F.digest.size()>([&](auto i) { QOS_TLM_IntegerHash(&digest, F.digest[i].numberOf(record)); });
         return QOS_TLM_IsRedundantData(key.tracked, key.subIndex, digest, F.index);
     }
 
@@ -258,9 +258,9 @@ class Cycle {
             return;
         }
         *value = 0;
-        for (const Leaf<Record>& leaf : F.leaves) {
+        for (const Leaf& leaf : F.leaves) {
             if (strcmp(fieldName, leaf.name) == 0) {
-                *value = static_cast<uint32_t>(leaf.comparedField().numberOf(*record));
+                *value = static_cast<uint32_t>(leaf.compared.numberOf(record));
                 return;
             }
         }
@@ -278,7 +278,7 @@ class Cycle {
         QOS_TLM_AddChild(list, entry);
         // Every leaf is tried, also after one has failed.
         uint32_t failed = 0;
-        each<F.leaves.size()>([&](auto i) { failed |= F.leaves[i].add(entry, *record); });
+        each<F.leaves.size()>([&](auto i) { failed |= F.leaves[i].add(entry, record); });
         return failed;
     }
 
@@ -311,11 +311,11 @@ class Cycle {
                                          : isThreshold(record, request, thresholdValue);
     }
 
-    static bool holds(const Condition<Record>& condition, const Record& record, const char* value) {
+    static bool holds(const Condition& condition, const Record* record, const char* value) {
         uint32_t wanted = 0;
         switch (condition.match) {
             case Match::pattern:
-                return QOS_TLM_CheckIfName(value, condition.field.textOf(record), kNameSize) != 0;
+                return QOS_TLM_CheckIfName(value, condition.field.textOf(record), condition.field.size) != 0;
             case Match::exact:
                 return strcmp(condition.field.textOf(record), value) == 0;
             case Match::number:
@@ -332,21 +332,19 @@ class Cycle {
     }
 
     static bool find(Key& key, const Record& record, KeyUse use) {
-        if constexpr (F.keys.slot != nullptr) {
+        if constexpr (F.keys.slot.type != Type::none) {
             uint32_t slot = 0;
-            if (QOS_TLM_StrSlot2IntSlot(record.*(F.keys.slot), &slot) != 0) {
+            if (QOS_TLM_StrSlot2IntSlot(F.keys.slot.textOf(&record), &slot) != 0) {
                 QOS_TLM_DiagErr("%s", F.keys.noSlot[static_cast<size_t>(use)]);
                 return false;
             }
             key = {slot, slot, 0};
-        } else if constexpr (F.keys.queue != nullptr) {
-            const uint32_t interface = record.*(F.keys.interface);
-            const uint32_t queue = record.*(F.keys.queue);
-            key = {interface * QOS_TLM_TRACK_SUB_INDEX_NUM + queue, interface, queue};
-        } else {
-            const uint32_t interface = record.*(F.keys.interface);
-            key = {interface, interface, 0};
+            return true;
         }
+        const auto interface = static_cast<uint32_t>(F.keys.interface.numberOf(&record));
+        const auto queue = static_cast<uint32_t>(F.keys.queue.numberOf(&record));
+        constexpr bool kHasQueues = F.keys.queue.type != Type::none;
+        key = {kHasQueues ? interface * QOS_TLM_TRACK_SUB_INDEX_NUM + queue : interface, interface, queue};
         return true;
     }
 
@@ -361,7 +359,7 @@ class Cycle {
         while ((moved = db_root_iterator_next(iterator)) == 0) {
             if (!room.takesAnother()) {
                 // Records without a slot come with every call: when they fill the batch, the pass gets no further.
-                if constexpr (F.keys.slot != nullptr) {
+                if constexpr (F.keys.slot.type != Type::none) {
                     if (count == 0) {
                         QOS_TLM_DiagErr("%s", F.keys.noRoom);
                         break;

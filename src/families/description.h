@@ -8,14 +8,12 @@
 #ifndef SRC_FAMILIES_DESCRIPTION_H
 #define SRC_FAMILIES_DESCRIPTION_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <span>
 #include <string_view>
+#include <type_traits>
 
-#include "nivex_qos/buf_monitor_stat.h"
 #include "nivex_qos/paths.h"
 #include "nivex_qos/tree.h"
 #include "platform/qos_db.h"
@@ -36,152 +34,102 @@ inline constexpr Path kPaths[] = {QOS_TLM_PATHS(QOS_PATH_ROW)};
 
 // --- Fields ------------------------------------------------------------------------------------------------------
 
-constexpr size_t kNameSize = 32;  // of a record's name or slot, with its NUL
-constexpr size_t kTimeSize = QOS_TLM_DATE_TIME_SIZE;
+enum class Type : uint8_t { none, boolean, uint32, uint64, text };
 
-enum class Type : uint8_t { none, boolean, uint32, uint64, name, time };
-
-// A field of a record, or none.
-template <class Record>
+// Where a field lies in a record, and what it holds.
 struct Field {
     Type type = Type::none;
-    union {
-        uint8_t Record::*boolean = nullptr;
-        uint32_t Record::*uint32;
-        uint64_t Record::*uint64;
-        char (Record::*name)[kNameSize];
-        char (Record::*time)[kTimeSize];
-    };
-
-    constexpr Field() {}
-    constexpr Field(uint8_t Record::*field) : type(Type::boolean), boolean(field) {}
-    constexpr Field(uint32_t Record::*field) : type(Type::uint32), uint32(field) {}
-    constexpr Field(uint64_t Record::*field) : type(Type::uint64), uint64(field) {}
-    constexpr Field(char (Record::*field)[kNameSize]) : type(Type::name), name(field) {}
-    constexpr Field(char (Record::*field)[kTimeSize]) : type(Type::time), time(field) {}
-
-    constexpr bool isText() const { return type == Type::name || type == Type::time; }
-    constexpr size_t size() const {
-        constexpr size_t kSizes[] = {0, sizeof(uint8_t), sizeof(uint32_t), sizeof(uint64_t), kNameSize, kTimeSize};
-        return kSizes[static_cast<size_t>(type)];
-    }
+    uint16_t offset = 0;
+    uint16_t size = 0;
 
     // The number in the field; 0 when it holds none.
-    constexpr uint64_t numberOf(const Record& record) const {
+    uint64_t numberOf(const void* record) const {
+        const void* place = textOf(record);
         switch (type) {
             case Type::boolean:
-                return record.*boolean;
+                return *static_cast<const uint8_t*>(place);
             case Type::uint32:
-                return record.*uint32;
+                return *static_cast<const uint32_t*>(place);
             case Type::uint64:
-                return record.*uint64;
+                return *static_cast<const uint64_t*>(place);
             default:
                 return 0;
         }
     }
-    // The text in a field that holds one.
-    constexpr const char* textOf(const Record& record) const {
-        return type == Type::name ? record.*name : record.*time;
-    }
+    const char* textOf(const void* record) const { return static_cast<const char*>(record) + offset; }
 
-    // Where two fields of one type lie in a record: below 0, 0, above 0 as left comes before right.
-    friend constexpr int order(const Field& left, const Field& right) {
-        const Record record = {};
-        const auto compare = [&](auto first, auto second) {
-            return &(record.*first) < &(record.*second) ? -1 : &(record.*first) == &(record.*second) ? 0 : 1;
-        };
-        switch (left.type) {
-            case Type::boolean:
-                return compare(left.boolean, right.boolean);
-            case Type::uint32:
-                return compare(left.uint32, right.uint32);
-            case Type::uint64:
-                return compare(left.uint64, right.uint64);
-            case Type::name:
-                return compare(left.name, right.name);
-            default:
-                return compare(left.time, right.time);
-        }
-    }
+    friend constexpr bool operator==(const Field&, const Field&) = default;
 };
+
+template <class Value>
+constexpr Type kTypeOf = std::is_array_v<Value>              ? Type::text
+                         : sizeof(Value) == sizeof(uint64_t) ? Type::uint64
+                         : sizeof(Value) == sizeof(uint32_t) ? Type::uint32
+                                                             : Type::boolean;
+
+// A field of the family's Record.
+#define QOS_FIELD(member) \
+    { qos::kTypeOf<decltype(Record::member)>, offsetof(Record, member), sizeof(Record::member) }
 
 // --- Columns: how a record is read -------------------------------------------------------------------------------
 
 // An accessor and the field that it fills. A text belongs to the database and is copied when every accessor has
 // succeeded.
-template <class Record>
 struct Column {
-    Field<Record> field;
+    Field field;
     union {
         uint32_t (*getByte)(void* object, uint8_t* value);
         uint32_t (*getUint32)(void* object, uint32_t* value);
         uint32_t (*getUint64)(void* object, uint64_t* value);
         uint32_t (*getText)(void* object, const char** value);
     };
+    Type type;  // of what the accessor gives
 
-    constexpr Column(uint8_t Record::*member, uint32_t (*get)(void*, uint8_t*)) : field(member), getByte(get) {}
-    constexpr Column(uint32_t Record::*member, uint32_t (*get)(void*, uint32_t*)) : field(member), getUint32(get) {}
-    constexpr Column(uint64_t Record::*member, uint32_t (*get)(void*, uint64_t*)) : field(member), getUint64(get) {}
-    constexpr Column(char (Record::*member)[kNameSize], uint32_t (*get)(void*, const char**))
-        : field(member), getText(get) {}
+    constexpr Column(Field filled, uint32_t (*get)(void*, uint8_t*))
+        : field(filled), getByte(get), type(Type::boolean) {}
+    constexpr Column(Field filled, uint32_t (*get)(void*, uint32_t*))
+        : field(filled), getUint32(get), type(Type::uint32) {}
+    constexpr Column(Field filled, uint32_t (*get)(void*, uint64_t*))
+        : field(filled), getUint64(get), type(Type::uint64) {}
+    constexpr Column(Field filled, uint32_t (*get)(void*, const char**))
+        : field(filled), getText(get), type(Type::text) {}
 
-    uint32_t read(void* object, Record& record, const char*& text) const {
-        switch (field.type) {
+    uint32_t read(void* object, void* record, const char*& text) const {
+        void* place = static_cast<char*>(record) + field.offset;
+        switch (type) {
             case Type::boolean:
-                return getByte(object, &(record.*(field.boolean)));
+                return getByte(object, static_cast<uint8_t*>(place));
             case Type::uint32:
-                return getUint32(object, &(record.*(field.uint32)));
+                return getUint32(object, static_cast<uint32_t*>(place));
             case Type::uint64:
-                return getUint64(object, &(record.*(field.uint64)));
+                return getUint64(object, static_cast<uint64_t*>(place));
             default:
                 return getText(object, &text);
         }
     }
 };
 
-// The row of a column of platform/qos_db_tables.h, whose field has the same name in Columns: the record itself, or a
-// struct derived from it that knows fields by other names.
-#define QOS_COLUMN(table, column, kind, role) {qos::member(&Columns::column), db_get_qos_tlm_##table##_##column},
-
-template <class Record, class Value>
-constexpr auto member(Value Record::*field) {
-    return field;
-}
-template <class Record, class Value>
-constexpr auto member(Value Record::*const* otherName) {
-    return *otherName;
-}
-
-// The fields of the columns from one on.
-template <size_t First, class Record, size_t Count>
-constexpr auto fieldsFrom(const Column<Record> (&columns)[Count]) {
-    std::array<Field<Record>, Count - First> fields;
-    for (size_t i = 0; i < fields.size(); ++i) {
-        fields[i] = columns[First + i].field;
-    }
-    return fields;
-}
+// A column of platform/qos_db_tables.h and the field of its name; or the field that "renamed" has by that name.
+#define QOS_COLUMN(table, column, kind, role) {QOS_FIELD(column), db_get_qos_tlm_##table##_##column},
+#define QOS_RENAMED_COLUMN(table, column, kind, role) {renamed::column, db_get_qos_tlm_##table##_##column},
 
 // --- Leaves: how a record is sent, and what a threshold compares -------------------------------------------------
 
 // A threshold that names the leaf compares the number in its field. A text has none: it compares another field, or 0.
-template <class Record>
 struct Leaf {
     const char* name;
     uint32_t number;
-    Field<Record> field;
-    Field<Record> compared = {};  // none: its own
+    Field field;
+    Field compared = field;
 
-    const Field<Record>& comparedField() const { return compared.type == Type::none ? field : compared; }
-
-    uint32_t add(QosTlmNode* entry, const Record& record) const {
+    uint32_t add(QosTlmNode* entry, const void* record) const {
         switch (field.type) {
             case Type::boolean:
-                return QOS_TLM_AddChildBool(entry, name, record.*(field.boolean), number);
+                return QOS_TLM_AddChildBool(entry, name, static_cast<uint32_t>(field.numberOf(record)), number);
             case Type::uint32:
-                return QOS_TLM_AddChildUint32(entry, name, record.*(field.uint32), number);
+                return QOS_TLM_AddChildUint32(entry, name, static_cast<uint32_t>(field.numberOf(record)), number);
             case Type::uint64:
-                return QOS_TLM_AddChildUint64(entry, name, record.*(field.uint64), number);
+                return QOS_TLM_AddChildUint64(entry, name, field.numberOf(record), number);
             default:
                 return QOS_TLM_AddChildString(entry, name, field.textOf(record), number);
         }
@@ -197,11 +145,10 @@ enum class Match : uint8_t {
     serviceClass,  // the name of a queue's service class
 };
 
-template <class Record>
 struct Condition {
     const char* name;
     Match match;
-    Field<Record> field;
+    Field field;
     const char* noNumber = nullptr;  // the message about a value that is no number
 };
 
@@ -217,11 +164,10 @@ struct Key {
 enum class KeyUse : uint8_t { sentTest, count, change, period };
 
 // An interface, or a queue of one, or a slot given as text, which need not be one.
-template <class Record>
 struct Keys {
-    uint32_t Record::*interface = nullptr;
-    uint32_t Record::*queue = nullptr;  // 0 to 7 with interface indexes below 2^29: the sent key is then unique
-    char (Record::*slot)[kNameSize] = nullptr;
+    Field interface = {};
+    Field queue = {};  // 0 to 7 with interface indexes below 2^29: the sent key is then unique
+    Field slot = {};
     const char* noSlot[4] = {};    // by KeyUse
     const char* noRoom = nullptr;  // when records without a slot fill the payload
 };
@@ -285,12 +231,12 @@ struct Family {
     uint32_t* passIsOpen;  // the family's QueryToEnd flag: 1 when the last call stopped before the end of its table
     Table table;
     uint32_t containerNumber;
-    uint32_t listNumber = 1;                  // of the list in JSON; an entry has number 1
-    std::span<const Column<R>> columns = {};  // in the order of reading
-    std::span<const Leaf<R>> leaves;
-    std::span<const Condition<R>> conditions;
-    Keys<R> keys;
-    std::span<const Field<R>> digest = {};      // what makes a record a changed one, in this order
+    uint32_t listNumber = 1;               // of the list in JSON; an entry has number 1
+    std::span<const Column> columns = {};  // in the order of reading
+    std::span<const Leaf> leaves;
+    std::span<const Condition> conditions;
+    Keys keys;
+    std::span<const Field> digest = {};         // what makes a record a changed one, in this order
     bool (*admits)(const R& record) = nullptr;  // a test before all others
     bool jsonEndsByPayload = false;             // whatever the host's batch policy
     Messages messages;
@@ -299,31 +245,26 @@ struct Family {
 
 // --- What must hold of a description -----------------------------------------------------------------------------
 
-// The columns fill the fields one after the other and leave nothing of the record but padding.
+// The columns are those of the table in their order and fill fields of their types one after the other, which leaves
+// nothing of the record but padding.
 template <class Record>
-constexpr bool fillRecord(std::span<const Column<Record>> columns) {
+constexpr bool fillRecord(std::span<const Column> columns) {
     size_t end = 0;
-    for (size_t i = 0; i < columns.size(); ++i) {
-        const Field<Record>& field = columns[i].field;
-        for (size_t other = 0; other < i; ++other) {
-            if (columns[other].field.type == field.type && order(columns[other].field, field) >= 0) {
-                return false;
-            }
+    for (const Column& column : columns) {
+        const size_t alignment = column.type == Type::text ? 1 : column.field.size;
+        if (column.field.type != column.type || column.field.offset != (end + alignment - 1) / alignment * alignment) {
+            return false;
         }
-        const size_t alignment = field.isText() ? 1 : field.size();
-        end = (end + alignment - 1) / alignment * alignment + field.size();
+        end = column.field.offset + column.field.size;
     }
-    return (end + alignof(Record) - 1) / alignof(Record) * alignof(Record) == sizeof(Record);
+    return sizeof(Record) - end < alignof(Record);
 }
 
-template <class Record>
-constexpr bool areDistinct(std::span<const Leaf<Record>> leaves) {
-    for (size_t i = 0; i < leaves.size(); ++i) {
-        for (size_t other = 0; other < i; ++other) {
-            const Leaf<Record>& left = leaves[other];
-            const Leaf<Record>& right = leaves[i];
-            if (left.number == right.number || std::string_view(left.name) == right.name ||
-                (left.field.type == right.field.type && order(left.field, right.field) == 0)) {
+constexpr bool areDistinct(std::span<const Leaf> leaves) {
+    for (const Leaf& leaf : leaves) {
+        for (const Leaf* other = leaves.data(); other != &leaf; ++other) {
+            if (other->number == leaf.number || std::string_view(other->name) == leaf.name ||
+                other->field == leaf.field) {
                 return false;
             }
         }

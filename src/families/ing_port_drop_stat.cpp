@@ -7,23 +7,28 @@ uint32_t g_qosTlmIngStatQueryToEnd = 0;
 namespace {
 
 using Record = QosTlmIngPortDropStat;
-struct Columns : Record {
-    static constexpr auto dropByts = &Record::dropBytes;
+
+// The fields by the names of their columns.
+namespace renamed {
+constexpr qos::Field ifIndex = QOS_FIELD(ifIndex);
+constexpr qos::Field ifName = QOS_FIELD(ifName);
+constexpr qos::Field dropByts = QOS_FIELD(dropBytes);
+constexpr qos::Field dropPkts = QOS_FIELD(dropPkts);
+}  // namespace renamed
+
+constexpr qos::Column kColumns[] = {QOS_DB_COLUMNS_ING_PORT_DROP_STAT(QOS_RENAMED_COLUMN, ing_port_drop_stat)};
+
+constexpr qos::Leaf kLeaves[] = {
+    {"interface-name", 1, QOS_FIELD(ifName), QOS_FIELD(ifIndex)},
+    {"drop-bytes", 2, QOS_FIELD(dropBytes)},
+    {"drop-packets", 3, QOS_FIELD(dropPkts)},
 };
 
-constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_ING_PORT_DROP_STAT(QOS_COLUMN, ing_port_drop_stat)};
-
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"interface-name", 1, &Record::ifName, &Record::ifIndex},
-    {"drop-bytes", 2, &Record::dropBytes},
-    {"drop-packets", 3, &Record::dropPkts},
+constexpr qos::Condition kConditions[] = {
+    {"interface-name", qos::Match::pattern, QOS_FIELD(ifName)},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"interface-name", qos::Match::pattern, &Record::ifName},
-};
-
-constexpr qos::Field<Record> kDigest[] = {&Record::dropBytes, &Record::dropPkts};
+constexpr qos::Field kDigest[] = {QOS_FIELD(dropBytes), QOS_FIELD(dropPkts)};
 
 constexpr qos::Messages kMessages = [] {
     qos::Messages texts = QOS_TLM_FAMILY_MESSAGES("IngPortDropStat");
@@ -39,7 +44,7 @@ constexpr qos::Family<Record> kFamily = {
     .columns = kColumns,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.interface = &Record::ifIndex},
+    .keys = {.interface = QOS_FIELD(ifIndex)},
     .digest = kDigest,
     .messages = kMessages,
     .steps = {.gpbStartNode = QOS_TLM_GetIngPortDropStatGpbStartNode,

@@ -7,24 +7,23 @@ uint32_t g_qosTlmPortBufStatQueryToEnd = 0;
 namespace {
 
 using Record = QosTlmPortBufStat;
-using Columns = Record;
 
-constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_PORT_BUF_STAT(QOS_COLUMN, port_buf_stat)};
+constexpr qos::Column kColumns[] = {QOS_DB_COLUMNS_PORT_BUF_STAT(QOS_COLUMN, port_buf_stat)};
 
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"slot-id", 1, &Record::slotIdStr},      {"interface-name", 2, &Record::ifName},
-    {"total-buffer", 3, &Record::totalBuff}, {"current-used", 4, &Record::currentUsed},
-    {"remained", 5, &Record::remained},      {"peak-used", 6, &Record::peakUsed},
-    {"average-used", 7, &Record::avgUsed},
+constexpr qos::Leaf kLeaves[] = {
+    {"slot-id", 1, QOS_FIELD(slotIdStr)},      {"interface-name", 2, QOS_FIELD(ifName)},
+    {"total-buffer", 3, QOS_FIELD(totalBuff)}, {"current-used", 4, QOS_FIELD(currentUsed)},
+    {"remained", 5, QOS_FIELD(remained)},      {"peak-used", 6, QOS_FIELD(peakUsed)},
+    {"average-used", 7, QOS_FIELD(avgUsed)},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"slot-id", qos::Match::exact, &Record::slotIdStr},
-    {"interface-name", qos::Match::pattern, &Record::ifName},
+constexpr qos::Condition kConditions[] = {
+    {"slot-id", qos::Match::exact, QOS_FIELD(slotIdStr)},
+    {"interface-name", qos::Match::pattern, QOS_FIELD(ifName)},
 };
 
-constexpr qos::Field<Record> kDigest[] = {&Record::totalBuff, &Record::currentUsed, &Record::remained,
-                                          &Record::peakUsed, &Record::avgUsed};
+constexpr qos::Field kDigest[] = {QOS_FIELD(totalBuff), QOS_FIELD(currentUsed), QOS_FIELD(remained),
+                                  QOS_FIELD(peakUsed), QOS_FIELD(avgUsed)};
 
 constexpr qos::Messages kMessages = [] {
     qos::Messages texts = QOS_TLM_FAMILY_MESSAGES("PortBufStat");
@@ -40,7 +39,7 @@ constexpr qos::Family<Record> kFamily = {
     .columns = kColumns,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.interface = &Record::ifIndex},
+    .keys = {.interface = QOS_FIELD(ifIndex)},
     .digest = kDigest,
     .messages = kMessages,
     .steps = {.gpbStartNode = QOS_TLM_GetPortBufStatGpbStartNode,

@@ -7,20 +7,19 @@ uint32_t g_qosTlmPortEcnStatQueryToEnd = 0;
 namespace {
 
 using Record = QosTlmPortEcnStat;
-using Columns = Record;
 
-constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_PORT_ECN_STAT(QOS_COLUMN, port_ecn_stat)};
+constexpr qos::Column kColumns[] = {QOS_DB_COLUMNS_PORT_ECN_STAT(QOS_COLUMN, port_ecn_stat)};
 
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"interface-name", 2, &Record::ifName, &Record::ifIndex},
-    {"packets", 3, &Record::packets},
+constexpr qos::Leaf kLeaves[] = {
+    {"interface-name", 2, QOS_FIELD(ifName), QOS_FIELD(ifIndex)},
+    {"packets", 3, QOS_FIELD(packets)},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"interface-name", qos::Match::pattern, &Record::ifName},
+constexpr qos::Condition kConditions[] = {
+    {"interface-name", qos::Match::pattern, QOS_FIELD(ifName)},
 };
 
-constexpr qos::Field<Record> kDigest[] = {&Record::packets};
+constexpr qos::Field kDigest[] = {QOS_FIELD(packets)};
 
 constexpr qos::Family<Record> kFamily = {
     .index = QOS_TLM_FAMILY_PORT_ECN,
@@ -30,7 +29,7 @@ constexpr qos::Family<Record> kFamily = {
     .columns = kColumns,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.interface = &Record::ifIndex},
+    .keys = {.interface = QOS_FIELD(ifIndex)},
     .digest = kDigest,
     .messages = QOS_TLM_FAMILY_MESSAGES("PortEcnStat"),
     .steps = {.gpbStartNode = QOS_TLM_GetPortEcnStatGpbStartNode,

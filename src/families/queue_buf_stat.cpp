@@ -7,29 +7,28 @@ uint32_t g_qosTlmQueBufStatQueryToEnd = 0;
 namespace {
 
 using Record = QosTlmQueueBufStat;
-using Columns = Record;
 
-constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_QUEUE_BUF_STAT(QOS_COLUMN, queue_buf_stat)};
+constexpr qos::Column kColumns[] = {QOS_DB_COLUMNS_QUEUE_BUF_STAT(QOS_COLUMN, queue_buf_stat)};
 
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"slot-id", 1, &Record::slotIdStr, &Record::slotId},
-    {"interface-name", 2, &Record::ifName, &Record::ifIndex},
-    {"queue-id", 3, &Record::queueId},
-    {"current-used", 4, &Record::curUsed},
-    {"peak-used", 5, &Record::peakUsed},
-    {"average-used", 6, &Record::avgUsed},
-    {"total-buffer", 7, &Record::totalBuf},
+constexpr qos::Leaf kLeaves[] = {
+    {"slot-id", 1, QOS_FIELD(slotIdStr), QOS_FIELD(slotId)},
+    {"interface-name", 2, QOS_FIELD(ifName), QOS_FIELD(ifIndex)},
+    {"queue-id", 3, QOS_FIELD(queueId)},
+    {"current-used", 4, QOS_FIELD(curUsed)},
+    {"peak-used", 5, QOS_FIELD(peakUsed)},
+    {"average-used", 6, QOS_FIELD(avgUsed)},
+    {"total-buffer", 7, QOS_FIELD(totalBuf)},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"slot-id", qos::Match::exact, &Record::slotIdStr},
-    {"interface-name", qos::Match::pattern, &Record::ifName},
-    {"queue-id", qos::Match::number, &Record::queueId,
+constexpr qos::Condition kConditions[] = {
+    {"slot-id", qos::Match::exact, QOS_FIELD(slotIdStr)},
+    {"interface-name", qos::Match::pattern, QOS_FIELD(ifName)},
+    {"queue-id", qos::Match::number, QOS_FIELD(queueId),
      "[Tlm IsConditionQueueBufStat] [queue-id] parse string to num failed."},
 };
 
-constexpr qos::Field<Record> kDigest[] = {&Record::queueId, &Record::curUsed, &Record::peakUsed, &Record::avgUsed,
-                                          &Record::totalBuf};
+constexpr qos::Field kDigest[] = {QOS_FIELD(queueId), QOS_FIELD(curUsed), QOS_FIELD(peakUsed), QOS_FIELD(avgUsed),
+                                  QOS_FIELD(totalBuf)};
 
 constexpr qos::Messages kMessages = [] {
     qos::Messages texts = QOS_TLM_FAMILY_MESSAGES("QueueBufStat");
@@ -45,7 +44,7 @@ constexpr qos::Family<Record> kFamily = {
     .columns = kColumns,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.interface = &Record::ifIndex, .queue = &Record::queueId},
+    .keys = {.interface = QOS_FIELD(ifIndex), .queue = QOS_FIELD(queueId)},
     .digest = kDigest,
     .messages = kMessages,
     .steps = {.gpbStartNode = QOS_TLM_GetQueueBufStatGpbStartNode,

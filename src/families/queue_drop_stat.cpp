@@ -7,28 +7,31 @@ uint32_t g_qosTlmQueDropStatQueryToEnd = 0;
 namespace {
 
 using Record = QosTlmQueueDropStat;
-using Columns = Record;
 
-constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_QUEUE_DROP_STAT(QOS_COLUMN, queue_drop_stat)};
+constexpr qos::Column kColumns[] = {QOS_DB_COLUMNS_QUEUE_DROP_STAT(QOS_COLUMN, queue_drop_stat)};
 
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"interface-name", 2, &Record::ifName, &Record::ifIndex}, {"queue0-drop-bytes", 3, &Record::queue0DropByts},
-    {"queue0-drop-packets", 4, &Record::queue0DropPkts},      {"queue1-drop-bytes", 5, &Record::queue1DropByts},
-    {"queue1-drop-packets", 6, &Record::queue1DropPkts},      {"queue2-drop-bytes", 7, &Record::queue2DropByts},
-    {"queue2-drop-packets", 8, &Record::queue2DropPkts},      {"queue3-drop-bytes", 9, &Record::queue3DropByts},
-    {"queue3-drop-packets", 10, &Record::queue3DropPkts},     {"queue4-drop-bytes", 11, &Record::queue4DropByts},
-    {"queue4-drop-packets", 12, &Record::queue4DropPkts},     {"queue5-drop-bytes", 13, &Record::queue5DropByts},
-    {"queue5-drop-packets", 14, &Record::queue5DropPkts},     {"queue6-drop-bytes", 15, &Record::queue6DropByts},
-    {"queue6-drop-packets", 16, &Record::queue6DropPkts},     {"queue7-drop-bytes", 17, &Record::queue7DropByts},
-    {"queue7-drop-packets", 18, &Record::queue7DropPkts},
+constexpr qos::Leaf kLeaves[] = {
+    {"interface-name", 2, QOS_FIELD(ifName), QOS_FIELD(ifIndex)}, {"queue0-drop-bytes", 3, QOS_FIELD(queue0DropByts)},
+    {"queue0-drop-packets", 4, QOS_FIELD(queue0DropPkts)},        {"queue1-drop-bytes", 5, QOS_FIELD(queue1DropByts)},
+    {"queue1-drop-packets", 6, QOS_FIELD(queue1DropPkts)},        {"queue2-drop-bytes", 7, QOS_FIELD(queue2DropByts)},
+    {"queue2-drop-packets", 8, QOS_FIELD(queue2DropPkts)},        {"queue3-drop-bytes", 9, QOS_FIELD(queue3DropByts)},
+    {"queue3-drop-packets", 10, QOS_FIELD(queue3DropPkts)},       {"queue4-drop-bytes", 11, QOS_FIELD(queue4DropByts)},
+    {"queue4-drop-packets", 12, QOS_FIELD(queue4DropPkts)},       {"queue5-drop-bytes", 13, QOS_FIELD(queue5DropByts)},
+    {"queue5-drop-packets", 14, QOS_FIELD(queue5DropPkts)},       {"queue6-drop-bytes", 15, QOS_FIELD(queue6DropByts)},
+    {"queue6-drop-packets", 16, QOS_FIELD(queue6DropPkts)},       {"queue7-drop-bytes", 17, QOS_FIELD(queue7DropByts)},
+    {"queue7-drop-packets", 18, QOS_FIELD(queue7DropPkts)},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"interface-name", qos::Match::pattern, &Record::ifName},
+constexpr qos::Condition kConditions[] = {
+    {"interface-name", qos::Match::pattern, QOS_FIELD(ifName)},
 };
 
-// All counters.
-constexpr auto kDigest = qos::fieldsFrom<2>(kColumns);
+constexpr qos::Field kDigest[] = {
+    QOS_FIELD(queue0DropByts), QOS_FIELD(queue0DropPkts), QOS_FIELD(queue1DropByts), QOS_FIELD(queue1DropPkts),
+    QOS_FIELD(queue2DropByts), QOS_FIELD(queue2DropPkts), QOS_FIELD(queue3DropByts), QOS_FIELD(queue3DropPkts),
+    QOS_FIELD(queue4DropByts), QOS_FIELD(queue4DropPkts), QOS_FIELD(queue5DropByts), QOS_FIELD(queue5DropPkts),
+    QOS_FIELD(queue6DropByts), QOS_FIELD(queue6DropPkts), QOS_FIELD(queue7DropByts), QOS_FIELD(queue7DropPkts),
+};
 
 constexpr qos::Family<Record> kFamily = {
     .index = QOS_TLM_FAMILY_QUEUE_DROP,
@@ -38,7 +41,7 @@ constexpr qos::Family<Record> kFamily = {
     .columns = kColumns,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.interface = &Record::ifIndex},
+    .keys = {.interface = QOS_FIELD(ifIndex)},
     .digest = kDigest,
     .messages = QOS_TLM_FAMILY_MESSAGES("QueueDropStat"),
     .steps = {.gpbStartNode = QOS_TLM_GetQueueDropStatGpbStartNode,

@@ -7,31 +7,30 @@ uint32_t g_qosTlmQueStatQueryToEnd = 0;
 namespace {
 
 using Record = QosTlmQueueStat;
-using Columns = Record;
 
-constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_QUEUE_STAT(QOS_COLUMN, queue_stat)};
+constexpr qos::Column kColumns[] = {QOS_DB_COLUMNS_QUEUE_STAT(QOS_COLUMN, queue_stat)};
 
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"interface-name", 1, &Record::ifName, &Record::ifIndex},
-    {"service-class", 2, &Record::queueId},
-    {"pass-packets", 3, &Record::passPackets},
-    {"pass-bytes", 4, &Record::passBytes},
-    {"pass-packet-rate", 5, &Record::passPktRate},
-    {"pass-byte-rate", 6, &Record::passBytRate},
-    {"discard-packets", 7, &Record::dropPackets},
-    {"discard-bytes", 8, &Record::dropBytes},
-    {"discard-packet-rate", 9, &Record::dropPktRate},
-    {"discard-byte-rate", 10, &Record::dropBytRate},
+constexpr qos::Leaf kLeaves[] = {
+    {"interface-name", 1, QOS_FIELD(ifName), QOS_FIELD(ifIndex)},
+    {"service-class", 2, QOS_FIELD(queueId)},
+    {"pass-packets", 3, QOS_FIELD(passPackets)},
+    {"pass-bytes", 4, QOS_FIELD(passBytes)},
+    {"pass-packet-rate", 5, QOS_FIELD(passPktRate)},
+    {"pass-byte-rate", 6, QOS_FIELD(passBytRate)},
+    {"discard-packets", 7, QOS_FIELD(dropPackets)},
+    {"discard-bytes", 8, QOS_FIELD(dropBytes)},
+    {"discard-packet-rate", 9, QOS_FIELD(dropPktRate)},
+    {"discard-byte-rate", 10, QOS_FIELD(dropBytRate)},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"interface-name", qos::Match::pattern, &Record::ifName},
-    {"service-class", qos::Match::serviceClass, &Record::queueId},
+constexpr qos::Condition kConditions[] = {
+    {"interface-name", qos::Match::pattern, QOS_FIELD(ifName)},
+    {"service-class", qos::Match::serviceClass, QOS_FIELD(queueId)},
 };
 
 // Rates follow from the counters: they do not make a record a changed one.
-constexpr qos::Field<Record> kDigest[] = {&Record::queueId, &Record::passPackets, &Record::passBytes,
-                                          &Record::dropPackets, &Record::dropBytes};
+constexpr qos::Field kDigest[] = {QOS_FIELD(queueId), QOS_FIELD(passPackets), QOS_FIELD(passBytes),
+                                  QOS_FIELD(dropPackets), QOS_FIELD(dropBytes)};
 
 constexpr qos::Family<Record> kFamily = {
     .index = QOS_TLM_FAMILY_QUEUE,
@@ -41,7 +40,7 @@ constexpr qos::Family<Record> kFamily = {
     .columns = kColumns,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.interface = &Record::ifIndex, .queue = &Record::queueId},
+    .keys = {.interface = QOS_FIELD(ifIndex), .queue = QOS_FIELD(queueId)},
     .digest = kDigest,
     .messages = QOS_TLM_FAMILY_MESSAGES("QueueStat"),
     .steps = {.gpbStartNode = QOS_TLM_GetQueueStatGpbStartNode,

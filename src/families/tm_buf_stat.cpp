@@ -7,22 +7,21 @@ uint32_t g_qosTlmTmBufStatQueryToEnd = 0;
 namespace {
 
 using Record = QosTlmTmBufStat;
-using Columns = Record;
 
-constexpr qos::Column<Record> kColumns[] = {QOS_DB_COLUMNS_TM_CHIP_BUF_STAT(QOS_COLUMN, tm_chip_buf_stat)};
+constexpr qos::Column kColumns[] = {QOS_DB_COLUMNS_TM_CHIP_BUF_STAT(QOS_COLUMN, tm_chip_buf_stat)};
 
-constexpr qos::Leaf<Record> kLeaves[] = {
-    {"slot-id", 1, &Record::slotId},
-    {"total-buffer", 2, &Record::totalBuf},
-    {"used-buffer", 3, &Record::usedBuf},
-    {"used-percentage", 4, &Record::usedPct},
+constexpr qos::Leaf kLeaves[] = {
+    {"slot-id", 1, QOS_FIELD(slotId)},
+    {"total-buffer", 2, QOS_FIELD(totalBuf)},
+    {"used-buffer", 3, QOS_FIELD(usedBuf)},
+    {"used-percentage", 4, QOS_FIELD(usedPct)},
 };
 
-constexpr qos::Condition<Record> kConditions[] = {
-    {"slot-id", qos::Match::exact, &Record::slotId},
+constexpr qos::Condition kConditions[] = {
+    {"slot-id", qos::Match::exact, QOS_FIELD(slotId)},
 };
 
-constexpr qos::Field<Record> kDigest[] = {&Record::totalBuf, &Record::usedBuf, &Record::usedPct};
+constexpr qos::Field kDigest[] = {QOS_FIELD(totalBuf), QOS_FIELD(usedBuf), QOS_FIELD(usedPct)};
 
 constexpr qos::Family<Record> kFamily = {
     .index = QOS_TLM_FAMILY_TM_BUF,
@@ -32,7 +31,7 @@ constexpr qos::Family<Record> kFamily = {
     .columns = kColumns,
     .leaves = kLeaves,
     .conditions = kConditions,
-    .keys = {.slot = &Record::slotId,
+    .keys = {.slot = QOS_FIELD(slotId),
              .noSlot = {"[Tlm IsSentTmBufStat] parse string slot to num slot failed.",
                         "[Tlm IsTmBufStatRecordCntOver] parse string slot to num slot failed.",
                         "[Tlm IsRedundantTmBufStat] parse string slot to num slot failed.",

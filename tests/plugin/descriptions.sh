@@ -25,7 +25,7 @@ attempt() {
 columns() { # COLUMN...
     local rows='' column
     for column in "$@"; do
-        rows+="QOS_COLUMN($table, $column, , ) "
+        rows+="QOS_RENAMED_COLUMN($table, $column, , ) "
     done
     echo "s/QOS_DB_COLUMNS_ING_PORT_DROP_STAT(.*)}/$rows}/"
 }
@@ -37,12 +37,11 @@ attempt 'columns by hand' '' "$(columns ifIndex ifName dropByts dropPkts)"
 attempt 'a column that is forgotten' "$wrong" "$(columns ifIndex ifName dropByts)"
 attempt 'a column that stands twice' "$wrong" "$(columns ifIndex ifName dropByts dropByts dropPkts)"
 attempt 'columns in another order' "$wrong" "$(columns ifIndex ifName dropPkts dropByts)"
-attempt "another column's field" "$wrong" 's/dropByts = &Record::dropBytes/dropByts = \&Record::dropPkts/'
+attempt "another column's field" "$wrong" 's/dropByts = QOS_FIELD(dropBytes)/dropByts = QOS_FIELD(dropPkts)/'
 attempt "another column's field for each" "$wrong" \
-    's/\(dropByts = &Record::\)dropBytes;/\1dropPkts; static constexpr auto dropPkts = \&Record::dropBytes;/'
-attempt 'an accessor of another type' 'conver\|no matching' \
-    "s/QOS_DB_COLUMNS_ING.*)}/{\&Record::ifIndex, db_get_qos_tlm_${table}_dropPkts}}/"
+    's/QOS_FIELD(dropBytes);/QOS_FIELD(swap);/; s/QOS_FIELD(dropPkts);/QOS_FIELD(dropBytes);/; s/(swap)/(dropPkts)/'
+attempt 'an accessor of another type' "$wrong" "s/QOS_DB_COLUMNS.*)}/{QOS_FIELD(ifIndex), db_get_qos_tlm_${table}_dropPkts}}/"
 attempt "a leaf's number that stands twice" "$doubled" 's/"drop-packets", 3/"drop-packets", 2/'
 attempt "a leaf's name that stands twice" "$doubled" 's/"drop-packets", 3/"drop-bytes", 3/'
-attempt "a leaf's field that stands twice" "$doubled" 's/3, &Record::dropPkts/3, \&Record::dropBytes/'
+attempt "a leaf's field that stands twice" "$doubled" 's/3, QOS_FIELD(dropPkts)/3, QOS_FIELD(dropBytes)/'
 exit $status
