@@ -8,6 +8,7 @@
 #ifndef SRC_FAMILIES_CYCLE_H
 #define SRC_FAMILIES_CYCLE_H
 
+#include <algorithm>
 #include <type_traits>
 #include <utility>
 
@@ -153,10 +154,10 @@ class Cycle {
         if (object == nullptr || record == nullptr) {
             return 1;
         }
-        const char* texts[F.columns.size()] = {};
+        const char* texts[textsBefore(F.columns.size())] = {};
         // Every accessor is called, also after one has failed.
         uint32_t sum = 0;
-        each<F.columns.size()>([&](auto i) { sum += F.columns[i].read(object, record, texts[i]); });
+        each<F.columns.size()>([&](auto i) { sum += F.columns[i].read(object, record, texts + textsBefore(i)); });
         if (sum != 0) {
             return fail(F.messages.readField, sum);
         }
@@ -164,7 +165,7 @@ class Cycle {
         each<F.columns.size()>([&](auto i) {
             constexpr Field field = F.columns[i].field;
             if (field.type == Type::text && copied == 0) {
-                copied = strcpy_s(reinterpret_cast<char*>(record) + field.offset, field.size, texts[i]);
+                copied = strcpy_s(reinterpret_cast<char*>(record) + field.offset, field.size, texts[textsBefore(i)]);
             }
         });
         return copied == 0 ? 0 : fail(F.messages.copyText, static_cast<uint32_t>(copied));
@@ -286,6 +287,13 @@ class Cycle {
     static constexpr Node kContainerNode = {kPath.container, F.containerNumber};
     static constexpr Node kListNode = {kPath.list, F.listNumber};
 
+    // The texts that are read before a column.
+    static constexpr size_t textsBefore(size_t column) {
+        const auto end = F.columns.begin() + static_cast<ptrdiff_t>(column);
+        return static_cast<size_t>(
+            std::count_if(F.columns.begin(), end, [](const Column& each) { return each.type == Type::text; }));
+    }
+
     template <size_t Count, class Body>
     [[gnu::always_inline]] static void each(Body body) {
         [&]<size_t... I>(std::index_sequence<I...>) {
@@ -300,7 +308,9 @@ class Cycle {
         return named != nullptr ? named : here;
     }
 
-    static uint32_t checkUnsent(const Record* record, const QosTlmQueryParam* request, uint32_t* thresholdValue) {
+    // A function of its own, so that the many records that a long pass has sent already do not pay for its frame.
+    [[gnu::noinline]] static uint32_t checkUnsent(const Record* record, const QosTlmQueryParam* request,
+                                                  uint32_t* thresholdValue) {
         if (either(F.steps.isCondition, isCondition)(record, request) == 0) {
             return 0;
         }

@@ -94,7 +94,7 @@ struct Column {
     constexpr Column(Field filled, uint32_t (*get)(void*, const char**))
         : field(filled), getText(get), type(Type::text) {}
 
-    uint32_t read(void* object, void* record, const char*& text) const {
+    uint32_t read(void* object, void* record, const char** text) const {
         void* place = static_cast<char*>(record) + field.offset;
         switch (type) {
             case Type::boolean:
@@ -104,7 +104,7 @@ struct Column {
             case Type::uint64:
                 return getUint64(object, static_cast<uint64_t*>(place));
             default:
-                return getText(object, &text);
+                return getText(object, text);
         }
     }
 };
