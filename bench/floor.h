@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "bench/tables.h"
+#include "nivex_qos/tracking.h"
 #include "nivex_qos/tree.h"
 #include "platform/bounded.h"
 #include "platform/host_framework.h"
@@ -32,9 +33,6 @@ struct Numbers {
 
 inline constexpr uint32_t kGlobalQuery = 5;
 inline constexpr uint32_t kEntry = 1;
-inline constexpr size_t kSentKeySize = 56; /* of every 63 keys the first has the run of them */
-inline constexpr size_t kSentRunSize = 320;
-inline constexpr size_t kSentRunLength = 63;
 inline constexpr size_t kNameSize = 32;
 
 /* A sample buffer, obtained and zeroed as the plug-in does; upload() gives it back as well. */
@@ -197,7 +195,7 @@ class Floor {
                 row.nameCopy = copy;
                 row.size += delimited(field, row.nameLen);
             });
-        take(sent_, sent_.size() % kSentRunLength == 0 ? kSentRunSize : kSentKeySize);
+        take(sent_, sizeof(QosTlmHashNode));
         entriesSize_ += delimited(kEntry, row.size);
     }
 

@@ -41,7 +41,8 @@ QOS_TLM_API extern QosTlmStatTimeSlot g_qosTlmStatTime[QOS_TLM_TRACK_SLOT_NUM];
 /*
  * The sent keys of a family's current pass. Insert takes one block of the host's allocator (a failure is logged and the
  * key not recorded) and does not look for the key first; find answers 1 or 0; release frees them all. A familyIndex
- * above 8 is never found and changes nothing.
+ * above 8 is never found and changes nothing. Whoever changes the chains as well may put nodes, blocks of the host's
+ * allocator, at their heads and take nodes from there; a change further down may go unseen.
  */
 QOS_TLM_API void QOS_HashInsert(uint32_t familyIndex, uint32_t key);
 QOS_TLM_API uint32_t QOS_HashFind(uint32_t familyIndex, uint32_t key);

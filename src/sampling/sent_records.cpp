@@ -1,4 +1,5 @@
-#include <new>
+#include <cstdlib>
+#include <cstring>
 
 #include "nivex_qos/log.h"
 #include "nivex_qos/tracking.h"
@@ -8,96 +9,84 @@ QosTlmHashNode g_qosTlmHashData[QOS_TLM_FAMILY_NUM][QOS_TLM_HASH_BUCKET_NUM] = {
 
 namespace {
 
-constexpr uint32_t kFanOut = 4;      // children of a trie node, two bits of the hash a level
-constexpr uint32_t kRunLength = 63;  // a run takes 320 bytes
+// A pass over n rows asks for each sent key in each of its calls, which chains alone make cubic. So the keys of the
+// chains that were asked for also stand in a tree of their bits: no keys make it deep, and neighbours, as the keys of a
+// table's rows are, share a leaf.
+//
+// The chains are everybody's to see, and so to change. Before a chain is asked for, the index takes in what was put
+// before the node that was its head the last time. Where that node is gone, or memory runs out, the index is dropped
+// and the chain walked.
 
-// A pass over n rows asks for a sent key n times in each call, and chains alone would make it cubic; so there are two
-// faster ways to a key. A table is walked in the same order in every call, so the key asked for is nearly always the
-// one sent after the last one found: the keys stand in that order in runs, close together wherever their blocks lie.
-// When rows came, went or moved in between, a trie of the keys' hashes answers; a pass of a single call makes none.
+using Node = uint32_t[64];  // the numbers of its children, 0 for none; of a leaf a bit for each of 2048 keys
 
-struct Run;
+constexpr int kRootShift = 29;  // the root has the highest three bits of a key, each level below it six,
+constexpr int kLeafShift = 11;  // down to the leaves
+constexpr uint32_t kLevels = 4;
 
-// A chain node.
-struct SentKey {
-    QosTlmHashNode node;
-    Run* run;  // that it is part of
-    SentKey* children[kFanOut];
+struct Index {
+    Node* nodes;    // one that is empty and stands for all that are missing, the root, the others as they were made
+    size_t room;    // in nodes
+    uint32_t made;  // without the first two
+    const QosTlmHashNode* heads[QOS_TLM_HASH_BUCKET_NUM];  // of the chains, as they were when last asked for
 };
 
-// Keys sent one after the other. Lives in the block of the first of them.
-struct Run {
-    SentKey first;
-    Run* next;
-    uint32_t count;
-    uint32_t keys[kRunLength];
-};
+Index indexes[QOS_TLM_FAMILY_NUM];
 
-struct SentKeys {
-    Run* first;
-    Run* last;
-    SentKey* root;      // of the trie
-    Run* expectedRun;   // the key that should be asked for next: its run, or null for the first key of all,
-    uint32_t expected;  // and its place there
-    bool indexed;       // the keys are in the trie
-};
-
-SentKeys sentKeys[QOS_TLM_FAMILY_NUM];
-
-// Where a key stands in the trie, or would. The hash maps keys one to one, so a path has at most 17 nodes.
-SentKey** placeOf(SentKeys& sent, uint32_t key) {
-    SentKey** place = &sent.root;
-    for (uint32_t hash = key * 0x9E3779B1U; *place != nullptr && (*place)->node.key != key; hash <<= 2) {
-        place = &(*place)->children[hash >> 30];
-    }
-    return place;
+void drop(Index& index) {
+    free(index.nodes);
+    index = {};
 }
 
-void index(SentKeys& sent, SentKey* key) {
-    if (SentKey** place = placeOf(sent, key->node.key); *place == nullptr) {
-        *place = key;
+bool reserveKey(Index& index) {
+    if (2 + index.made + kLevels <= index.room) {
+        return true;
     }
-}
-
-// A node of the chains, which hold nothing but sent keys.
-SentKey* sentKeyOf(QosTlmHashNode* node) {
-    return reinterpret_cast<SentKey*>(node);
-}
-
-SentKey* search(SentKeys& sent, const QosTlmHashNode (&buckets)[QOS_TLM_HASH_BUCKET_NUM], uint32_t key) {
-    if (!sent.indexed) {
-        for (const QosTlmHashNode& bucket : buckets) {
-            for (QosTlmHashNode* node = bucket.next; node != nullptr; node = node->next) {
-                index(sent, sentKeyOf(node));
-            }
-        }
-        sent.indexed = true;
-    }
-    return *placeOf(sent, key);
-}
-
-// Whether a key is the one that is expected; if so, the one behind it is expected next.
-bool isExpected(SentKeys& sent, uint32_t key) {
-    if (sent.expectedRun == nullptr || (sent.expected == kRunLength && sent.expectedRun->next != nullptr)) {
-        sent.expectedRun = sent.expectedRun == nullptr ? sent.first : sent.expectedRun->next;
-        sent.expected = 0;
-        if (sent.expectedRun == nullptr) {
-            return false;
-        }
-        __builtin_prefetch(sent.expectedRun->next);
-    }
-    if (sent.expected == sent.expectedRun->count || sent.expectedRun->keys[sent.expected] != key) {
+    const size_t room = 8 + 2 * index.room;
+    auto* nodes = static_cast<Node*>(realloc(index.nodes, room * sizeof(Node)));
+    if (nodes == nullptr) {
         return false;
     }
-    ++sent.expected;
+    memset(nodes + index.room, 0, (room - index.room) * sizeof(Node));
+    index.nodes = nodes;
+    index.room = room;
     return true;
 }
 
-void expectAfter(SentKeys& sent, const SentKey& found) {
-    sent.expectedRun = found.run;
-    sent.expected = 0;
-    while (found.run->keys[sent.expected++] != found.node.key) {
+// There must be room for a key.
+void add(Index& index, uint32_t key) {
+    uint32_t node = 1;
+    for (int shift = kRootShift; shift >= kLeafShift; shift -= 6) {
+        uint32_t& child = index.nodes[node][key >> shift & 63];
+        if (child == 0) {
+            child = 2 + index.made++;
+        }
+        node = child;
     }
+    index.nodes[node][key >> 5 & 63] |= 1U << (key & 31);
+}
+
+bool contains(const Index& index, uint32_t key) {
+    if (index.nodes == nullptr) {
+        return false;
+    }
+    uint32_t node = 1;
+    for (int shift = kRootShift; shift >= kLeafShift; shift -= 6) {
+        node = index.nodes[node][key >> shift & 63];
+    }
+    return (index.nodes[node][key >> 5 & 63] >> (key & 31) & 1) != 0;
+}
+
+// Whether the index now has all keys of a chain, and no others of its bucket; otherwise it is dropped.
+bool update(Index& index, const QosTlmHashNode* chain, const QosTlmHashNode*& head) {
+    for (const QosTlmHashNode* node = chain; node != head; node = node->next) {
+        if (node == nullptr || !reserveKey(index)) {
+            drop(index);
+            return false;
+        }
+        add(index, node->key);
+    }
+    head = chain;
+    return true;
 }
 
 }  // namespace
@@ -106,48 +95,44 @@ void QOS_HashInsert(uint32_t familyIndex, uint32_t key) {
     if (familyIndex >= QOS_TLM_FAMILY_NUM) {
         return;
     }
-    SentKeys& sent = sentKeys[familyIndex];
-    const bool startsRun = sent.last == nullptr || sent.last->count == kRunLength;
-    void* block = NIVEX_AllocBuff(startsRun ? sizeof(Run) : sizeof(SentKey));
-    if (block == nullptr) {
+    auto* node = static_cast<QosTlmHashNode*>(NIVEX_AllocBuff(sizeof(QosTlmHashNode)));
+    if (node == nullptr) {
         QOS_TLM_DiagErr("[Tlm HashInsert] alloc buff failed.");
         return;
     }
-    if (startsRun) {
-        auto* run = new (block) Run{};
-        (sent.last == nullptr ? sent.first : sent.last->next) = run;
-        sent.last = run;
+    const uint32_t bucket = key % QOS_TLM_HASH_BUCKET_NUM;
+    QosTlmHashNode*& chain = g_qosTlmHashData[familyIndex][bucket].next;
+    Index& index = indexes[familyIndex];
+    if (chain == nullptr && index.heads[bucket] != nullptr) {
+        drop(index);  // emptied by others, and this node may lie where the head was
     }
-    QosTlmHashNode& bucket = g_qosTlmHashData[familyIndex][key % QOS_TLM_HASH_BUCKET_NUM];
-    auto* added = new (block) SentKey{{key, bucket.next}, sent.last, {}};
-    bucket.next = &added->node;
-    sent.last->keys[sent.last->count++] = key;
-    if (sent.indexed) {
-        index(sent, added);
-    }
+    memset(node, 0, sizeof *node);
+    node->key = key;
+    node->next = chain;
+    chain = node;
 }
 
 uint32_t QOS_HashFind(uint32_t familyIndex, uint32_t key) {
     if (familyIndex >= QOS_TLM_FAMILY_NUM) {
         return 0;
     }
-    SentKeys& sent = sentKeys[familyIndex];
-    if (isExpected(sent, key)) {
-        return 1;
+    const uint32_t bucket = key % QOS_TLM_HASH_BUCKET_NUM;
+    const QosTlmHashNode* node = g_qosTlmHashData[familyIndex][bucket].next;
+    Index& index = indexes[familyIndex];
+    if (update(index, node, index.heads[bucket])) {
+        return contains(index, key) ? 1 : 0;
     }
-    const SentKey* found = search(sent, g_qosTlmHashData[familyIndex], key);
-    if (found == nullptr) {
-        return 0;
+    while (node != nullptr && node->key != key) {
+        node = node->next;
     }
-    expectAfter(sent, *found);
-    return 1;
+    return node != nullptr ? 1 : 0;
 }
 
 void QOS_HashRelease(uint32_t familyIndex) {
     if (familyIndex >= QOS_TLM_FAMILY_NUM) {
         return;
     }
-    sentKeys[familyIndex] = {};
+    drop(indexes[familyIndex]);
     for (QosTlmHashNode& bucket : g_qosTlmHashData[familyIndex]) {
         QosTlmHashNode* node = bucket.next;
         while (node != nullptr) {

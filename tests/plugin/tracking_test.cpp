@@ -1,5 +1,9 @@
 // What the plug-in remembers between calls, in random runs against plain models: its fast ways must answer as they do.
+#include <malloc.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <map>
 #include <set>
 
@@ -10,6 +14,22 @@ using fake::platform;
 namespace {
 
 constexpr uint32_t kSeed = 7;
+
+bool memoryRunsOut = false;
+
+}  // namespace
+
+// That of the whole process, the plug-in's index of sent keys included.
+extern "C" void* realloc(void* block, size_t size) noexcept {
+    void* moved = memoryRunsOut ? nullptr : malloc(size);
+    if (block != nullptr && moved != nullptr) {
+        memcpy(moved, block, std::min(size, malloc_usable_size(block)));
+        free(block);
+    }
+    return moved;
+}
+
+namespace {
 
 class TrackingTest : public StartedPluginTest, protected Dice {
   protected:
@@ -50,6 +70,36 @@ struct SentModel {
     }
 };
 
+TEST_F(TrackingTest, SentKeysAreThoseOfTheChainsWhoeverChangesThem) {
+    const auto [insert, find] = std::pair(CALL(QOS_HashInsert), CALL(QOS_HashFind));
+    QosTlmHashNode*& chain = GLOBAL(g_qosTlmHashData)[QOS_TLM_FAMILY_QUEUE][5].next;
+    const auto put = [&](uint32_t key) {
+        chain = new (NIVEX_AllocBuff(sizeof(QosTlmHashNode))) QosTlmHashNode{key, chain};
+    };
+    const auto takeOff = [&] { NIVEX_FreeBuff(std::exchange(chain, chain->next)); };
+    const auto found = [&, find = find] {
+        std::vector<uint32_t> keys{5, 106, 207};
+        std::erase_if(keys, [&](uint32_t key) { return find(QOS_TLM_FAMILY_QUEUE, key) == 0; });
+        return keys;
+    };
+    using Keys = std::vector<uint32_t>;
+    insert(QOS_TLM_FAMILY_QUEUE, 5);
+    EXPECT_EQ(found(), Keys({5}));
+    put(207);
+    put(106);
+    EXPECT_EQ(found(), Keys({5, 106, 207}));
+    takeOff();
+    EXPECT_EQ(found(), Keys({5, 207}));
+    takeOff();
+    takeOff();
+    EXPECT_EQ(found(), Keys());
+    put(5);
+    EXPECT_EQ(found(), Keys({5}));
+    takeOff();
+    insert(QOS_TLM_FAMILY_QUEUE, 106);  // likely in the block of 5
+    EXPECT_EQ(found(), Keys({106}));
+}
+
 TEST_F(TrackingTest, SentKeysAreThoseInserted) {
     struct Table {
         std::vector<uint32_t> rows;
@@ -59,8 +109,8 @@ TEST_F(TrackingTest, SentKeysAreThoseInserted) {
         SentModel sent;
     } tables[QOS_TLM_FAMILY_NUM];
     const auto makeKey = [&] {
-        const uint32_t keys[] = {below(2000), below(300) * 101, below(60) * 8 + below(8), below(1ull << 32),
-                                 1 - below(3)};
+        const uint32_t keys[] = {below(2000), below(300) * 101 + (below(8) << 29), below(60) * 8 + below(8),
+                                 below(1ull << 32), 1 - below(3)};
         return keys[below(5)];
     };
     const auto [insert, find] = std::pair(CALL(QOS_HashInsert), CALL(QOS_HashFind));
@@ -84,6 +134,7 @@ TEST_F(TrackingTest, SentKeysAreThoseInserted) {
             position = 0;
             room = 1 + below(64);
             asks = !sent.keys.empty() && below(8) != 0;  // the first call of a pass has nothing to ask for
+            memoryRunsOut = below(4) == 0;
             platform.calls.clear();
             platform.allocSizes.clear();
         }
@@ -106,6 +157,7 @@ TEST_F(TrackingTest, SentKeysAreThoseInserted) {
             --room;
         }
     }
+    memoryRunsOut = false;
     insert(QOS_TLM_FAMILY_NUM, 1);
     EXPECT_EQ(find(QOS_TLM_FAMILY_NUM, 1), 0u);
     EXPECT_GT(found, 100'000u);
