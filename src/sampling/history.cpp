@@ -1,5 +1,3 @@
-#include "sampling/history.h"
-
 #include <bit>
 #include <cstring>
 
@@ -120,32 +118,4 @@ uint32_t QOS_TLM_IsOverPeriod(uint32_t key, uint32_t subIndex, uint32_t familyIn
     periods.take(*slot, key);
     started = qos::nowSec();
     return known ? 1 : 0;
-}
-
-qos::TrackingMark::TrackingMark(uint32_t key, uint32_t subIndex, uint32_t familyIndex)
-    : subIndex_(subIndex), familyIndex_(familyIndex) {
-    if (!hasCell(subIndex, familyIndex)) {
-        return;
-    }
-    history_ = history.find(key);
-    if (history_ != nullptr) {
-        historyKey_ = history_->key;
-        digest_ = history_->digest[subIndex][familyIndex];
-    }
-    period_ = periods.find(key);
-    if (period_ != nullptr) {
-        periodKey_ = period_->key;
-        time_ = period_->time[subIndex][familyIndex];
-    }
-}
-
-void qos::TrackingMark::restore() const {
-    if (history_ != nullptr) {
-        history_->key = historyKey_;
-        history_->digest[subIndex_][familyIndex_] = digest_;
-    }
-    if (period_ != nullptr) {
-        period_->key = periodKey_;
-        period_->time[subIndex_][familyIndex_] = time_;
-    }
 }
