@@ -26,15 +26,11 @@ TEST_F(EncodingFrontTest, PicksTheEncoder) {
     EXPECT_EQ(length, 99u);
     const Block gpb(encode(top.get(), QOS_TLM_ENCODE_GPB, &length));
     EXPECT_EQ(hex(gpb.get(), length), "2A 02 10 03");
+    EXPECT_EQ(CALL(QOS_TLM_EstimatePackageSize)(top.get(), QOS_TLM_ENCODE_GPB), 4u);
     const Block json(encode(top.get(), QOS_TLM_ENCODE_JSON, &length));
     EXPECT_STREQ(static_cast<char*>(json.get()), R"({"global-query":{"n":3}})");
     EXPECT_EQ(length, 24u);
-
-    const auto& table = GLOBAL(g_qosTlmEncodeFunc);
-    EXPECT_EQ(table[0].encode, CALL(QOS_TLM_EncodeProto));
-    EXPECT_EQ(table[0].estimate, CALL(QOS_TLM_EstimatePackageSizeProto));
-    EXPECT_EQ(table[1].encode, CALL(QOS_TLM_EncodeJson));
-    EXPECT_EQ(table[1].estimate, CALL(QOS_TLM_EstimatePackageSizeJson));
+    EXPECT_EQ(CALL(QOS_TLM_EstimatePackageSize)(top.get(), QOS_TLM_ENCODE_JSON), 24u);
 }
 
 TEST_F(EncodingFrontTest, RefusesNodesWithoutNameOrText) {

@@ -8,17 +8,11 @@
 #include "nivex_qos/queue_stat.h"
 #include "platform/qos_db.h"
 #include "plugin/families.h"
+#include "support/untyped_call.h"
 
 using fake::platform;
 
 namespace {
-
-// A step is called by name with an untyped record, as its binary interface allows and the type system does not.
-#if defined(__clang__)
-#define UNTYPED_CALL __attribute__((no_sanitize("function")))
-#else
-#define UNTYPED_CALL
-#endif
 
 enum class By { entryPoint, check, questions };
 
@@ -32,16 +26,11 @@ class ExportedStepsTest : public StartedPluginTest, public testing::WithParamInt
         std::tie(family_, request_.encodeType) = GetParam();
     }
 
-    // An exported step under its name, called with whatever it takes.
+    // A step, called with whatever it takes: a record goes untyped, as the binary interface allows and the type system
+    // does not.
     template <typename... Arguments>
     UNTYPED_CALL uint32_t step(const std::string& before, const std::string& after, Arguments... arguments) const {
-        const bool monitor = family_.isMonitor();
-        const std::string tag = monitor && before == "Get" && after.find("StartNode") != after.npos ? "BufMonitor"
-                                : monitor && after == "RecordCntOver"                               ? "BufMon"
-                                : family_.index == 2 && after == "FieldValue"                       ? "QueBufStat"
-                                : family_.index == 4 && after == "FieldValue"                       ? "QueDropStat"
-                                                                                                    : family_.tag;
-        return pluginSymbolAs<uint32_t (*)(Arguments...)>("QOS_TLM_" + before + tag + after)(arguments...);
+        return pluginSymbolAs<uint32_t (*)(Arguments...)>(stepName(family_, before, after))(arguments...);
     }
 
     bool passes(By by, uint32_t previous, void* record, const QosTlmQueryParam* request, uint32_t* value) const {
@@ -76,8 +65,7 @@ class ExportedStepsTest : public StartedPluginTest, public testing::WithParamInt
         auto* root = reinterpret_cast<QosTlmNode*>(&sample);  // what they held before must not matter
         auto* list = root;
         EXPECT_EQ(step("Get", "Iter", &object, &iterator), 0u);
-        const bool gpb = request.encodeType == QOS_TLM_ENCODE_GPB;
-        EXPECT_EQ(step("Get", gpb ? "GpbStartNode" : "JsonStartNode", &root, &list), 0u);
+        EXPECT_EQ(step("Get", "StartNode", request.encodeType, &root, &list), 0u);
         const uint32_t previous = step("Init", "QueryFlag");
         alignas(8) uint8_t bytes[512];  // a record of any family; nor what this held
         memset(bytes, 0xA5, sizeof bytes);
@@ -158,6 +146,37 @@ TEST_P(ExportedStepsTest, MakeTheSameQuery) {
         EXPECT_EQ(batches(By::check, request), sent);
         EXPECT_EQ(batches(By::questions, request), sent);
     }
+}
+
+TEST_P(ExportedStepsTest, WhatFailsSaysSoAndLeavesNothing) {
+    const Tree list = makeTree("list", 1);
+    alignas(8) uint8_t record[512] = {};  // its slot is no number
+    const auto fail = [&](const std::string& function, uint32_t nth, const std::string& after, auto... arguments) {
+        fake::failCall(function, nth);
+        EXPECT_EQ(step("Get", after, arguments...), 1u);
+        EXPECT_EQ(fake::takeLog().size(), 1u);
+        EXPECT_EQ(fake::liveBlocks(), 1u);
+        EXPECT_EQ(fake::liveObjects(), 0u);
+    };
+    void* object = nullptr;
+    void* iterator = nullptr;
+    fail("db_create_qos_tlm_" + family_.table + "_obj", 1, "Iter", &object, &iterator);
+    fail("db_create_root_iter", 1, "Iter", &object, &iterator);
+    const bool gpb = request_.encodeType == QOS_TLM_ENCODE_GPB;
+    for (uint32_t nth = 1; nth <= (gpb ? 2 : 4); ++nth) {
+        QosTlmNode* root = list.get();
+        QosTlmNode* start = list.get();
+        fail("NIVEX_AllocBuff", nth, gpb ? "GpbStartNode" : "JsonStartNode", &root, &start);
+        EXPECT_EQ(root, nullptr);
+        EXPECT_EQ(start, nullptr);
+    }
+    fail("NIVEX_AllocBuff", 1, "DataNode", list.get(), record);
+    uint32_t count = 0;
+    EXPECT_EQ(step("IsSent", "", 1u, record), 0u);
+    EXPECT_EQ(step("Is", "RecordCntOver", record, &count), 0u);
+    const uint32_t isUnknown = family_.index == QOS_TLM_FAMILY_TM_BUF ? 1 : 0;
+    EXPECT_EQ(count, 1 - isUnknown);
+    EXPECT_EQ(fake::takeLog().size(), 2 * isUnknown);
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, ExportedStepsTest, eachFamilyAndEncoding(), nameOf);

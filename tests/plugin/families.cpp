@@ -121,6 +121,18 @@ const Family& familyOf(uint32_t index) {
     return kFamilies.at(index);
 }
 
+std::string stepName(const Family& family, const std::string& before, const std::string& after) {
+    const bool monitor = family.isMonitor();
+    const std::string tag = monitor && before == "Query" ? "TmBufMonitorStat"
+                            : monitor && before == "Get" && (after == "GpbStartNode" || after == "JsonStartNode")
+                                ? "BufMonitor"
+                            : monitor && after == "RecordCntOver"                                ? "BufMon"
+                            : family.index == QOS_TLM_FAMILY_QUEUE_BUF && after == "FieldValue"  ? "QueBufStat"
+                            : family.index == QOS_TLM_FAMILY_QUEUE_DROP && after == "FieldValue" ? "QueDropStat"
+                                                                                                 : family.tag;
+    return "QOS_TLM_" + before + tag + after;
+}
+
 std::string Family::columnMessage(const std::string& column, uint32_t sum) const {
     if (columnMessages.empty()) {
         return "[Tlm Read" + tag + "Field] get field error, ret=" + std::to_string(sum) + ".";

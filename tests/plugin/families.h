@@ -63,6 +63,9 @@ inline void PrintTo(const Family& family, std::ostream* out) {
 extern const std::vector<Family> kFamilies;
 const Family& familyOf(uint32_t index);
 
+// The exported name of a family's step: what stands before and after the family's tag, without QOS_TLM_ in front.
+std::string stepName(const Family& family, const std::string& before, const std::string& after);
+
 // For tests of each family in both encodings, and names for these and for tests of each family.
 inline auto eachFamilyAndEncoding() {
     return testing::Combine(testing::ValuesIn(kFamilies), testing::Values(0u, 1u));

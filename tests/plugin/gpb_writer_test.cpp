@@ -72,7 +72,8 @@ TEST_F(GpbWriterTest, TagsAndSizes) {
     leaf = {"no text", QOS_TLM_VALUE_STRING, 1, 0, 5};
     EXPECT_EQ(CALL(QOS_TLM_CalcProtoSizeLeafnode)(&leaf), 2u);
     EXPECT_EQ(CALL(QOS_TLM_WrapProtoNodeLeaf)(&leaf, dest.data(), 16), 0u);
-    EXPECT_LOG(encodeLine(6, 14, 228));
+    EXPECT_EQ(CALL(QOS_TLM_WrapProtoType)(16, QOS_TLM_WIRE_LEN, dest.data(), 1), 0u);
+    EXPECT_LOG(encodeLine(6, 14, 228), encodeLine(5, 1, 174));
     leaf = {"shorter than it says", QOS_TLM_VALUE_STRING, 1, reinterpret_cast<uintptr_t>("ab"), 2};
     EXPECT_EQ(CALL(QOS_TLM_CalcProtoSizeLeafnode)(&leaf), 4u) << "of the text";
     EXPECT_EQ(dest.text(CALL(QOS_TLM_WrapProtoNodeLeaf)(&leaf, dest.data(), 16)), "0A 01 61");

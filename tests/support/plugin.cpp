@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "nivex_qos/cjson.h"
+#include "support/forwarding.h"
 
 namespace {
 
@@ -56,6 +57,11 @@ const Copy& copy() {
 }  // namespace
 
 void* pluginSymbol(const std::string& name) {
+    void* front = forwarding::inFrontOf(name);
+    return front != nullptr ? front : pluginsOwnSymbol(name);
+}
+
+void* pluginsOwnSymbol(const std::string& name) {
     void* symbol = dlsym(library, name.c_str());
     if (symbol == nullptr) {
         throw std::runtime_error("the plug-in does not export " + name);
@@ -65,8 +71,10 @@ void* pluginSymbol(const std::string& name) {
 
 void PluginTest::load() {
     fake::reset();
+    forwarding::loadModule();
     library = dlopen(copy().file().c_str(), RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << dlerror();
+    forwarding::attach();
 }
 
 void PluginTest::unload() {
@@ -82,6 +90,7 @@ void PluginTest::unload() {
     }
     dlclose(library);
     ASSERT_EQ(dlopen(copy().file().c_str(), RTLD_NOW | RTLD_NOLOAD), nullptr) << "the library stays loaded";
+    forwarding::unloadModule();
 }
 
 void StartedPluginTest::SetUp() {

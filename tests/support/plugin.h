@@ -22,7 +22,9 @@
 #include "platform/host_framework.h"
 #include "support/fake_platform.h"
 
-void* pluginSymbol(const std::string& name);  // throws when the library has no such name
+// What a call by the name reaches, and what the library itself has under it. Throws when it has no such name.
+void* pluginSymbol(const std::string& name);
+void* pluginsOwnSymbol(const std::string& name);
 
 template <typename T>
 T pluginSymbolAs(const std::string& name) {
