@@ -8,18 +8,26 @@
 
 QOS_TLM_BEGIN_DECLS
 
-/* The longest interface-name pattern, in characters: what a condition value can hold with its NUL. */
-#define QOS_TLM_PATTERN_MAX (QOS_TLM_CONDITION_VALUE_SIZE - 1u)
+/* The longest interface-name pattern, in characters: a condition value that holds no NUL. */
+#define QOS_TLM_PATTERN_MAX QOS_TLM_CONDITION_VALUE_SIZE
 
 /*
- * 1 when the whole of name matches the pattern, without regard to case, else 0. In a pattern "*" is a run of zero or
- * more decimal digits; every other character is one of a POSIX extended regular expression (IEEE Std 1003.1, 9.4), read
- * as the GNU C library reads it. 0 also for a null argument, a pattern that does not compile, one with a back-reference
- * ("\1" to "\9") and one above QOS_TLM_PATTERN_MAX. nameSize, the capacity of the name's field, does not matter.
+ * 1 when the whole of name matches the pattern, else 0. A pattern is a POSIX extended regular expression (IEEE Std
+ * 1003.1, 9.4) between "^" and "$", in which each "*" stands for "([0-9]*)", a run of zero or more decimal digits:
+ * - GNU's escapes are taken: \w \W \s \S, and for places \< \> \b \B \` \'. Any other escaped character is itself.
+ * - Whatever the locale of the process is, it is read as in the C locale: bytes are characters, those above 127 and
+ * line feeds among them ("." takes them, no class does). The case of the letters A to Z does not matter.
+ * - An alternative outside parentheses has only the "^" or the "$" on its own side: write "(a|b)" for "a|b".
+ * Unlike the C library's regcomp, it takes an escaped small letter, but no escaped digit or comma in a count, and "^"
+ * and "$" fit at the ends of the name only, never beside a line feed.
  *
- * A pattern costs microseconds, whatever it is. Where the C library has to match (characters of several bytes, names
- * above 31 bytes or with a line feed) it can be a second, and a pattern with a "{", a second "+" or a "\" before a
- * digit other than 0, even in brackets, gives 0: they could take minutes or the stack.
+ * 0 for a null argument, for every name of a pattern that is no such expression or longer than QOS_TLM_PATTERN_MAX, of
+ * one with a back-reference ("\1" to "\9"), and of one that takes more than 256 steps (a character, an alternative, a
+ * repetition) when its counts are written out as far as the name has room for them: "(a?b?){9}{9}{9}".
+ *
+ * A name may be of any length, and the time is in proportion to it: some 50 microseconds at worst for the 31 characters
+ * of a record's. The stack is 10 KiB at most, whatever pattern and name are. nameSize, the capacity of the name's
+ * field, does not matter.
  */
 QOS_TLM_API uint32_t QOS_TLM_CheckIfName(const char* pattern, const char* name, uint32_t nameSize);
 

@@ -48,6 +48,10 @@ grep -q 'NODELETE' "$work/dynamic" || fail "can be unloaded (NODELETE)"
 # Calls are made one at a time, by the host's threads.
 ! grep -E ' (pthread_|thrd_|mtx_|cnd_|sem_|clone|fork)' "$work/undefined" || fail "threads or locks"
 
+# Patterns come with requests and are read the same in every locale.
+! grep -E ' (regcomp|regexec|regfree|__ctype|isalnum|tolower|toupper|tow|wct|isw|btowc|setlocale)' "$work/undefined" ||
+    fail "the C library's regular expressions, or its locale"
+
 # One pointer: the start files' frame_dummy. A static initialiser of the library's own would add another.
 size=$(readelf -SW "$library" | sed 's/^ *\[ *//' | awk '$2 == ".init_array" {print $6}')
 size=$((16#${size:-0}))

@@ -2,6 +2,7 @@
 #include "nivex_qos/filter.h"
 
 #include <cerrno>
+#include <clocale>
 
 #include "support/plugin.h"
 
@@ -10,7 +11,9 @@ namespace {
 class FiltersTest : public PluginTest {};
 
 TEST_F(FiltersTest, InterfaceNames) {
-    const std::string stars(33, '*');
+    const std::string stars(34, '*');
+    const std::string forty(40, 'a');
+    const std::string long300 = "E" + std::string(298, '9') + "\n";
     using Names = std::vector<const char*>;
     const std::tuple<const char*, Names, Names> cases[] = {
         {"ETH1/0/*", {"ETH1/0/0", "eth1/0/17", "ETH1/0/"}, {"ETH1/0/1/1", "ETH1/0/3x", "xETH1/0/3", "ETH1/0", ""}},
@@ -23,26 +26,41 @@ TEST_F(FiltersTest, InterfaceNames) {
         {"eth[13]", {"eth1", "eth3"}, {"eth2"}},
         {"[*]", {"5)]", "(4)]", ")]"}, {"5", "*"}},  // the set ends where the run's own does
         {"eth+", {"eth", "ethhh"}, {"et"}},
-        {"(a|b)+", {"aaaabbbbaaaabbbbaaaabbbbaaaabbbb"}, {}},  // a name longer than a record's
-        {"eth\\", {"eth$", "eth$1"}, {"eth"}},                 // escapes the final anchor
+        // Names longer than a record's.
+        {"(a|b)+", {forty.c_str()}, {long300.c_str()}},
+        {"a{40}", {forty.c_str()}, {"a"}},
+        {"[d-f]9{2,}.$", {long300.c_str()}, {forty.c_str()}},
+        {"eth\\", {"eth$", "eth$1"}, {"eth"}},  // escapes the final anchor
+        {"e\\+[+]\\h", {"e++h", "E++H"}, {"eee+h", "e++\\h"}},
         {"Eth[1", {}, {"Eth1", "Eth[1", ""}},
         {"eth(", {}, {"eth", "eth("}},
         {"(+a)", {}, {"a", "+a"}},
         {"a{1}", {"a"}, {"aa", "a{1}"}},
-        {"\xE4{1}", {"\xE4"}, {"\xC4"}},  // not only ASCII
+        // Each byte is a character, whatever the locale.
+        {"\xE4{1}", {"\xE4"}, {"\xC4", "\xC3\xA4"}},
+        {"(.)[\x80-\xBF].*", {"\xC3\xA4\xFF"}, {"\xC3", "\xC3\xE4"}},
+        {"\\W*\\>|..", {"\xC3\xA4"}, {"\xC3"}},
+        {"\xC4", {"\xC4"}, {"\xE4"}},
+        {"a.b|c\n\\'", {"a\nb", "xc\n"}, {"ab", "c\n\n"}},
         {"eth*1", {"eth1", "eth01", "eth11"}, {"eth", "eth10"}},
         {"GigabitEthernet0/0/0123456789.1*", {"gigabitethernet0/0/0123456789.10"}, {"gigabitethernet0/0/012345678"}},
         {"[[:alpha:]-]*:[^b-d]", {"a1:a", "-1:E"}, {"1:a", "a1:c", "a1:d", "a1:"}},
         {"\\<eth\\>.*|\\bx", {"eth 1", "veth-x"}, {"eths1", "vethx"}},
-        {"(e)\\1h", {}, {"eeh", "ee\nh"}},  // a back-reference; the C library would have to match the second name
+        // Back-references; with the second one the C library overflows its stack, with the third it takes seconds.
+        {"(e)\\1h", {}, {"eeh", "ee\nh"}},
+        {"()(\\1((\\1)|.))+", {}, {"", long300.c_str()}},
+        {"a|*(*)?(1?)\\3*?\\3\\2?\\3\\3\\3\\3\\3\\3", {}, {"a", "0123456789012345678901234567890"}},
+        {"(.)\\1\\+\\+|.", {}, {"a", "aa++"}},
         {"[\\1]", {"1", "\\"}, {"2"}},
-        // What regcomp would take minutes for, or crash on.
+        // What regcomp takes minutes for, or crashes on.
         {"*+++++", {"", "12"}, {"a"}},
         {"*{32767}", {"", "12"}, {"1a"}},
-        {"((*?|ab?)+{9}{9}{9}c)+", {"abc", "a1cc"}, {"abca", ""}},
+        {"((*?|ab?)+{3}{3}{3}c)+", {"abc", "a1cc"}, {"abca", ""}},
+        {"(a?b?){9}{9}{9}", {}, {forty.c_str()}},  // too many counts
         {stars.c_str(), {"", "0123456789012345678901234567890"}, {"1a"}},
     };
     const auto match = CALL(QOS_TLM_CheckIfName);
+    ASSERT_NE(setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
     for (const auto& [pattern, matching, others] : cases) {
         SCOPED_TRACE(pattern);
         for (const char* name : matching) {
@@ -56,9 +74,10 @@ TEST_F(FiltersTest, InterfaceNames) {
     EXPECT_EQ(match(nullptr, "eth0", 32), 0u);
     EXPECT_EQ(match("eth0", nullptr, 32), 0u);
     for (const char character : {'a', '*', '('}) {  // longer than a request can carry
-        EXPECT_EQ(match(std::string(34, character).c_str(), std::string(34, 'a').c_str(), 32), 0u);
+        EXPECT_EQ(match(std::string(35, character).c_str(), std::string(35, 'a').c_str(), 32), 0u);
         EXPECT_EQ(match(std::string(5000, character).c_str(), "", 32), 0u);
     }
+    setlocale(LC_CTYPE, "C");
 }
 
 TEST_F(FiltersTest, Thresholds) {
