@@ -6,6 +6,7 @@
 
 #include <regex.h>
 
+#include <cstdlib>
 #include <string>
 
 class PatternModel {
@@ -15,7 +16,7 @@ class PatternModel {
         for (const char character : pattern) {
             expression += character == '*' ? std::string("([0-9]*)") : std::string(1, character);
         }
-        compiles_ = regcomp(&compiled_, (expression + "$").c_str(), REG_EXTENDED | REG_ICASE) == 0;
+        compiles_ = isOk(regcomp(&compiled_, (expression + "$").c_str(), REG_EXTENDED | REG_ICASE));
     }
     PatternModel(const PatternModel&) = delete;
     PatternModel& operator=(const PatternModel&) = delete;
@@ -26,10 +27,17 @@ class PatternModel {
     }
     bool matches(const std::string& name) const {
         regmatch_t where;
-        return compiles_ && regexec(&compiled_, name.c_str(), 1, &where, 0) == 0;
+        return compiles_ && isOk(regexec(&compiled_, name.c_str(), 1, &where, 0));
     }
 
   private:
+    static bool isOk(int result) {
+        if (result == REG_ESPACE) {
+            abort();  // that is no answer
+        }
+        return result == 0;
+    }
+
     regex_t compiled_;
     bool compiles_;
 };
