@@ -7,25 +7,12 @@
 #include "nivex_qos/cjson.h"
 #include "nivex_qos/log.h"
 #include "nivex_qos/patch.h"
-#include "support/plugin.h"
+#include "plugin/families.h"
 
 using fake::platform;
 using testing::ElementsAreArray;
 
 namespace {
-
-// Alias and entry point of each path.
-constexpr const char* kPaths[][2] = {
-    {"port-ecn-statistics", "QOS_TLM_QueryPortEcnStat"},
-    {"port-buffer-usage-statistics", "QOS_TLM_QueryPortBufStat"},
-    {"queue-buffer-usage-statistics", "QOS_TLM_QueryQueueBufStat"},
-    {"queue-statistics", "QOS_TLM_QueryQueueStat"},
-    {"queue-drop-statistics", "QOS_TLM_QueryQueueDropStat"},
-    {"ing-port-drop-statistics", "QOS_TLM_QueryIngPortDropStat"},
-    {"tm-chip-buffer-usage-statistics", "QOS_TLM_QueryTmBufStat"},
-    {"intf-ing-buf-usage-statistics", "QOS_TLM_QueryBufIngStat"},
-    {"interface-monitoring-result", "QOS_TLM_QueryTmBufMonitorStat"},
-};
 
 class StartUpTest : public PluginTest {};
 
@@ -34,7 +21,7 @@ TEST_F(StartUpTest, StepsHappenInOrder) {
     EXPECT_EQ(GLOBAL(g_qosTlmModuleId), 0u);
     EXPECT_EQ(CALL(QOS_TLM_InitPlugin)(7), 0u);
     std::vector<std::string> expected{"dlopen", "TARN_PAT_RestoreForDLL", "COMP_GetVTable"};
-    for (size_t row = 0; row < std::size(kPaths); ++row) {
+    for (size_t row = 0; row < kFamilies.size(); ++row) {
         expected.insert(expected.end(), {"strcpy_s", "sampleXpathRegister"});
     }
     expected.push_back("TARN_PAT_C2HRegisterHook");
@@ -50,22 +37,21 @@ TEST_F(StartUpTest, StepsHappenInOrder) {
 
 TEST_F(StartUpTest, HostSeesEachPathsRecord) {
     CALL(QOS_TLM_InitPlugin)(7);
-    for (size_t row = 0; row < std::size(kPaths); ++row) {
-        const auto [alias, entryPoint] = kPaths[row];
+    for (const Family& family : kFamilies) {
+        const std::string& alias = family.list;
         SCOPED_TRACE(alias);
-        const auto& [moduleId, xpath, record] = platform.registrations.at(row);
-        const std::string container = std::string(alias) + "s";
-        EXPECT_EQ(xpath, "vexlor-qos:qos/global-query/" + container + "/" + alias);
-        EXPECT_STREQ(reinterpret_cast<const char*>(record.data()), alias);
+        const auto& [moduleId, xpath, record] = platform.registrations.at(family.index);
+        EXPECT_EQ(xpath, "vexlor-qos:qos/global-query/" + family.container + "/" + alias);
+        EXPECT_EQ(reinterpret_cast<const char*>(record.data()), alias);
         EXPECT_EQ(hex(&record[32], 8), "64 00 00 00 E8 03 00 00");
         void* functions[2];
         memcpy(functions, &record[40], sizeof functions);
-        EXPECT_EQ(functions[0], pluginSymbol(entryPoint));
+        EXPECT_EQ(functions[0], pluginSymbol(stepName(family, "Query", "")));
         EXPECT_EQ(functions[1], pluginSymbol("QOS_TLM_StopTaskFunc"));
         EXPECT_TRUE(std::all_of(&record[56], record.data() + 72, [](uint8_t byte) { return byte == 0; }));
 
-        const QosTlmTaskMapEntry& entry = GLOBAL(g_qosTlmTaskMap)[row];
-        EXPECT_STREQ(entry.xpathAlias, alias);
+        const QosTlmTaskMapEntry& entry = GLOBAL(g_qosTlmTaskMap)[family.index];
+        EXPECT_EQ(entry.xpathAlias, alias);
         EXPECT_EQ(entry.xpath, xpath) << "the text outlives the call";
         EXPECT_EQ(reinterpret_cast<void*>(entry.queryFunc), functions[0]);
         EXPECT_EQ(entry.stopFunc(), 0u);
