@@ -80,6 +80,7 @@ TEST_F(AssemblyTest, NothingHappensWithoutRecordsTreeOrBuffer) {
     CALL(QOS_TLM_EncodingData)(nullptr, QOS_TLM_ENCODE_GPB, 1, &sample_);
     EXPECT_LOG("[Tlm EncodeSampleData] sampleData data is null.");
 
+    EXPECT_EQ(CALL(QOS_TLM_EncodeSampleData)(0, top.get(), nullptr), 1u);
     QosTlmEncodeResult result = resultOf(4);
     EXPECT_EQ(CALL(QOS_TLM_SetSampleData)(1, nullptr, &sample_), 1u);
     EXPECT_EQ(CALL(QOS_TLM_SetSampleData)(1, &result, nullptr), 1u);

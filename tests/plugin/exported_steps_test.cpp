@@ -66,6 +66,9 @@ class ExportedStepsTest : public StartedPluginTest, public testing::WithParamInt
         auto* list = root;
         EXPECT_EQ(step("Get", "Iter", &object, &iterator), 0u);
         EXPECT_EQ(step("Get", "StartNode", request.encodeType, &root, &list), 0u);
+        if (request.encodeType == QOS_TLM_ENCODE_JSON) {  // whose text has no numbers
+            EXPECT_EQ(list->data.fieldNumber, family_.isMonitor() ? 61u : 1u);
+        }
         const uint32_t previous = step("Init", "QueryFlag");
         alignas(8) uint8_t bytes[512];  // a record of any family; nor what this held
         memset(bytes, 0xA5, sizeof bytes);

@@ -50,7 +50,8 @@ class FamilyFiltersTest : public StartedPluginTest, public testing::WithParamInt
 };
 
 TEST_P(FamilyFiltersTest, Conditions) {
-    for (const char* field : {"interface-name", "service-class", "queue-id", "slot-id", "Interface-name", ""}) {
+    for (const char* field :
+         {"interface-name", "service-class", "queue-id", "slot-id", "Interface-name", "slot-it", "queue-ids", ""}) {
         SCOPED_TRACE(field);
         const auto honoured = std::find_if(family_.conditions.begin(), family_.conditions.end(),
                                            [&](const Condition& each) { return each.field == field; });

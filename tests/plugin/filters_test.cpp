@@ -26,6 +26,7 @@ TEST_F(FiltersTest, InterfaceNames) {
         {"eth[13]", {"eth1", "eth3"}, {"eth2"}},
         {"[*]", {"5)]", "(4)]", ")]"}, {"5", "*"}},  // the set ends where the run's own does
         {"eth+", {"eth", "ethhh"}, {"et"}},
+        {"(ab){1,3}c", {"abc", "ababc", "abababc"}, {"c", "ababababc", "abcc"}},
         // Names longer than a record's.
         {"(a|b)+", {forty.c_str()}, {long300.c_str()}},
         {"a{40}", {forty.c_str()}, {"a"}},

@@ -67,8 +67,10 @@ TEST_F(GpbWriterTest, TagsAndSizes) {
     }
     Destination dest(16);
     QosTlmNodeData leaf{"unknown type", 4, 1, 5, 4};
-    EXPECT_EQ(CALL(QOS_TLM_CalcProtoSizeLeafnode)(&leaf), 0u);
-    EXPECT_EQ(CALL(QOS_TLM_WrapProtoNodeLeaf)(&leaf, dest.data(), 16), 0u);
+    for (const QosTlmNodeData* none : {&leaf, static_cast<QosTlmNodeData*>(nullptr)}) {
+        EXPECT_EQ(CALL(QOS_TLM_CalcProtoSizeLeafnode)(none), 0u);
+        EXPECT_EQ(CALL(QOS_TLM_WrapProtoNodeLeaf)(none, dest.data(), 16), 0u);
+    }
     leaf = {"no text", QOS_TLM_VALUE_STRING, 1, 0, 5};
     EXPECT_EQ(CALL(QOS_TLM_CalcProtoSizeLeafnode)(&leaf), 2u);
     EXPECT_EQ(CALL(QOS_TLM_WrapProtoNodeLeaf)(&leaf, dest.data(), 16), 0u);
