@@ -169,14 +169,19 @@ TEST_P(ExportedStepsTest, WhatFailsLeavesNothing) {
         EXPECT_EQ(step("Get", start, &root, &top), 1u);
         EXPECT_TRUE(root == nullptr && top == nullptr);
     }
-    EXPECT_EQ(fake::takeLog().size(), 4u);
+    fake::failCall("NIVEX_AllocBuff", 1);
+    EXPECT_EQ(step("Get", "DataNode", list.get(), record), 1u);
+    EXPECT_EQ(fake::takeLog().size(), 5u);
     EXPECT_EQ(fake::liveBlocks(), 1u);
     uint32_t count = 0;
     EXPECT_EQ(step("IsSent", "", 1u, record), 0u);
     EXPECT_EQ(step("Is", "RecordCntOver", record, &count), 0u);
+    if (!family_.isMonitor()) {
+        EXPECT_EQ(step("IsRedundant", "", record, &request_) + step("IsSelfDefEvt", "", record, &request_, &count), 0u);
+    }
     const uint32_t isUnknown = family_.index == QOS_TLM_FAMILY_TM_BUF ? 1 : 0;
     EXPECT_EQ(count, 1 - isUnknown);
-    EXPECT_EQ(fake::takeLog().size(), 2 * isUnknown);
+    EXPECT_EQ(fake::takeLog().size(), 4 * isUnknown);
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, ExportedStepsTest, eachFamilyAndEncoding(), nameOf);
