@@ -21,6 +21,7 @@ namespace bench {
 
 Calls calls;
 Memory memory;
+bool expectsMessages = false;
 
 namespace {
 
@@ -163,6 +164,9 @@ void NIVEX_FreeBuff(void* block) {
 }
 
 int32_t IM_Agent_ReportLogById(uint32_t /*level*/, uint32_t /*logId*/, const char* format, ...) {
+    if (bench::expectsMessages) {
+        return 0;
+    }
     va_list arguments;
     va_start(arguments, format);
     bench::fail(fmt::format("message of the plug-in: {}", va_arg(arguments, const char*)));

@@ -38,6 +38,9 @@ struct Memory {
 extern Memory memory;
 void resetPeak();
 
+/* A message of the plug-in ends the program unless this is set. */
+extern bool expectsMessages;
+
 /* What one side of a comparison did: the samples that it uploaded and the calls that it made. */
 struct Capture {
     std::vector<std::string> payloads;

@@ -9,7 +9,7 @@
 
 #include "bench/host.h"
 #include "bench/tables.h"
-#include "nivex_qos/sample.h"
+#include "nivex_qos/paths.h"
 #include "nivex_qos/tracking.h"
 
 namespace bench {
@@ -52,11 +52,16 @@ void finishPass(const Path& path) {
     }
 }
 
-uint64_t peakOf(const Path& path, uint32_t encodeType) {
+// Nothing is kept from calls before.
+void forgetSentKeys() {
     for (uint32_t family = 0; family < QOS_TLM_FAMILY_NUM; ++family) {
         PLUGIN(QOS_HashRelease)(family);
     }
     resetPeak();
+}
+
+uint64_t peakOf(const Path& path, uint32_t encodeType) {
+    forgetSentKeys();
     cjsonPeak = 0;
     firstCall(path, encodeType);
     const uint64_t peak = memory.peakBytes;
@@ -81,25 +86,40 @@ void raise(Peaks& most, const Peaks& seen) {
     most = {std::max(most.gpb, seen.gpb), std::max(most.json, seen.json), std::max(most.cjson, seen.cjson)};
 }
 
+constexpr int kTextMax = 31;
+
 // What docs/reliability.md promises.
 constexpr Peaks kPromised{425'000, 220'000, 250'000};
+constexpr uint64_t kPromisedWithoutSlots = 1'220'000;  // GPB, under batch policy 1
+
+// The most of a call over chips whose slot is no number, which no batch limit counts: as many as fill the payload.
+uint64_t peakWithoutSlots(const Path& path) {
+    constexpr size_t kChips = 4000;
+    const QosTlmQueryParam request{};
+    uint64_t most = 0;
+    expectsMessages = true;  // about each slot
+    for (size_t length = 0; length <= kTextMax; ++length) {
+        for (const uint64_t number : {uint64_t{0}, UINT64_MAX}) {
+            tables.tm_chip_buf_stat.assign(kChips,
+                                           {std::string(length, 'x'), number, number, static_cast<uint32_t>(number)});
+            forgetSentKeys();
+            if (path.call(1, 1, &request) != QOS_TLM_RESULT_DONE || memory.bytes != 0) {
+                fail("chips without a slot: a call is not done, or keeps something");
+            }
+            most = std::max(most, memory.peakBytes);
+        }
+    }
+    expectsMessages = false;
+    return most;
+}
 
 }  // namespace
 
 nlohmann::ordered_json memoryFigures() {
     constexpr size_t kRows = 1000;
-    constexpr int kTextMax = 31;
-    const Path paths[QOS_TLM_FAMILY_NUM] = {
-        {"port ECN", PLUGIN(QOS_TLM_QueryPortEcnStat)},
-        {"port buffer usage", PLUGIN(QOS_TLM_QueryPortBufStat)},
-        {"queue buffer usage", PLUGIN(QOS_TLM_QueryQueueBufStat)},
-        {"queue statistics", PLUGIN(QOS_TLM_QueryQueueStat)},
-        {"queue drops", PLUGIN(QOS_TLM_QueryQueueDropStat)},
-        {"ingress port drops", PLUGIN(QOS_TLM_QueryIngPortDropStat)},
-        {"chip buffer usage", PLUGIN(QOS_TLM_QueryTmBufStat)},
-        {"ingress buffer usage", PLUGIN(QOS_TLM_QueryBufIngStat)},
-        {"burst results", PLUGIN(QOS_TLM_QueryTmBufMonitorStat)},
-    };
+#define BENCH_PATH(NAME, list, entryPoint, queryFromDb, batchLimit) {list, PLUGIN(entryPoint)},
+    const Path paths[QOS_TLM_FAMILY_NUM] = {QOS_TLM_PATHS(BENCH_PATH)};
+#undef BENCH_PATH
     PLUGIN(QOS_TLM_SetBatchPolicy)(QOS_TLM_BATCH_BY_PAYLOAD);
     cJSON_Hooks hooks{countedAlloc, countedFree};
     cJSON_InitHooks(&hooks);
@@ -117,16 +137,16 @@ nlohmann::ordered_json memoryFigures() {
     }
     fillEveryTable(kRows);
     nlohmann::ordered_json figures = nlohmann::ordered_json::array();
-    fmt::print("\n| {:20} | {:>8} | {:>12} | {:>13} | {:>13} | {:>12} | {:>13} | {:>15} |\n", "Bytes of one call",
+    fmt::print("\n| {:31} | {:>8} | {:>12} | {:>13} | {:>13} | {:>12} | {:>13} | {:>15} |\n", "Bytes of one call",
                "GPB", "JSON, host's", "JSON, cJSON's", "at most: GPB", "JSON, host's", "JSON, cJSON's",
                "kept per record");
-    fmt::print("|{:-<22}|{:->9}:|{:->13}:|{:->14}:|{:->14}:|{:->13}:|{:->14}:|{:->16}:|\n", "", "", "", "", "", "", "",
+    fmt::print("|{:-<33}|{:->9}:|{:->13}:|{:->14}:|{:->14}:|{:->13}:|{:->14}:|{:->16}:|\n", "", "", "", "", "", "", "",
                "");
     for (size_t i = 0; i < QOS_TLM_FAMILY_NUM; ++i) {
         const Peaks peaks = peaksOf(paths[i]);
         const double kept = static_cast<double>(memory.bytes) / kRows;
         raise(most[i], peaks);
-        fmt::print("| {:20} | {:>8} | {:>12} | {:>13} | {:>13} | {:>12} | {:>13} | {:>15.1f} |\n", paths[i].name,
+        fmt::print("| {:31} | {:>8} | {:>12} | {:>13} | {:>13} | {:>12} | {:>13} | {:>15.1f} |\n", paths[i].name,
                    peaks.gpb, peaks.json, peaks.cjson, most[i].gpb, most[i].json, most[i].cjson, kept);
         figures.push_back({{"path", paths[i].name},
                            {"gpb", peaks.gpb},
@@ -139,6 +159,12 @@ nlohmann::ordered_json memoryFigures() {
         if (most[i].gpb > kPromised.gpb || most[i].json > kPromised.json || most[i].cjson > kPromised.cjson) {
             fail(fmt::format("{}: a call holds more than docs/reliability.md promises", paths[i].name));
         }
+    }
+    const uint64_t withoutSlots = peakWithoutSlots(paths[QOS_TLM_FAMILY_TM_BUF]);
+    fmt::print("\nChips without a slot, GPB: at most {} bytes of one call\n", withoutSlots);
+    figures.push_back({{"path", "chips without a slot"}, {"most_gpb", withoutSlots}});
+    if (withoutSlots > kPromisedWithoutSlots) {
+        fail("chips without a slot: a call holds more than docs/reliability.md promises");
     }
     cJSON_InitHooks(nullptr);
     PLUGIN(QOS_TLM_SetBatchPolicy)(QOS_TLM_BATCH_BY_COUNT);
