@@ -156,6 +156,11 @@ blocked() {
     done
     begin demo env TMPDIR=tmp qos-host demo >full
     stop demo 143
+    for signal in 'TERM 143' 'INT 130' 'HUP 129'; do # between two rounds, its traffic on the way
+        begin demo env TMPDIR=tmp qos-host demo --seconds 600 >q.out
+        await grep -q '^second 1 of 600' q.out
+        stop demo "${signal#* }" "${signal% *}"
+    done
     [ -z "$(ls tmp)" ] || complain "the demo leaves $(ls tmp)"
     for child in $(cat children); do # none where there is no lab
         kill -0 "$child" 2>no.err && complain "the demo leaves a child"
