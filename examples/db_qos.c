@@ -1,5 +1,5 @@
 /*
- * A libdb_qos of the smallest kind: all nine tables, with fixed rows. It shows what the plug-in asks of one, and how
+ * A libdb_qos of the smallest kind: all tables, with fixed rows. It shows what the plug-in asks of one, and how
  * the list of tables stamps out the functions; a real one reads its rows from elsewhere.
  *
  *   cc -std=c11 -shared -fPIC db_qos.c -o libdb_qos.so $(pkg-config --cflags nivex-qos-plugin)

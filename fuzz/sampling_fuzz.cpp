@@ -1,4 +1,4 @@
-// Sampling calls: any request over any rows, with failures anywhere, some calls in a row on any of the nine paths.
+// Sampling calls: any request over any rows, with failures anywhere, some calls in a row on any of the paths.
 #include <cstring>
 #include <memory>
 #include <set>

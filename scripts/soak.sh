@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Feeds a simulated device while samplers of all nine paths read it, both encodings, with and without a capture, and
+# Feeds a simulated device while samplers of all paths read it, both encodings, with and without a capture, and
 # watches their memory: after a warm-up none may grow by more than the bound. Ends with a table; exits 1 on growth, on
 # any message, on an exit code and on a capture that does not read back whole.
 # usage: scripts/soak.sh SECONDS [QOS_HOST]
@@ -34,7 +34,7 @@ for path in $("$qos_host" paths --json | sed -n 's/.*"alias":"\([^"]*\)".*/\1/p'
   [ $((number++ % 2)) -eq 0 ] || encoding=json
   sampler "$path $encoding" "$path" --encoding "$encoding" --every 10ms
 done
-[ "$number" -eq 9 ] || { echo "soak: expected nine paths, found $number" >&2; exit 1; }
+[ "$number" -gt 0 ] || { echo "soak: there is no path" >&2; exit 1; }
 sampler "queue-statistics gpb captured" queue-statistics --every 100ms --capture gpb.cap
 sampler "interface-monitoring-result json captured" interface-monitoring-result --encoding json --every 100ms \
   --capture json.cap

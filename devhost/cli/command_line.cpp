@@ -154,7 +154,7 @@ void addFeedCommand(CLI::App& app, CommandLine& line) {
     addFeedOptions(*kernel, line.kernelFeed);
     kernel->callback([&] { line.action = [&] { return runKernelFeed(line.kernelFeed); }; });
 
-    CLI::App* sim = command->add_subcommand("sim", "A simulated device with all nine tables, until Ctrl-C");
+    CLI::App* sim = command->add_subcommand("sim", "A simulated device with all tables, until Ctrl-C");
     sim->allow_extras(false);
     addFeedOptions(*sim, line.simFeed);
     feed::SimOptions& device = line.simFeed.device;

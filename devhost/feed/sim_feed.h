@@ -1,5 +1,5 @@
 /*
- * The simulated feed: fills all nine tables of the QoS statistics database with the state of a simulated device.
+ * The simulated feed: fills all tables of the QoS statistics database with the state of a simulated device.
  *
  * Rates are per second of simulated time since the previous round, or since the device was made. Peaks and averages are
  * over the device's whole time. buffer_monitor_result has a row for each queue that has ended a burst: its last one.

@@ -1,5 +1,5 @@
 /*
- * The list of the nine paths, from which the plug-in makes its tables and entry points; hosts and tools may use it too.
+ * The list of the paths, from which the plug-in makes its tables and entry points; hosts and tools may use it too.
  *
  * QOS_TLM_PATHS(PATH) expands PATH(NAME, list, entryPoint, queryFromDb, batchLimit) in the order of QosTlmFamilyIndex:
  *   NAME         the path is QOS_TLM_FAMILY_NAME

@@ -1,7 +1,7 @@
 /*
  * Start-up: what a host calls once after loading the library, and the records of the registration.
  *
- * QOS_TLM_InitPlugin loads cJSON, fetches the host's function table and registers the nine sampling paths. Call it
+ * QOS_TLM_InitPlugin loads cJSON, fetches the host's function table and registers the sampling paths. Call it
  * once, before any sampling call; there is no shutdown, nothing is unregistered. The host owns its function table and
  * keeps it for the life of the process; the registration record lives on the plug-in's stack only during the call that
  * carries it.
@@ -63,7 +63,7 @@ QOS_TLM_API extern uint32_t g_qosTlmModuleId;
 /* The host's function table, written by COMP_GetVTable during start-up; null until then. */
 QOS_TLM_API extern const QosTlmFrmVtbl* g_qosTlmFrmVtbl;
 
-/* The nine paths, row = QosTlmFamilyIndex; read-only. */
+/* The paths, row = QosTlmFamilyIndex; read-only. */
 QOS_TLM_API extern const QosTlmTaskMapEntry g_qosTlmTaskMap[QOS_TLM_FAMILY_NUM];
 
 /*
@@ -76,7 +76,7 @@ QOS_TLM_API uint32_t QOS_TLM_InitPlugin(uint32_t moduleId);
 /* Stores the module id; may be called at any time between sampling calls. */
 QOS_TLM_API void QOS_TLM_SetModuleId(uint32_t moduleId);
 
-/* Registers the nine paths through g_qosTlmFrmVtbl; the first refusal is logged and ends the registration. */
+/* Registers the paths through g_qosTlmFrmVtbl; the first refusal is logged and ends the registration. */
 QOS_TLM_API void QOS_TLM_RegisterXpath(void);
 
 /* The stop function of every path: answers 0 and does nothing else. */

@@ -18,7 +18,7 @@
 
 QOS_TLM_BEGIN_DECLS
 
-/* The nine paths: row of g_qosTlmTaskMap and g_qosTlmQueryFuncTable, and column of every tracking table. */
+/* The paths: row of g_qosTlmTaskMap and g_qosTlmQueryFuncTable, and column of every tracking table. */
 typedef enum QosTlmFamilyIndex {
     QOS_TLM_FAMILY_PORT_ECN = 0,
     QOS_TLM_FAMILY_PORT_BUF = 1,

@@ -14,7 +14,7 @@ QOS_TLM_BEGIN_DECLS
 #define QOS_TLM_HASH_BUCKET_NUM 101u
 #define QOS_TLM_TRACK_SLOT_NUM 256u    /* keys that the history and the period table can hold, all families together */
 #define QOS_TLM_TRACK_SUB_INDEX_NUM 8u /* queues of an interface */
-#define QOS_TLM_TRACK_FAMILY_NUM 10u   /* columns; the tenth is unused */
+#define QOS_TLM_TRACK_FAMILY_NUM 10u   /* columns; those from QOS_TLM_FAMILY_NUM on are unused */
 
 /* A sent key. A bucket is a node whose key is unused and whose next is the first node of the chain. */
 typedef struct QosTlmHashNode {
@@ -41,8 +41,8 @@ QOS_TLM_API extern QosTlmStatTimeSlot g_qosTlmStatTime[QOS_TLM_TRACK_SLOT_NUM];
 /*
  * The sent keys of a family's current pass. Insert takes one block of the host's allocator (a failure is logged and the
  * key not recorded) and does not look for the key first; find answers 1 or 0; release frees them all. A familyIndex
- * above 8 is never found and changes nothing. Whoever changes the chains as well may put nodes, blocks of the host's
- * allocator, at their heads and take nodes from there; a change further down may go unseen.
+ * from QOS_TLM_FAMILY_NUM on is never found and changes nothing. Whoever changes the chains as well may put nodes,
+ * blocks of the host's allocator, at their heads and take nodes from there; a change further down may go unseen.
  */
 QOS_TLM_API void QOS_HashInsert(uint32_t familyIndex, uint32_t key);
 QOS_TLM_API uint32_t QOS_HashFind(uint32_t familyIndex, uint32_t key);

@@ -3,14 +3,14 @@
 #
 #   run_case.sh PROGRAM_DIR CASE_FILE [EMULATOR]        UPDATE=1 writes the transcript anew instead
 #
-# In a transcript "$ " begins a command line for bash, which finds qos-host in PROGRAM_DIR and few.db, many.db, nine.db and other
-# files around it. Its output follows (standard output, then standard error), then "? " and the
+# In a transcript "$ " begins a command line for bash, which finds qos-host in PROGRAM_DIR and few.db, many.db, every.db and
+# other files around it. Its output follows (standard output, then standard error), then "? " and the
 # exit code. Lines that begin with "#" are remarks. Spans of time are shown as N, times as T and random run ids as R.
 set -uo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 case_file=$(realpath "$2")
 programs=$(cd "$1" && pwd)
-if [ -n "${3:-}" ] && [ "$(basename "$2")" = demo.txt ]; then
+if [ -n "${3:-}" ] && [[ $2 =~ (demo|feed_kernel)\.txt$ ]]; then
     echo "skipped: $3 passes no requests for queueing disciplines on to the kernel"
     exit 77
 fi
@@ -24,7 +24,7 @@ cd "$scratch" || exit 1
 for name in few many; do
     cat "$here/queue_stat.sql" "$here/$name.sql" | sqlite3 -bail "$name.db" >make.log 2>&1 || { cat make.log; exit 1; }
 done
-cat "$here/../../docs/samples/example.sql" "$here/nine.sql" | sqlite3 -bail nine.db || exit 1
+cat "$here/../../docs/samples/example.sql" "$here/every.sql" | sqlite3 -bail every.db || exit 1
 sqlite3 empty.db 'CREATE TABLE other (x)'
 
 while IFS= read -r line; do

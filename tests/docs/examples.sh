@@ -36,7 +36,7 @@ for encoding in gpb json; do
     for path in $paths; do
         echo "$path 1: 1 records, $(bytes_in $encoding "$pages/$path.md") bytes"
     done >expected
-    [ "$(wc -l <expected)" -eq 9 ] || fail "$(wc -l <expected) paths are expected"
+    [ -s expected ] || fail "no path is expected"
     NIVEX_QOS_DB=example.db expect 0 expected $encoding
     LD_LIBRARY_PATH=$whole expect 0 expected $encoding
 done

@@ -26,7 +26,8 @@ qos_host() { ${emulator[@]+"${emulator[@]}"} "$root/usr/bin/qos-host" "$@"; }
 # rows ARGUMENTS...: the records of a sample, without the line on the pass.
 rows() { qos_host sample queue-statistics --db q.db "$@" | grep -v '^pass '; }
 
-[ "$(qos_host paths | grep -c '^  xpath ')" -eq 9 ] || fail "qos-host does not list nine paths"
+paths=$(sed -n 's/^#define QOS_TLM_FAMILY_NUM \([0-9]*\)u$/\1/p' "$root/usr/include/nivex-qos-plugin/nivex_qos/sample.h")
+[ "$(qos_host paths | grep -c '^  xpath ')" -eq "$paths" ] || fail "qos-host does not list $paths paths"
 qos_host feed sim --db q.db --count 1
 rows --encoding gpb >gpb
 rows --encoding json >json
@@ -46,7 +47,7 @@ strict=(-std=c11 -Wall -Wextra -Werror)
 host() { ${emulator[@]+"${emulator[@]}"} ./host "$plugin" json "$@"; }
 arrived=$(NIVEX_QOS_DB=q.db host queue-statistics | awk '{ sum += $3 } END { print sum }')
 [ "$arrived" -eq "$records" ] || fail "$arrived records arrive in a host of its own, $records in qos-host"
-[ "$(LD_LIBRARY_PATH=. host | wc -l)" -eq 9 ] || fail "the plug-in does not use a libdb_qos of its own"
+[ "$(LD_LIBRARY_PATH=. host | wc -l)" -eq "$paths" ] || fail "the plug-in does not use a libdb_qos of its own"
 
 # owner FILE: the package of this architecture that holds a file of that name.
 owner() { dpkg -S "*/$1" 2>/dev/null | sed -n "s/^\([^ ]*\):$architecture: .*/\1/p" | head -n 1; }

@@ -51,7 +51,7 @@ TEST_F(DispatcherTest, FailuresUploadNothing) {
     const auto nothing = [](QosTlmQueryParam&) {};
     using Case = std::tuple<void (*)(QosTlmQueryParam&), uint32_t, const char*>;
     const Case cases[] = {
-        {nothing, 9, "[Tlm QueryFunc] no query func."},
+        {nothing, QOS_TLM_FAMILY_NUM, "[Tlm QueryFunc] no query func."},
         {nothing, 0xFFFFFFFF, "[Tlm QueryFunc] no query func."},
         {[](QosTlmQueryParam& request) { request.encodeType = 2; }, 3, "[Tlm QueryFunc] query data failed."},
         {[](QosTlmQueryParam&) { GLOBAL(g_qosTlmFrmVtbl) = nullptr; }, 3, noUpload},

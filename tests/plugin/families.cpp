@@ -4,6 +4,7 @@
 #include <ctime>
 #include <fstream>
 #include <map>
+#include <set>
 
 using fake::platform;
 using nlohmann::json;
@@ -101,6 +102,15 @@ std::vector<Family> describeAll() {
     return all;
 }
 
+const std::set<std::string> kQueueColumns = {"queueId", "queue", "queue_index"};
+
+// The family's column of these, or nothing.
+std::string firstOf(const Family& family, const std::set<std::string>& names) {
+    const auto has = [&](const std::string& column) { return names.count(column) != 0; };
+    const auto found = std::find_if(family.columns.begin(), family.columns.end(), has);
+    return found == family.columns.end() ? "" : *found;
+}
+
 // The date and time of a moment whose columns begin so.
 std::string timeText(const Family& family, size_t row, const std::string& prefix) {
     const auto seconds = valueOf(family, row, prefix + "time_stamp").get<time_t>();
@@ -184,19 +194,16 @@ std::optional<RowKey> keyOf(const Family& family, size_t row) {
         const uint32_t number = numbers == 2 ? first * 1000 + second : first;  // as the fake device database does
         return numbers < 1 ? std::nullopt : std::optional(RowKey{number, number, 0});
     }
-    const uint32_t interface = valueOf(family, row, family.index < 7 ? "ifIndex" : "if_index");
+    const uint32_t interface = valueOf(family, row, firstOf(family, {"ifIndex", "if_index"}));
     if (!hasQueues(family)) {
         return RowKey{interface, interface, 0};
     }
-    const uint32_t queue = valueOf(family, row,
-                                   family.isMonitor()  ? "queue_index"
-                                   : family.index == 7 ? "queue"
-                                                       : "queueId");
+    const uint32_t queue = valueOf(family, row, firstOf(family, kQueueColumns));
     return RowKey{interface * 8 + queue, interface, queue};
 }
 
 bool hasQueues(const Family& family) {
-    return family.index == 2 || family.index == 3 || family.index >= 7;
+    return !firstOf(family, kQueueColumns).empty();
 }
 
 void addRow(const Family& family, uint32_t number) {
@@ -209,7 +216,7 @@ void addRow(const Family& family, uint32_t number) {
         const bool slot = column == "slotId" || column == "slotIdStr";
         if (column == "ifIndex" || column == "if_index") {
             setValue(family, row, column, number == 2 ? 0x1FFFFFFF : interface + 1);
-        } else if (column == "queueId" || column == "queue" || column == "queue_index") {
+        } else if (kQueueColumns.count(column) != 0) {
             setValue(family, row, column, number % 8);
         } else if (column == "is_lossless" || column == "is_pfc_dynamic") {
             setValue(family, row, column, 1);

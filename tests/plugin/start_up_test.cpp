@@ -31,8 +31,8 @@ TEST_F(StartUpTest, StepsHappenInOrder) {
 
     CALL(QOS_TLM_SetModuleId)(0xFFFFFFFF);
     CALL(QOS_TLM_RegisterXpath)();
-    EXPECT_EQ(platform.registrations.at(8).moduleId, 7u);
-    EXPECT_EQ(platform.registrations.at(17).moduleId, 0xFFFFFFFF);
+    EXPECT_EQ(platform.registrations.front().moduleId, 7u);
+    EXPECT_EQ(platform.registrations.back().moduleId, 0xFFFFFFFF);
 }
 
 TEST_F(StartUpTest, HostSeesEachPathsRecord) {
@@ -75,7 +75,7 @@ TEST_F(StartUpTest, FailuresStopWhereTheyMust) {
         {"strcpy_s", 9, 34, 0, 8, "[Tlm RegisterXpath] strcpy failed, xpathAlias=interface-monitoring-result, ret=34."},
         {"sampleXpathRegister", 4, ~0u, 0, 3,
          "[Tlm RegisterXpath] register sample xpath failed, xpathAlias=queue-statistics, ret=4294967295."},
-        {"TARN_PAT_C2HRegisterHook", 1, 9, 0, 9, "qos plugin c2h patch init reg hook fail, ret = 9."}};
+        {"TARN_PAT_C2HRegisterHook", 1, 9, 0, QOS_TLM_FAMILY_NUM, "qos plugin c2h patch init reg hook fail, ret = 9."}};
     for (const auto& [function, nth, code, result, registered, message] : cases) {
         SCOPED_TRACE(message);
         reload();
@@ -96,7 +96,7 @@ TEST_F(StartUpTest, FailuresStopWhereTheyMust) {
         EXPECT_EQ(GLOBAL(g_qosTlmCjsonHandle) == nullptr, withoutCjson);
         fake::failNothing();
         EXPECT_EQ(CALL(QOS_TLM_InitPlugin)(8), 0u) << "and again, all of it";
-        EXPECT_EQ(platform.registrations.size(), registered + 9);
+        EXPECT_EQ(platform.registrations.size(), registered + QOS_TLM_FAMILY_NUM);
     }
     for (const bool withTable : {false, true}) {
         reload();
