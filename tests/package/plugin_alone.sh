@@ -10,13 +10,15 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "$1" >&2; exit 1; }
 
-packages=$(find "$root" -path "$root/build" -prune -o \( -name CMakeLists.txt -o -name '*.cmake' \) \
+mapfile -t packages < <(find "$root" -path "$root/build" -prune -o \( -name CMakeLists.txt -o -name '*.cmake' \) \
     -exec sed -n 's/.*find_package(\([A-Za-z0-9_]*\).*/\1/p' {} + | sort -u)
-[[ $packages == *Protobuf* && $packages == *SQLite3* ]] || fail "the packages of the tree are not found: $packages"
+[[ " ${packages[*]} " == *" Protobuf "* ]] || fail "the packages of the tree are not found: ${packages[*]}"
+forbidden=("${packages[@]/#/-DCMAKE_DISABLE_FIND_PACKAGE_}")
+forbidden=("${forbidden[@]/%/=ON}")
 configure() {
     "$cmake" -S "$root" -B "$work/build" -G "$generator" -DCMAKE_C_COMPILER="$c" -DCMAKE_CXX_COMPILER="$cxx" \
         -DCMAKE_BUILD_TYPE=Debug -DNIVEX_QOS_DEVHOST=OFF \
-        $(printf -- '-DCMAKE_DISABLE_FIND_PACKAGE_%s=ON ' $packages) "$@" >"$work/log" 2>&1
+        "${forbidden[@]}" "$@" >"$work/log" 2>&1
 }
 ! configure || fail "configures without a libdb_qos"
 tr -s '\n ' ' ' <"$work/log" | grep -q "name the device's libdb_qos.so with NIVEX_QOS_DB_LIBRARY" || fail "$(cat "$work/log")"
