@@ -50,6 +50,10 @@ class FamilyFiltersTest : public StartedPluginTest, public testing::WithParamInt
 };
 
 TEST_P(FamilyFiltersTest, Conditions) {
+    QosTlmQueryParam request{};
+    setCondition(request, family_.conditions[0].field, "no such value");
+    request.conditionNum = 0;
+    EXPECT_EQ(deliveredRows(family_, request), all()) << "a condition beyond those in use";
     for (const char* field :
          {"interface-name", "service-class", "queue-id", "slot-id", "Interface-name", "slot-it", "queue-ids", ""}) {
         SCOPED_TRACE(field);

@@ -46,6 +46,7 @@ TEST_F(FiltersTest, InterfaceNames) {
         {"eth*1", {"eth1", "eth01", "eth11"}, {"eth", "eth10"}},
         {"GigabitEthernet0/0/0123456789.1*", {"gigabitethernet0/0/0123456789.10"}, {"gigabitethernet0/0/012345678"}},
         {"[[:alpha:]-]*:[^b-d]", {"a1:a", "-1:E"}, {"1:a", "a1:c", "a1:d", "a1:"}},
+        {"e\\Bth", {"eth"}, {"e-th"}},
         {"\\<eth\\>.*|\\bx", {"eth 1", "veth-x"}, {"eths1", "vethx"}},
         // Back-references; with the second one the C library overflows its stack, with the third it takes seconds.
         {"(e)\\1h", {}, {"eeh", "ee\nh"}},
