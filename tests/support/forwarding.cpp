@@ -8,7 +8,7 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
-#include <map>
+#include <iterator>
 #include <stdexcept>
 #include <vector>
 
@@ -56,7 +56,6 @@ struct Function {
         }
     }
 };
-using Functions = std::map<std::string, Function, std::less<>>;
 
 By byEnvironment() {
     const char* wanted = getenv("NIVEX_QOS_FORWARD");
@@ -70,19 +69,19 @@ By byEnvironment() {
 }
 
 void* module = nullptr;
-Functions functions;
-std::vector<Functions::pointer> atWork;                             // the innermost last
-std::set<std::pair<Functions::pointer, Functions::pointer>> noted;  // no caller: a test
+constexpr uint32_t kCount = std::size(kFunctions);
+std::array<Function, kCount> functions;
+std::vector<uint32_t> atWork = {kCount};                     // the innermost last; first a test
+std::array<std::array<bool, kCount>, kCount + 1> isNoted{};  // by caller and callee
 
 // Six numbers or pointers and a floating-point number: the registers that hold the arguments of any of them.
 using AnyFunction = uint64_t (*)(uint64_t, uint64_t, uint64_t, uint64_t, uint64_t, uint64_t, double);
 
-extern "C" QOS_TLM_API UNTYPED_CALL uint64_t forwardCall(const char* name, uint64_t a, uint64_t b, uint64_t c,
-                                                         uint64_t d, uint64_t e, uint64_t f, double real) {
-    Functions::pointer callee = &*functions.find(name);
-    const Function& function = callee->second;
-    noted.emplace(atWork.empty() ? nullptr : atWork.back(), callee);
-    atWork.push_back(callee);
+extern "C" QOS_TLM_API UNTYPED_CALL uint64_t forwardCall(uint32_t index, uint64_t a, uint64_t b, uint64_t c, uint64_t d,
+                                                         uint64_t e, uint64_t f, double real) {
+    const Function& function = functions[index];
+    isNoted[atWork.back()][index] = true;
+    atWork.push_back(index);
     function.write(function.code);
     const uint64_t result = reinterpret_cast<AnyFunction>(function.entry)(a, b, c, d, e, f, real);
     function.write(function.jump);
@@ -105,10 +104,10 @@ void attach() {
     if (by == By::nothing) {
         return;
     }
-    for (const char* name : kFunctions) {
-        functions[name].entry = static_cast<uint8_t*>(pluginsOwnSymbol(name));
+    for (uint32_t i = 0; i < kCount; ++i) {
+        functions[i].entry = static_cast<uint8_t*>(pluginsOwnSymbol(kFunctions[i]));
         if (by == By::jumps) {
-            functions[name].jumpTo(dlsym(module, name));
+            functions[i].jumpTo(dlsym(module, kFunctions[i]));
         }
     }
 }
@@ -130,8 +129,12 @@ std::set<std::string> exportedFunctions() {
 
 std::set<std::pair<std::string, std::string>> calls() {
     std::set<std::pair<std::string, std::string>> names;
-    for (const auto& [caller, callee] : noted) {
-        names.emplace(caller == nullptr ? "" : caller->first, callee->first);
+    for (uint32_t caller = 0; caller <= kCount; ++caller) {
+        for (uint32_t callee = 0; callee < kCount; ++callee) {
+            if (isNoted[caller][callee]) {
+                names.emplace(caller == kCount ? "" : kFunctions[caller], kFunctions[callee]);
+            }
+        }
     }
     return names;
 }
