@@ -20,7 +20,7 @@ bool memoryRunsOut = false;
 }  // namespace
 
 // That of the whole process, the plug-in's index of sent keys included.
-extern "C" void* realloc(void* block, size_t size) noexcept {
+extern "C" [[gnu::visibility("default")]] void* realloc(void* block, size_t size) noexcept {
     void* moved = memoryRunsOut ? nullptr : malloc(size);
     if (block != nullptr && moved != nullptr) {
         memcpy(moved, block, std::min(size, malloc_usable_size(block)));
