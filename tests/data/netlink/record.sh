@@ -1,10 +1,7 @@
 #!/bin/sh
-# Records what the kernel answers about a network made for it: record.sh RECORD_NETLINK, as root, with iproute2 and
-# python3. See README.md.
+# Records what the kernel answers about a network made for it, as root, with iproute2 and python3. See README.md.
 set -eu
-recorder=$(realpath "$1")
 cd "$(dirname "$0")"
-export recorder
 
 unshare -n sh -eu <<'INSIDE'
 ip link add name qos0 index 10 type veth peer name qos1 index 11
@@ -49,7 +46,29 @@ send(("203.0.113.2", 9), 0, 1000, 30)
 time.sleep(1)
 PYTHON
 
-"$recorder" .
+python3 - <<'PYTHON'
+import socket, struct
+RTM_GETLINK, RTM_NEWQDISC, RTM_GETQDISC, RTM_GETTCLASS = 18, 36, 38, 42
+def messages(part):
+    while part:
+        length, kind = struct.unpack_from("=IH", part)
+        yield kind, part[:length]
+        part = part[(length + 3) & ~3:]
+def record(kind, index, file):
+    kernel = socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, socket.NETLINK_ROUTE)
+    what = struct.pack("=BxHiII", 0, 0, index, 0, 0) if kind == RTM_GETLINK else struct.pack("=4xiIII", index, 0, 0, 0)
+    kernel.send(struct.pack("=IHHII", 16 + len(what), kind, 0x301, 1, 0) + what)  # a request for a dump
+    answer = b""
+    while not any(kind == 3 for kind, message in messages(answer)):  # the end
+        answer += kernel.recv(1 << 18)
+    open(file, "wb").write(answer)
+    return answer
+record(RTM_GETLINK, 0, "links.bin")
+for kind, message in messages(record(RTM_GETQDISC, 0, "disciplines.bin")):
+    if kind == RTM_NEWQDISC and message[28:32] == b"\xff" * 4:  # its parent is the root
+        index, = struct.unpack_from("=i", message, 20)
+        record(RTM_GETTCLASS, index, "classes-%d.bin" % index)
+PYTHON
 for device in qos0 qos1 qos2 qos3; do
     echo "# $device"
     tc -s qdisc show dev $device root
