@@ -68,6 +68,8 @@ TEST_F(AssemblyTest, BatchesAreAppended) {
     EXPECT_EQ(hex(&sample_, 48), header);
     EXPECT_EQ(fake::liveBlocks(), 0u);
     EXPECT_LOG("[Tlm SetSampleData] memcpy error, ret=34.");
+    EXPECT_THAT(std::vector<std::string>(platform.calls.end() - 2, platform.calls.end()),
+                testing::ElementsAre("IM_Agent_ReportLogById", "NIVEX_FreeBuff"));
 }
 
 TEST_F(AssemblyTest, NothingHappensWithoutRecordsTreeOrBuffer) {

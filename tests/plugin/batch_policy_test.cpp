@@ -56,67 +56,6 @@ TEST_F(BatchPolicyTest, RefusalByDefaultAndNoLossOnRequest) {
     }
 }
 
-// A record that is put off to the next call must not count as seen by the checks that remember.
-TEST_F(BatchPolicyTest, RecordsPutOffAreNotForgotten) {
-    for (const uint32_t index : {1u, 2u, 3u, 4u, 7u}) {  // those that can put off a row before 256 keys are tracked
-        const Family& family = familyOf(index);
-        for (const bool suppress : {true, false}) {
-            SCOPED_TRACE(testing::Message() << family.tag << suppress);
-            reload();
-            const uint32_t rows = 200;
-            addLongRows(family, rows);
-            setPolicy(1);
-            request_ = {};
-            request_.encodeType = QOS_TLM_ENCODE_JSON;
-            (suppress ? request_.suppressRedundant : request_.periodCheck) = 1;
-            request_.redundantPeriod = request_.selfDefPeriod = 10;
-            if (!suppress) {
-                deliveredRows(family, request_);  // first sight
-                platform.nowMs += 11'000;
-            }
-            platform.uploads.clear();
-            runPass(family, request_);
-            EXPECT_LT(platform.uploads.at(0).sample.recordCount, std::min(rows, family.batchLimit)) << "none put off";
-            EXPECT_EQ(takeEntries(family, request_.encodeType).size(), rows);
-            deliveredRows(family, request_);
-            EXPECT_THAT(deliveredRows(family, request_), IsEmpty()) << "and then each is known";
-        }
-    }
-}
-
-// Batches that fit, the fullest too: the same bytes by the same calls of the platform.
-TEST_F(BatchPolicyTest, BatchesThatFitAreUnchanged) {
-    using Pass = std::pair<std::vector<std::string>, std::vector<std::string>>;  // calls, payloads
-    for (const Family& family : kFamilies) {
-        for (request_.encodeType = 0; request_.encodeType < 2; ++request_.encodeType) {
-            SCOPED_TRACE(testing::Message() << family.tag << " " << request_.encodeType);
-            const auto pass = [&](uint32_t policy, bool longRows, uint32_t rows) {
-                reload();
-                longRows ? addLongRows(family, rows) : addRows(family, rows);
-                setPolicy(policy);
-                platform.calls.clear();
-                runPass(family, request_);
-                Pass seen{{platform.calls.begin(), platform.calls.end()}, {}};
-                for (const fake::Upload& upload : platform.uploads) {
-                    seen.second.emplace_back(reinterpret_cast<const char*>(upload.sample.data), upload.sample.dataLen);
-                }
-                return seen;
-            };
-            if (!family.isMonitor()) {  // which has no small rows
-                EXPECT_EQ(pass(0, false, family.batchLimit + 1), pass(1, false, family.batchLimit + 1));
-            }
-            pass(1, true, family.batchLimit + 1);
-            const uint32_t full = platform.uploads.at(0).sample.recordCount;
-            const Pass fits = pass(0, true, full);
-            EXPECT_EQ(fits.second.size(), 1u);
-            EXPECT_EQ(fits, pass(1, true, full));
-            if (full < family.batchLimit) {
-                EXPECT_EQ(pass(1, true, full + 1).second.size(), 2u);
-            }
-        }
-    }
-}
-
 // Rows that take the most that a row can, behind some whose names are short: a batch that fits to the byte is sent, and
 // one byte more sends its last row with the next.
 TEST_F(BatchPolicyTest, PayloadsAreFilledToTheLastByte) {

@@ -228,6 +228,13 @@ TEST_F(StartUpTest, PatchHooksRecogniseThisLibrary) {
                        std::to_string(operation));
         }
     }
+    // The synchronous hook clears its flag before it looks at the name: here that cuts the name off.
+    alignas(16) char description[QOS_PATCH_FILE_NAME_OFFSET + 32] = {};
+    strcpy(description + QOS_PATCH_FILE_NAME_OFFSET, kOwn);
+    auto* flag = reinterpret_cast<uint32_t*>(description + QOS_PATCH_FILE_NAME_OFFSET + 3);
+    EXPECT_EQ(CALL(libnivex_qos_plugin_PAT_C2HSyncHookFunc)(0, description, flag), 0u);
+    EXPECT_EQ(*flag, 0u);
+
     CALL(QOS_Plugin_C2HPatchInit)();
     EXPECT_EQ(platform.hook, CALL(QOS_Plugin_AsynPatchC2hHookfunc));
     fake::failCall("TARN_PAT_C2HRegisterHook", 1, ~0u);

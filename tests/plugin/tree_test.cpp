@@ -7,6 +7,24 @@ namespace {
 
 class TreeTest : public PluginTest {};
 
+TEST_F(TreeTest, NodesAreClearedWhenMadeAndFreed) {
+    {
+        const Tree top = makeTree("top", 5);
+        CALL(QOS_TLM_AddChildUint64)(top.get(), "n", ~0ull, 3);
+        QosTlmNode plain;
+        memset(&plain, 0, sizeof plain);  // padding as well
+        plain.isLeaf = 1;
+        plain.data.name = top->firstChild->data.name;
+        plain.data.valueType = QOS_TLM_VALUE_UINT64;
+        plain.data.fieldNumber = 3;
+        plain.data.value = ~0ull;
+        plain.data.valueLen = 8;
+        EXPECT_EQ(memcmp(top->firstChild, &plain, sizeof plain), 0);
+    }
+    EXPECT_EQ(fake::liveBlocks(), 0u);
+    EXPECT_EQ(fake::platform.uncleared, 0u);
+}
+
 TEST_F(TreeTest, NodesHoldWhatWasGivenInOrder) {
     static const char topName[] = "top";
     const Tree top = makeTree(topName, 5, 2);

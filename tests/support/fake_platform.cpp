@@ -315,6 +315,8 @@ void NIVEX_FreeBuff(void* block) {
     ASSERT_NE(found, fake::blocks.end()) << "NIVEX_FreeBuff of a block that does not exist";
     auto* bytes = static_cast<uint8_t*>(block);
     fake::checkBlock(bytes, found->second);
+    platform.uncleared += found->second == sizeof(QosTlmNode) &&
+                          std::any_of(bytes, bytes + found->second, [](auto each) { return each != 0; });
     static void* (*const volatile fill)(void*, int, size_t) = memset;  // not optimised away before free
     fill(bytes, fake::kFreedByte, found->second);
     fake::blocks.erase(found);

@@ -22,6 +22,7 @@
 
 #include "nivex_qos/cjson.h"
 #include "nivex_qos/plugin.h"
+#include "nivex_qos/tree.h"
 #include "platform/patch_service.h"
 #include "platform/qos_db_tables.h"
 
@@ -62,6 +63,7 @@ struct Upload {
 struct Platform {
     std::vector<std::string> log;
     std::vector<const char*> calls;  // of every platform function, in order
+    uint32_t uncleared = 0;          // blocks of a tree node's size that were not all 0 when they were freed
     std::vector<size_t> allocSizes;
     std::vector<Registration> registrations;
     std::vector<Upload> uploads;
