@@ -1,11 +1,9 @@
-// Conditions, thresholds and change suppression of every family, from the families' descriptions.
+// Conditions of every family, from the families' descriptions.
 #include <algorithm>
 
 #include "plugin/families.h"
 
-using fake::platform;
 using testing::Each;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -34,15 +32,10 @@ class FamilyFiltersTest : public StartedPluginTest, public testing::WithParamInt
         }
         return rows;
     }
-    // The rows that pass one condition, or one threshold.
+    // The rows that pass one condition.
     Rows passing(const std::string& field, const std::string& value) {
         QosTlmQueryParam request{};
         setCondition(request, field, value);
-        return deliveredRows(family_, request);
-    }
-    Rows above(const std::string& field, uint8_t op, uint64_t value) {
-        QosTlmQueryParam request{};
-        setThreshold(request, field, op, value);
         return deliveredRows(family_, request);
     }
 
@@ -98,33 +91,6 @@ TEST_P(FamilyFiltersTest, Conditions) {
         setCondition(both, field, honoured->match == Match::serviceClass ? "cs6" : "2");
         EXPECT_THAT(deliveredRows(family_, both), IsEmpty()) << "all conditions must hold";
     }
-}
-
-TEST_P(FamilyFiltersTest, ThresholdsCompareTheLow32Bits) {
-    if (family_.isMonitor()) {
-        EXPECT_EQ(above("percent", QOS_TLM_OP_LESS, 0), all()) << "thresholds have no effect";
-        EXPECT_EQ(platform.uploads.size(), 0u);
-        return;
-    }
-    for (const Leaf& leaf : family_.leaves) {
-        SCOPED_TRACE(leaf.name);
-        const auto compared = [&](size_t row) {
-            return leaf.compared.empty() ? 0
-                                         : static_cast<uint32_t>(valueOf(family_, row, leaf.compared).get<uint64_t>());
-        };
-        if (!leaf.compared.empty() && leaf.compared == leaf.column) {
-            setValue(family_, 3, leaf.column, valueOf(family_, 3, leaf.column).get<uint64_t>() + (1ull << 32));
-        }
-        for (const size_t row : {3u, 7u}) {
-            const uint32_t value = compared(row);
-            EXPECT_EQ(above(leaf.name, QOS_TLM_OP_EQUAL, (7ull << 32) + value),
-                      rowsWhere([&](size_t each) { return compared(each) == value; }));
-            EXPECT_EQ(above(leaf.name, QOS_TLM_OP_GREATER, value),
-                      rowsWhere([&](size_t each) { return compared(each) > value; }));
-        }
-    }
-    EXPECT_EQ(above("no such field", QOS_TLM_OP_EQUAL, 0), all());
-    EXPECT_THAT(above("no such field", QOS_TLM_OP_GREATER, 0), IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, FamilyFiltersTest, testing::ValuesIn(kFamilies), nameOf);
