@@ -76,23 +76,23 @@ constexpr Type kTypeOf = std::is_array_v<Value>              ? Type::text
 // An accessor and the field that it fills. A text belongs to the database and is copied when every accessor has
 // succeeded.
 struct Column {
-    Field field;
     union {
         uint32_t (*getByte)(void* object, uint8_t* value);
         uint32_t (*getUint32)(void* object, uint32_t* value);
         uint32_t (*getUint64)(void* object, uint64_t* value);
         uint32_t (*getText)(void* object, const char** value);
     };
+    Field field;
     Type type;  // of what the accessor gives
 
     constexpr Column(Field filled, uint32_t (*get)(void*, uint8_t*))
-        : field(filled), getByte(get), type(Type::boolean) {}
+        : getByte(get), field(filled), type(Type::boolean) {}
     constexpr Column(Field filled, uint32_t (*get)(void*, uint32_t*))
-        : field(filled), getUint32(get), type(Type::uint32) {}
+        : getUint32(get), field(filled), type(Type::uint32) {}
     constexpr Column(Field filled, uint32_t (*get)(void*, uint64_t*))
-        : field(filled), getUint64(get), type(Type::uint64) {}
+        : getUint64(get), field(filled), type(Type::uint64) {}
     constexpr Column(Field filled, uint32_t (*get)(void*, const char**))
-        : field(filled), getText(get), type(Type::text) {}
+        : getText(get), field(filled), type(Type::text) {}
 
     uint32_t read(void* object, void* record, const char** text) const {
         void* place = static_cast<char*>(record) + field.offset;
