@@ -223,11 +223,11 @@ feed_loses_its_file() {
     fresh
     feed writer --db q.db
     sampler reader 3ms
-    for how in 'rm q.db' 'cp good.db new.db; mv new.db q.db' 'rm q.db q.db-wal q.db-shm'; do
+    for how in 'rm q.db' 'rm q.db-wal' 'rm q.db-shm' 'cp good.db new.db; mv new.db q.db' 'rm q.db q.db-wal q.db-shm'; do
         : >writer.err
         eval "$how"
         goes_on writer
-        told writer "'q.db' was removed or replaced while the database was open" 1
+        told writer "q.db[a-z-]*' was removed or replaced while the database was open" 1
         await more_passes reader 128 "$(passes reader 128)"
     done
     for how in 1 2 3 4; do # a sampler that lays the log over it would make a database of it
