@@ -259,12 +259,12 @@ class Cycle {
             return;
         }
         *value = 0;
-        for (const Leaf& leaf : F.leaves) {
-            if (strcmp(fieldName, leaf.name) == 0) {
-                *value = static_cast<uint32_t>(leaf.compared.numberOf(record));
-                return;
+        const std::string_view wanted = fieldName;
+        each<F.leaves.size()>([&](auto i) {
+            if (wanted == F.leaves[i].name) {
+                *value = static_cast<uint32_t>(F.leaves[i].compared.numberOf(record));
             }
-        }
+        });
     }
 
     static uint32_t addEntry(QosTlmNode* list, const Record* record) {

@@ -9,7 +9,7 @@ namespace {
 
 class EncodingFrontTest : public StartedPluginTest {};
 
-TEST_F(EncodingFrontTest, RefusesNullAndUnknownTypes) {
+TEST_F(EncodingFrontTest, SizesTreesAndRefusesNullAndUnknownTypes) {
     const Tree top = makeTree("global-query", 5);
     CALL(QOS_TLM_AddChildUint32)(top.get(), "n", 3, 2);
     const auto encode = CALL(QOS_TLM_Encoding);
@@ -24,6 +24,8 @@ TEST_F(EncodingFrontTest, RefusesNullAndUnknownTypes) {
         }
     }
     EXPECT_EQ(length, 99u);
+    EXPECT_EQ(CALL(QOS_TLM_EstimatePackageSize)(top.get(), QOS_TLM_ENCODE_GPB), 4u);
+    EXPECT_EQ(CALL(QOS_TLM_EstimatePackageSize)(top.get(), QOS_TLM_ENCODE_JSON), 24u);
 }
 
 TEST_F(EncodingFrontTest, RefusesNodesWithoutNameOrText) {
