@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "devhost/cli/capture.h"
-#include "devhost/cli/decode.h"
+#include "devhost/sampling/capture.h"
+#include "devhost/sampling/decode.h"
 #include "fuzz/input.h"
 
 namespace {

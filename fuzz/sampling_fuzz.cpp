@@ -4,7 +4,7 @@
 #include <set>
 #include <stdexcept>
 
-#include "devhost/cli/decode.h"
+#include "devhost/sampling/decode.h"
 #include "fuzz/input.h"
 #include "fuzz/platform.h"
 #include "nivex_qos/tracking.h"

@@ -9,10 +9,11 @@
 #include <limits>
 
 #include "devhost/cli/commands.h"
-#include "devhost/cli/duration.h"
-#include "devhost/cli/exit.h"
 #include "devhost/cli/output.h"
-#include "devhost/cli/shown.h"
+#include "devhost/feed/rounds.h"
+#include "devhost/support/duration.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/shown.h"
 
 namespace host {
 
@@ -27,8 +28,8 @@ struct CommandLine {
     PathsOptions paths;
     SampleOptions sample;
     DecodeOptions decode;
-    FeedOptions kernelFeed;
-    SimFeedOptions simFeed;
+    feed::FeedOptions kernelFeed;
+    feed::SimFeedOptions simFeed;
     DemoOptions demo;
     std::function<int()> action;  // of the chosen command
 };
@@ -137,7 +138,7 @@ void addDecodeCommand(CLI::App& app, CommandLine& line) {
     command->callback([&] { line.action = [&] { return runDecode(line.decode); }; });
 }
 
-void addFeedOptions(CLI::App& source, FeedOptions& options) {
+void addFeedOptions(CLI::App& source, feed::FeedOptions& options) {
     addDatabaseOption(source, options.database, "Database to fill; made if it is not there")
         ->envname("NIVEX_QOS_DB")
         ->required();
@@ -152,7 +153,7 @@ void addFeedCommand(CLI::App& app, CommandLine& line) {
     CLI::App* kernel = command->add_subcommand("kernel", "What this machine's kernel counts, until Ctrl-C");
     kernel->allow_extras(false);
     addFeedOptions(*kernel, line.kernelFeed);
-    kernel->callback([&] { line.action = [&] { return runKernelFeed(line.kernelFeed); }; });
+    kernel->callback([&] { line.action = [&] { return feed::runKernelFeed(line.kernelFeed); }; });
 
     CLI::App* sim = command->add_subcommand("sim", "A simulated device with all tables, until Ctrl-C");
     sim->allow_extras(false);
@@ -167,8 +168,8 @@ void addFeedCommand(CLI::App& app, CommandLine& line) {
     addNumber("--load", device.load, 0, feed::SimOptions::kMaxLoad, "Arrivals in percent of the ports' rate");
     addNumberOption(*sim, "--seed", device.seed, uint64_t{0}, kMost64, "Another number, another traffic")
         ->default_str(std::to_string(device.seed));
-    addNumber("--speed", line.simFeed.speed, 1, SimFeedOptions::kMaxSpeed, "How many times as fast time passes");
-    sim->callback([&] { line.action = [&] { return runSimFeed(line.simFeed); }; });
+    addNumber("--speed", line.simFeed.speed, 1, feed::SimFeedOptions::kMaxSpeed, "How many times as fast time passes");
+    sim->callback([&] { line.action = [&] { return feed::runSimFeed(line.simFeed); }; });
 
     command->callback([command] {
         if (const auto extras = command->remaining(); !extras.empty()) {

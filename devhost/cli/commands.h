@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "devhost/feed/simulated_device.h"
 #include "nivex_qos/sample.h"
 
 namespace host {
@@ -48,19 +47,6 @@ struct DecodeOptions {
     std::vector<std::string> columns;
 };
 
-struct FeedOptions {
-    std::string database;
-    std::chrono::milliseconds every = std::chrono::seconds(1);
-    std::optional<uint64_t> count;
-};
-
-struct SimFeedOptions : FeedOptions {
-    static constexpr uint32_t kMaxSpeed = 1000;
-
-    feed::SimOptions device;
-    uint32_t speed = 1;
-};
-
 struct DemoOptions {
     uint32_t seconds = 8;
     std::string database;
@@ -69,8 +55,6 @@ struct DemoOptions {
 int runPaths(const PathsOptions& options, const std::string& pluginFile);
 int runSample(const SampleOptions& options, const std::string& pluginFile);
 int runDecode(const DecodeOptions& options);
-int runKernelFeed(const FeedOptions& options);
-int runSimFeed(const SimFeedOptions& options);
 int runDemo(const DemoOptions& options, const std::string& pluginFile);
 
 }  // namespace host

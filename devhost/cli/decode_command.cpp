@@ -9,14 +9,14 @@
 #include <tuple>
 #include <utility>
 
-#include "devhost/cli/capture.h"
-#include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
-#include "devhost/cli/exit.h"
 #include "devhost/cli/output.h"
-#include "devhost/cli/shown.h"
-#include "devhost/cli/stop.h"
-#include "devhost/cli/trouble.h"
+#include "devhost/sampling/capture.h"
+#include "devhost/sampling/catalogue.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/shown.h"
+#include "devhost/support/stop.h"
+#include "devhost/support/trouble.h"
 
 namespace host {
 

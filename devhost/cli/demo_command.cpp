@@ -8,22 +8,22 @@
 #include <memory>
 #include <system_error>
 
-#include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
-#include "devhost/cli/decode.h"
-#include "devhost/cli/exit.h"
-#include "devhost/cli/host.h"
 #include "devhost/cli/lab.h"
 #include "devhost/cli/output.h"
-#include "devhost/cli/shown.h"
-#include "devhost/cli/stop.h"
-#include "devhost/cli/trouble.h"
 #include "devhost/feed/kernel_feed.h"
 #include "devhost/feed/netlink.h"
 #include "devhost/feed/sim_feed.h"
 #include "devhost/feed/simulated_device.h"
 #include "devhost/qosdb/qosdb.h"
 #include "devhost/qosdb/store.h"
+#include "devhost/sampling/catalogue.h"
+#include "devhost/sampling/decode.h"
+#include "devhost/sampling/host.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/shown.h"
+#include "devhost/support/stop.h"
+#include "devhost/support/trouble.h"
 
 namespace host {
 

@@ -22,8 +22,8 @@
 #include <sstream>
 #include <system_error>
 
-#include "devhost/cli/stop.h"
 #include "devhost/feed/netns.h"
+#include "devhost/support/stop.h"
 
 namespace host {
 

@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "devhost/cli/descriptor.h"
+#include "devhost/support/descriptor.h"
 
 namespace host {
 

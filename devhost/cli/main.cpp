@@ -7,10 +7,10 @@
 #include <system_error>
 
 #include "devhost/cli/command_line.h"
-#include "devhost/cli/exit.h"
 #include "devhost/cli/output.h"
-#include "devhost/cli/stop.h"
-#include "devhost/cli/trouble.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/stop.h"
+#include "devhost/support/trouble.h"
 
 namespace {
 

@@ -17,10 +17,10 @@
 #include <string_view>
 #include <system_error>
 
-#include "devhost/cli/catalogue.h"
-#include "devhost/cli/decode.h"
-#include "devhost/cli/exit.h"
-#include "devhost/cli/shown.h"
+#include "devhost/sampling/catalogue.h"
+#include "devhost/sampling/decode.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/shown.h"
 
 namespace host {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "devhost/cli/host.h"
+#include "devhost/sampling/host.h"
 
 namespace host {
 

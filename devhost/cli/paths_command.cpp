@@ -3,11 +3,11 @@
 
 #include <nlohmann/json.hpp>
 
-#include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
-#include "devhost/cli/exit.h"
-#include "devhost/cli/host.h"
-#include "devhost/cli/shown.h"
+#include "devhost/sampling/catalogue.h"
+#include "devhost/sampling/host.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/shown.h"
 
 namespace host {
 

@@ -2,22 +2,23 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <limits>
 #include <optional>
 #include <random>
 #include <utility>
 
-#include "devhost/cli/capture.h"
-#include "devhost/cli/catalogue.h"
 #include "devhost/cli/commands.h"
-#include "devhost/cli/exit.h"
-#include "devhost/cli/feed_watch.h"
-#include "devhost/cli/host.h"
 #include "devhost/cli/output.h"
-#include "devhost/cli/request.h"
-#include "devhost/cli/stop.h"
-#include "devhost/cli/trouble.h"
 #include "devhost/qosdb/qosdb.h"
+#include "devhost/sampling/capture.h"
+#include "devhost/sampling/catalogue.h"
+#include "devhost/sampling/feed_watch.h"
+#include "devhost/sampling/host.h"
+#include "devhost/sampling/subscription.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/stop.h"
+#include "devhost/support/trouble.h"
 
 namespace host {
 
@@ -41,31 +42,22 @@ uint64_t microsecondsSince(steady_clock::time_point time) {
     return static_cast<uint64_t>(std::max(duration_cast<microseconds>(steady_clock::now() - time), {}).count());
 }
 
-QosTlmQueryParam buildRequest(const SampleOptions& options, const Path& path) {
-    const Catalogued* entry = findInCatalogue(path.alias);
-    QosTlmQueryParam request = {};
-    request.encodeType = options.encodeType();
-    for (const std::string& text : options.conditions) {
-        addCondition(request, path.alias, entry, text);
+// The options' texts, whose faults name the option.
+Subscription subscriptionOf(const SampleOptions& options, const std::string& alias) {
+    Subscription subscription = {.alias = alias,
+                                 .encoding = options.encodeType(),
+                                 .conditions = {},
+                                 .thresholds = {},
+                                 .relation = std::nullopt,
+                                 .period = options.period,
+                                 .redundantPeriod = options.redundantPeriod,
+                                 .every = options.every};
+    std::ranges::transform(options.conditions, std::back_inserter(subscription.conditions), parseCondition);
+    std::ranges::transform(options.thresholds, std::back_inserter(subscription.thresholds), parseThreshold);
+    if (!options.relation.empty()) {
+        subscription.relation = options.relation == "second" ? QOS_TLM_RELATION_SECOND : QOS_TLM_RELATION_AND;
     }
-    for (const std::string& text : options.thresholds) {
-        addThreshold(request, path.alias, entry, text);
-    }
-    if (!options.relation.empty() && request.thresholdNum < 2) {
-        throw UsageError("--relation says how two thresholds combine: give --threshold twice");
-    }
-    request.thresholdRelation = options.relation == "second" ? QOS_TLM_RELATION_SECOND : QOS_TLM_RELATION_AND;
-    if (options.redundantPeriod && (options.period || request.thresholdNum > 0)) {
-        throw UsageError("--suppress-redundant makes the plug-in ignore --threshold and --period: leave them out");
-    }
-    if (entry != nullptr && entry->conditionsOnly && (options.period || options.redundantPeriod)) {
-        throw UsageError(fmt::format("{} has no --period and no --suppress-redundant", path.alias));
-    }
-    request.periodCheck = options.period ? 1 : 0;
-    request.selfDefPeriod = options.period.value_or(0);
-    request.suppressRedundant = options.redundantPeriod ? 1 : 0;
-    request.redundantPeriod = options.redundantPeriod.value_or(0);
-    return request;
+    return subscription;
 }
 
 }  // namespace
@@ -74,7 +66,14 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     QosDb_SetFile(options.database.c_str());
     Host plugin(pluginFile);
     const Path& path = plugin.path(options.path);
-    const QosTlmQueryParam request = buildRequest(options, path);
+    Subscription subscription;
+    QosTlmQueryParam request = {};
+    try {
+        subscription = subscriptionOf(options, path.alias);
+        request = requestOf(subscription);
+    } catch (const SubscriptionError& error) {
+        throw UsageError(std::string("--") + error.what());
+    }
     const bool captureIsOutput = !options.capture.empty() && isStandardOutput(options.capture);
     const Form form = {options.output.value_or(captureIsOutput ? "none" : "table"), options.columns};
     if (captureIsOutput && form.output != "none") {
@@ -100,7 +99,7 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
     auto next = steady_clock::now();
     Trouble trouble(fmt::format("sampling {}", path.alias));
     FeedWatch feedWatch(options.database, path.alias);
-    std::string hint = patternHint(request, path.alias, findInCatalogue(path.alias));
+    std::string hint = patternHint(subscription);
     for (uint64_t number = 1; number <= last && !waitUntil(next); ++number) {
         record.pass = number;
         const uint64_t lateness = microsecondsSince(next);

@@ -1,5 +1,5 @@
 // Samples that do not fit the schema must not be shown as if they did.
-#include "devhost/cli/decode.h"
+#include "devhost/sampling/decode.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

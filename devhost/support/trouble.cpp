@@ -1,15 +1,23 @@
-#include "devhost/cli/trouble.h"
+#include "devhost/support/trouble.h"
 
 #include <fmt/format.h>
 
 #include <cstdio>
 
-#include "devhost/cli/shown.h"
+#include "devhost/support/shown.h"
 
 namespace host {
 
+namespace {
+const char* programName = "qos-host";
+}
+
+void setProgramName(const char* name) {
+    programName = name;
+}
+
 void report(std::string_view message) {
-    std::fputs(fmt::format("qos-host: {}\n", shown(message)).c_str(), stderr);
+    std::fputs(fmt::format("{}: {}\n", programName, shown(message)).c_str(), stderr);
 }
 
 void Trouble::tell(const std::vector<std::string>& messages) {

@@ -1,4 +1,4 @@
-#include "devhost/cli/shown.h"
+#include "devhost/support/shown.h"
 
 #include <fmt/format.h>
 

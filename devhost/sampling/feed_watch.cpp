@@ -1,4 +1,4 @@
-#include "devhost/cli/feed_watch.h"
+#include "devhost/sampling/feed_watch.h"
 
 #include <fmt/format.h>
 
@@ -6,8 +6,8 @@
 #include <array>
 #include <chrono>
 
-#include "devhost/cli/trouble.h"
 #include "devhost/qosdb/feed_mark.h"
+#include "devhost/support/trouble.h"
 
 namespace host {
 

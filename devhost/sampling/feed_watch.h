@@ -2,8 +2,8 @@
  * What the feed of a database has left for whoever samples it: that nobody writes it any more, and its note. Told on
  * standard error, once until it changes; of a database without a feed's mark there is nothing to tell.
  */
-#ifndef DEVHOST_CLI_FEED_WATCH_H
-#define DEVHOST_CLI_FEED_WATCH_H
+#ifndef DEVHOST_SAMPLING_FEED_WATCH_H
+#define DEVHOST_SAMPLING_FEED_WATCH_H
 
 #include <cstdint>
 #include <string>

@@ -1,8 +1,8 @@
 /*
  * How a command of qos-host ends.
  */
-#ifndef DEVHOST_CLI_EXIT_H
-#define DEVHOST_CLI_EXIT_H
+#ifndef DEVHOST_SUPPORT_EXIT_H
+#define DEVHOST_SUPPORT_EXIT_H
 
 #include <stdexcept>
 

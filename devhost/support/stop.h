@@ -4,8 +4,8 @@
  * or in the middle of long work) does what was left for that case and ends with stopCode(). main sets it up before any
  * action runs; a program started with exec has the signals' default again.
  */
-#ifndef DEVHOST_CLI_STOP_H
-#define DEVHOST_CLI_STOP_H
+#ifndef DEVHOST_SUPPORT_STOP_H
+#define DEVHOST_SUPPORT_STOP_H
 
 #include <chrono>
 #include <exception>

@@ -1,8 +1,8 @@
 /*
  * Time spans on the command line: "500ms", "1s", "2m", "1h".
  */
-#ifndef DEVHOST_CLI_DURATION_H
-#define DEVHOST_CLI_DURATION_H
+#ifndef DEVHOST_SUPPORT_DURATION_H
+#define DEVHOST_SUPPORT_DURATION_H
 
 #include <chrono>
 #include <string>

@@ -6,8 +6,8 @@
  * unloaded. The plug-in finds the platform's functions in this process and libdb_qos beside itself. It reads the
  * database named with QosDb_SetFile. Calls are made from one thread.
  */
-#ifndef DEVHOST_CLI_HOST_H
-#define DEVHOST_CLI_HOST_H
+#ifndef DEVHOST_SAMPLING_HOST_H
+#define DEVHOST_SAMPLING_HOST_H
 
 #include <cstdint>
 #include <functional>
@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "devhost/sampling/batch.h"
 #include "nivex_qos/plugin.h"
 #include "nivex_qos/sample.h"
 
@@ -25,17 +26,6 @@ struct Path {
     std::string alias;
     std::string xpath;
     QosTlmQueryFunc queryFunc;
-};
-
-/* A copy of one uploaded buffer. */
-struct Batch {
-    uint32_t hostArg1;          // the subscription id
-    uint32_t hostArg2;          // the running number, from 1
-    uint64_t collectStartTime;  // milliseconds since 1970
-    uint64_t collectEndTime;
-    uint64_t encodeTimeSpend;  // microseconds
-    uint32_t recordCount;
-    std::string payload;
 };
 
 /* All sampling calls from the beginning to the end of a path's table, or to the first that failed. */

@@ -1,8 +1,8 @@
 /*
  * A file descriptor with an owner, which closes it. -1 is none.
  */
-#ifndef DEVHOST_CLI_DESCRIPTOR_H
-#define DEVHOST_CLI_DESCRIPTOR_H
+#ifndef DEVHOST_SUPPORT_DESCRIPTOR_H
+#define DEVHOST_SUPPORT_DESCRIPTOR_H
 
 #include <unistd.h>
 

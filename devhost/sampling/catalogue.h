@@ -2,8 +2,8 @@
  * What the host knows of a path besides its registration: its list in the schema, the conditions that it honours, the
  * fields that thresholds compare and its batch limit. Everything here lives as long as the program.
  */
-#ifndef DEVHOST_CLI_CATALOGUE_H
-#define DEVHOST_CLI_CATALOGUE_H
+#ifndef DEVHOST_SAMPLING_CATALOGUE_H
+#define DEVHOST_SAMPLING_CATALOGUE_H
 
 #include <google/protobuf/descriptor.h>
 

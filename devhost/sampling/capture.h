@@ -3,19 +3,18 @@
  *
  * Every failure is a std::runtime_error that names the file and, for its contents, the byte offset.
  */
-#ifndef DEVHOST_CLI_CAPTURE_H
-#define DEVHOST_CLI_CAPTURE_H
+#ifndef DEVHOST_SAMPLING_CAPTURE_H
+#define DEVHOST_SAMPLING_CAPTURE_H
 
 #include <cstdint>
-#include <cstdio>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 
-#include "devhost/cli/descriptor.h"
-#include "devhost/cli/host.h"
+#include "devhost/sampling/batch.h"
+#include "devhost/support/descriptor.h"
+#include "nivex_qos/sample.h"
 
 namespace host {
 
@@ -75,7 +74,43 @@ class CaptureWriter {
     Descriptor file_;
 };
 
-/* Owns its file, "-" for standard input. A capture may begin anew wherever a record may. */
+/* The first line of a capture. */
+std::string_view captureHead();
+
+/*
+ * Reads captures out of bytes that come in pieces of any size. A capture may begin anew wherever a record may. Its
+ * failures tell what is wrong, and offset() where.
+ */
+class CaptureParser {
+  public:
+    void feed(std::string_view bytes);
+
+    /* The next record; none when more bytes are needed. */
+    std::optional<CaptureRecord> next();
+
+    /* Fails if the bytes so far end in the middle of a record or of a first line. */
+    void finish();
+
+    /* Of the record that next() gave, or of what it failed at, from the first byte. */
+    uint64_t offset() const { return recordOffset_; }
+
+    /* The captures that have begun so far; records without a run are of the same one within each. */
+    uint64_t captures() const { return captures_; }
+
+  private:
+    bool headBegins() const;
+    void checkHead(bool complete);
+    std::string_view rest() const { return std::string_view(bytes_).substr(taken_); }
+
+    std::string bytes_;
+    size_t taken_ = 0;  // of them
+    uint64_t offset_ = 0;
+    uint64_t recordOffset_ = 0;
+    uint64_t captures_ = 0;
+    char version_ = '\0';  // none before the first line
+};
+
+/* Owns its file, "-" for standard input. */
 class CaptureReader {
   public:
     explicit CaptureReader(const std::string& file);
@@ -83,27 +118,14 @@ class CaptureReader {
     /* The next record; none at the end of the file. */
     std::optional<CaptureRecord> next();
 
-    /* Of the record that next() gave, in the file. */
-    uint64_t offset() const { return recordOffset_; }
-
-    /* The captures that the file has begun with so far; records without a run are of the same one within each. */
-    uint64_t captures() const { return captures_; }
+    uint64_t offset() const { return parser_.offset(); }
+    uint64_t captures() const { return parser_.captures(); }
 
   private:
-    struct Close {
-        void operator()(FILE* file) const { std::fclose(file); }
-    };
-
-    void readHead(std::string_view begun);
-    std::string read(size_t size);
-    [[noreturn]] void fail(uint64_t offset, const std::string& what) const;
-
     std::string name_;
-    std::unique_ptr<FILE, Close> file_;
-    uint64_t offset_ = 0;
-    uint64_t recordOffset_ = 0;
-    uint64_t captures_ = 0;
-    char version_ = '\0';
+    Descriptor file_;
+    CaptureParser parser_;
+    bool ended_ = false;
 };
 
 }  // namespace host

@@ -1,3 +1,5 @@
+#include "devhost/feed/rounds.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -9,20 +11,25 @@
 #include <string>
 #include <vector>
 
-#include "devhost/cli/commands.h"
-#include "devhost/cli/exit.h"
-#include "devhost/cli/stop.h"
-#include "devhost/cli/trouble.h"
 #include "devhost/feed/kernel_feed.h"
 #include "devhost/feed/netlink.h"
 #include "devhost/feed/sim_feed.h"
 #include "devhost/feed/simulated_device.h"
 #include "devhost/qosdb/store.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/stop.h"
+#include "devhost/support/trouble.h"
 
-namespace host {
+namespace feed {
 
 namespace {
 
+using host::kDone;
+using host::kFailed;
+using host::report;
+using host::stopRequested;
+using host::Trouble;
+using host::waitUntil;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 using Seconds = std::chrono::duration<double>;
@@ -130,8 +137,8 @@ int runRounds(const FeedOptions& options, uint32_t speed, qosdb::Store& store, c
 
 int runKernelFeed(const FeedOptions& options) {
     qosdb::Store store(options.database, stopRequested);
-    feed::NetlinkSocket kernel;
-    feed::KernelFeed feed(kernel, store, [](const std::string& line) { report(line); });
+    NetlinkSocket kernel;
+    KernelFeed feed(kernel, store, [](const std::string& line) { report(line); });
     return runRounds(options, 0, store, [&](const qosdb::FeedMark& mark) {
         return feed.round(Clock::now(), std::chrono::system_clock::now(), mark).troubles;
     });
@@ -139,10 +146,10 @@ int runKernelFeed(const FeedOptions& options) {
 
 int runSimFeed(const SimFeedOptions& options) {
     qosdb::Store store(options.database, stopRequested);
-    feed::SimOptions deviceOptions = options.device;
+    SimOptions deviceOptions = options.device;
     deviceOptions.startTime = std::chrono::floor<milliseconds>(std::chrono::system_clock::now().time_since_epoch());
-    feed::SimulatedDevice device(deviceOptions);
-    feed::SimFeed feed(device, store);
+    SimulatedDevice device(deviceOptions);
+    SimFeed feed(device, store);
     return runRounds(options, options.speed, store, [&](const qosdb::FeedMark& mark) -> std::vector<std::string> {
         constexpr milliseconds kStep(10);  // after which a large device looks for the stop
         for (milliseconds left = options.every * options.speed; left.count() > 0; left -= kStep) {
@@ -156,4 +163,4 @@ int runSimFeed(const SimFeedOptions& options) {
     });
 }
 
-}  // namespace host
+}  // namespace feed

@@ -1,4 +1,4 @@
-#include "devhost/cli/catalogue.h"
+#include "devhost/sampling/catalogue.h"
 
 #include <algorithm>
 #include <utility>

@@ -2,8 +2,8 @@
  * What goes wrong, on standard error. In work that is repeated it is told once: the same messages in a row are printed
  * when they begin, and how many attempts they cost when they are over.
  */
-#ifndef DEVHOST_CLI_TROUBLE_H
-#define DEVHOST_CLI_TROUBLE_H
+#ifndef DEVHOST_SUPPORT_TROUBLE_H
+#define DEVHOST_SUPPORT_TROUBLE_H
 
 #include <cstdint>
 #include <string>
@@ -12,6 +12,9 @@
 #include <vector>
 
 namespace host {
+
+/* What messages begin with; a text that lives as long as the program. */
+void setProgramName(const char* name);
 
 /* One message on standard error, in the form of shown.h. */
 void report(std::string_view message);

@@ -1,4 +1,4 @@
-#include "devhost/cli/host.h"
+#include "devhost/sampling/host.h"
 
 #include <dlfcn.h>
 #include <fmt/format.h>
@@ -9,9 +9,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "devhost/cli/exit.h"
-#include "devhost/cli/stop.h"
 #include "devhost/platform/stand_in.h"
+#include "devhost/support/exit.h"
+#include "devhost/support/stop.h"
 
 namespace host {
 

@@ -1,4 +1,4 @@
-#include "devhost/cli/decode.h"
+#include "devhost/sampling/decode.h"
 
 #include <fmt/format.h>
 #include <google/protobuf/descriptor.pb.h>
@@ -12,7 +12,7 @@
 #include <optional>
 #include <stdexcept>
 
-#include "devhost/cli/shown.h"
+#include "devhost/support/shown.h"
 #include "vexlor_qos.pb.h"
 
 namespace host {

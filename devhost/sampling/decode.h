@@ -4,16 +4,16 @@
  * value of another type) throws std::runtime_error. Names may have any bytes: those that are no UTF-8 are no reason to
  * refuse a sample, although both formats ask for UTF-8.
  */
-#ifndef DEVHOST_CLI_DECODE_H
-#define DEVHOST_CLI_DECODE_H
+#ifndef DEVHOST_SAMPLING_DECODE_H
+#define DEVHOST_SAMPLING_DECODE_H
 
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "devhost/cli/catalogue.h"
-#include "devhost/cli/host.h"
+#include "devhost/sampling/catalogue.h"
+#include "devhost/sampling/host.h"
 
 namespace host {
 

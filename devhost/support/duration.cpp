@@ -1,11 +1,11 @@
-#include "devhost/cli/duration.h"
+#include "devhost/support/duration.h"
 
 #include <fmt/format.h>
 
 #include <charconv>
 #include <cstdint>
 
-#include "devhost/cli/exit.h"
+#include "devhost/support/exit.h"
 
 namespace host {
 

@@ -1,4 +1,4 @@
-#include "devhost/cli/stop.h"
+#include "devhost/support/stop.h"
 
 #include <fcntl.h>
 #include <poll.h>

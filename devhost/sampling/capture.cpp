@@ -1,10 +1,12 @@
-#include "devhost/cli/capture.h"
+#include "devhost/sampling/capture.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <concepts>
 #include <limits>
@@ -235,74 +237,114 @@ void CaptureWriter::append(const std::string& bytes) const {
     }
 }
 
-CaptureReader::CaptureReader(const std::string& file)
-    : name_(file),
-      file_(file == "-" ? fdopen(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0), "rb") : std::fopen(file.c_str(), "rbe")) {
-    if (file_ == nullptr) {
-        throwErrno(fmt::format("cannot read the capture '{}'", name_));
-    }
-    readHead({});
+std::string_view captureHead() {
+    return kHead;
 }
 
-// The head of a capture, whose first bytes are read already.
-void CaptureReader::readHead(std::string_view begun) {
-    const uint64_t begin = offset_ - begun.size();
-    if (std::string(begun) + read(kMagic.size() - begun.size()) != kMagic) {
-        fail(begin, fmt::format("this is no capture: it does not begin with \"{}\"", kMagic));
-    }
-    const std::string version = read(kHead.size() - kMagic.size());
-    if (version != "1\n" && version != "2\n") {
-        fail(begin + kMagic.size(), "the capture has another version than 1 and 2, those that are read here");
-    }
-    version_ = version[0];
-    ++captures_;
+void CaptureParser::feed(std::string_view bytes) {
+    bytes_.erase(0, std::exchange(taken_, 0));
+    bytes_ += bytes;
 }
 
-std::optional<CaptureRecord> CaptureReader::next() {
+bool CaptureParser::headBegins() const {
+    constexpr size_t kLengthSize = sizeof(uint32_t);
+    return version_ == '\0' || rest().substr(0, kLengthSize) == kMagic.substr(0, kLengthSize);
+}
+
+// Fails unless what is there of a first line is right.
+void CaptureParser::checkHead(bool complete) {
     recordOffset_ = offset_;
-    std::string lengthBytes = read(sizeof(uint32_t));
-    while (lengthBytes == kMagic.substr(0, sizeof(uint32_t))) {
-        readHead(lengthBytes);
-        recordOffset_ = offset_;
-        lengthBytes = read(sizeof(uint32_t));
+    const std::string_view head = rest().substr(0, kHead.size());
+    const size_t magicSize = complete ? kMagic.size() : std::min(kMagic.size(), head.size());
+    if (head.substr(0, kMagic.size()) != kMagic.substr(0, magicSize)) {
+        throw std::runtime_error(fmt::format("this is no capture: it does not begin with \"{}\"", kMagic));
     }
-    if (lengthBytes.empty()) {
+    if (const std::string_view version = head.substr(std::min(kMagic.size(), head.size()));
+        complete && version != "1\n" && version != "2\n") {
+        recordOffset_ += kMagic.size();
+        throw std::runtime_error("the capture has another version than 1 and 2, those that are read here");
+    }
+}
+
+std::optional<CaptureRecord> CaptureParser::next() {
+    constexpr size_t kLengthSize = sizeof(uint32_t);
+    while (headBegins()) {
+        const bool complete = rest().size() >= kHead.size();
+        checkHead(complete);
+        if (!complete) {
+            return std::nullopt;
+        }
+        version_ = rest()[kMagic.size()];
+        ++captures_;
+        taken_ += kHead.size();
+        offset_ += kHead.size();
+    }
+    recordOffset_ = offset_;
+    std::string_view bytes = rest();
+    if (bytes.size() < kLengthSize) {
         return std::nullopt;
     }
-    if (lengthBytes.size() < sizeof(uint32_t)) {
-        fail(recordOffset_, fmt::format("the record is cut off: {} bytes of its length", lengthBytes.size()));
-    }
-    std::string_view rest = lengthBytes;
-    const auto length = takeNumber<uint32_t>(rest);
+    const auto length = takeNumber<uint32_t>(bytes);
     const size_t least = version_ == '1' ? kFixedPart1 + 1 : kFixedPart2;
     const size_t most = version_ == '1' ? kLongestRecord1 : kLongestRecord2;
     if (length < least || length > most) {
-        fail(recordOffset_, fmt::format("{} is no length of a record, {} to {} bytes", length, least, most));
+        throw std::runtime_error(fmt::format("{} is no length of a record, {} to {} bytes", length, least, most));
     }
-    const std::string bytes = read(length);
     if (bytes.size() < length) {
-        fail(recordOffset_, fmt::format("the record is cut off: {} of {} bytes", bytes.size(), length));
+        return std::nullopt;
     }
-    try {
-        return version_ == '1' ? readVersion1(bytes) : readVersion2(bytes);
-    } catch (const std::runtime_error& error) {
-        fail(recordOffset_, error.what());
-    }
+    bytes = bytes.substr(0, length);
+    taken_ += kLengthSize + length;
+    offset_ += kLengthSize + length;
+    return version_ == '1' ? readVersion1(bytes) : readVersion2(bytes);
 }
 
-// Up to so many bytes: fewer at the end of the file.
-std::string CaptureReader::read(size_t size) {
-    std::string bytes(size, '\0');
-    bytes.resize(std::fread(bytes.data(), 1, size, file_.get()));
-    if (std::ferror(file_.get()) != 0) {
+void CaptureParser::finish() {
+    std::string_view bytes = rest();
+    if (headBegins()) {
+        checkHead(true);
+    }
+    if (bytes.empty()) {
+        return;
+    }
+    if (bytes.size() < sizeof(uint32_t)) {
+        throw std::runtime_error(fmt::format("the record is cut off: {} bytes of its length", bytes.size()));
+    }
+    const auto length = takeNumber<uint32_t>(bytes);
+    throw std::runtime_error(fmt::format("the record is cut off: {} of {} bytes", bytes.size(), length));
+}
+
+CaptureReader::CaptureReader(const std::string& file)
+    : name_(file),
+      file_(file == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0) : open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (file_.get() < 0) {
         throwErrno(fmt::format("cannot read the capture '{}'", name_));
     }
-    offset_ += bytes.size();
-    return bytes;
 }
 
-void CaptureReader::fail(uint64_t offset, const std::string& what) const {
-    throw std::runtime_error(fmt::format("'{}', byte {}: {}", name_, offset, what));
+std::optional<CaptureRecord> CaptureReader::next() {
+    try {
+        for (;;) {
+            if (auto record = parser_.next()) {
+                return record;
+            }
+            if (ended_) {
+                parser_.finish();
+                return std::nullopt;
+            }
+            std::array<char, 65536> bytes;
+            const ssize_t size = read(file_.get(), bytes.data(), bytes.size());
+            if (size < 0 && errno != EINTR) {
+                throwErrno(fmt::format("cannot read the capture '{}'", name_));
+            }
+            ended_ = size == 0;
+            parser_.feed({bytes.data(), static_cast<size_t>(std::max<ssize_t>(size, 0))});
+        }
+    } catch (const std::system_error&) {
+        throw;
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(fmt::format("'{}', byte {}: {}", name_, parser_.offset(), error.what()));
+    }
 }
 
 }  // namespace host

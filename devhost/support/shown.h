@@ -5,8 +5,8 @@
  * and all bytes of control characters (C0, DEL, C1, line and paragraph separators) and of characters that turn the
  * direction of writing. A backslash is doubled, so that the form tells every text apart.
  */
-#ifndef DEVHOST_CLI_SHOWN_H
-#define DEVHOST_CLI_SHOWN_H
+#ifndef DEVHOST_SUPPORT_SHOWN_H
+#define DEVHOST_SUPPORT_SHOWN_H
 
 #include <cstddef>
 #include <string>
