@@ -26,7 +26,7 @@ run:
 
 test:
 	@scripts/setup.sh test
-	@scripts/build.sh $(PRESET) -DNIVEX_QOS_TESTS=ON
+	@scripts/build.sh $(PRESET) -DNIVEX_QOS_AGENT=ON -DNIVEX_QOS_TESTS=ON
 	ctest --preset $(PRESET)
 
 asan:

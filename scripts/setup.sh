@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a purpose needs and this machine lacks, and says which.
-# usage: scripts/setup.sh run|test|lint|bench|arm64|bare   (test includes run; lint, bench and arm64 include both)
+# usage: scripts/setup.sh run|agent|test|lint|bench|arm64|bare
+# agent includes run, test includes both; lint, bench and arm64 include all three
 set -euo pipefail
 
 run=(g++ cmake ninja-build pkg-config libcjson-dev libcli11-dev libfmt-dev libnl-3-dev libprotobuf-dev libsqlite3-dev
      nlohmann-json3-dev protobuf-compiler iproute2)
-test=(abigail-tools binutils dpkg-dev file libgmock-dev libgtest-dev libyang-tools mount sqlite3)
+agent=(libevent-dev libgrpc++-dev libsystemd-dev libyaml-cpp-dev protobuf-compiler-grpc)
+test=(abigail-tools binutils dpkg-dev file libgmock-dev libgtest-dev libyang-tools mount prometheus python3-grpcio python3-protobuf sqlite3)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev valgrind)
 bench=(libnanopb-dev libprotozero-dev nanopb rapidjson-dev)
 # The cross compiler, the emulator, and the libraries of the other architecture.
@@ -14,12 +16,13 @@ arm64=(crossbuild-essential-arm64 qemu-user libcjson-dev:arm64 libfmt-dev:arm64 
 
 case "${1:-}" in
   run) wanted=("${run[@]}") ;;
-  test) wanted=("${run[@]}" "${test[@]}") ;;
-  lint) wanted=("${run[@]}" "${test[@]}" "${lint[@]}") ;;
-  bench) wanted=("${run[@]}" "${test[@]}" "${bench[@]}") ;;
-  arm64) wanted=("${run[@]}" "${test[@]}" "${arm64[@]}") ;;
+  agent) wanted=("${run[@]}" "${agent[@]}") ;;
+  test) wanted=("${run[@]}" "${agent[@]}" "${test[@]}") ;;
+  lint) wanted=("${run[@]}" "${agent[@]}" "${test[@]}" "${lint[@]}") ;;
+  bench) wanted=("${run[@]}" "${agent[@]}" "${test[@]}" "${bench[@]}") ;;
+  arm64) wanted=("${run[@]}" "${agent[@]}" "${test[@]}" "${arm64[@]}") ;;
   bare) wanted=(mmdebstrap) ;;
-  *) echo "usage: $0 run|test|lint|bench|arm64|bare" >&2; exit 2 ;;
+  *) echo "usage: $0 run|agent|test|lint|bench|arm64|bare" >&2; exit 2 ;;
 esac
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then

@@ -1,6 +1,8 @@
 #include "devhost/sampling/catalogue.h"
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 #include <utility>
 
 #include "nivex_qos/paths.h"
@@ -24,8 +26,11 @@ const Condition kServiceClass = {"service-class",
                                  {"be", "af1", "af2", "af3", "af4", "ef", "cs6", "cs7"}};
 
 Catalogued pathOf(std::string alias, uint32_t batchLimit) {
-    return {std::move(alias), {}, batchLimit, false, false, {}, nullptr, nullptr};
+    return {std::move(alias), {}, {}, batchLimit, false, false, {}, nullptr, nullptr};
 }
+
+// What a list's key may be made of; the rest of an entry tells nothing of which row it is.
+constexpr std::array<std::string_view, 4> kKeys = {"slot-id", "interface-name", "queue-id", "service-class"};
 
 // The paths; the schema adds the rest.
 std::vector<Catalogued> buildCatalogue() {
@@ -53,9 +58,16 @@ std::vector<Catalogued> buildCatalogue() {
             if (list->is_repeated() && list->json_name() == row.alias) {
                 row.container = container;
                 row.list = list;
+                for (int leaf = 0; leaf < row.fieldCount(); ++leaf) {
+                    if (std::ranges::find(kKeys, row.field(leaf).json_name()) != kKeys.end()) {
+                        row.keys.push_back(leaf);
+                    }
+                }
             }
         }
     }
+    // A burst's slot says where its queue was.
+    catalogue[QOS_TLM_FAMILY_BUF_MONITOR].keys.resize(2);
     std::erase_if(catalogue, [](const Catalogued& row) { return row.list == nullptr; });
     return catalogue;
 }
@@ -69,6 +81,10 @@ std::vector<std::string> Catalogued::fieldNames() const {
         names.push_back(field(index).json_name());
     }
     return names;
+}
+
+bool Catalogued::isKey(int index) const {
+    return std::ranges::find(keys, index) != keys.end();
 }
 
 std::vector<std::string> Catalogued::conditionNames() const {

@@ -28,6 +28,7 @@ struct Condition {
 struct Catalogued {
     std::string alias;
     std::vector<Condition> conditions;
+    std::vector<int> keys;  // the fields that tell a row from its others, as indexes
     uint32_t batchLimit;
     bool conditionsOnly;                                 // thresholds, periods and suppression have no effect
     bool sendsUncounted;                                 // records whose slot is no slot come uncounted
@@ -38,6 +39,7 @@ struct Catalogued {
     int fieldCount() const { return list->message_type()->field_count(); }
     const google::protobuf::FieldDescriptor& field(int index) const { return *list->message_type()->field(index); }
     std::vector<std::string> fieldNames() const;
+    bool isKey(int index) const;
     std::vector<std::string> conditionNames() const;
     std::vector<std::string> thresholdNames() const;
 };
