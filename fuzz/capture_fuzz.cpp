@@ -2,11 +2,14 @@
 #include <google/protobuf/stubs/logging.h>
 #include <sys/mman.h>
 
+#include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "devhost/sampling/capture.h"
 #include "devhost/sampling/decode.h"
+#include "devhost/sampling/records.h"
 #include "fuzz/input.h"
 
 namespace {
@@ -34,6 +37,16 @@ void decode(const std::string& alias, const host::CapturedBatch& captured) {
     const host::Catalogued* path = host::findInCatalogue(alias);
     if (path == nullptr) {
         return;
+    }
+    try {
+        std::vector<host::Row> values;
+        for (const auto& record : host::decodeRecords(*path, captured.encoding, captured.batch.payload)) {
+            std::ranges::transform(record->values, std::back_inserter(values.emplace_back()), host::textOf);
+        }
+        const auto decodeRows = captured.encoding == QOS_TLM_ENCODE_GPB ? host::decodeGpb : host::decodeJson;
+        REQUIRE(values == decodeRows(*path, captured.batch.payload));
+    } catch (const std::runtime_error& error) {
+        REQUIRE(*error.what() != '\0');
     }
     try {
         for (const host::Row& row : host::decodeBatches(*path, captured.encoding, {&captured.batch, 1})) {

@@ -1,5 +1,6 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <ctime>
@@ -53,6 +54,18 @@ void print(const CaptureRecord& record, const LogLine& line) {
     fmt::print("logged {}: {}, subscription {}, pass {}: {}\n", timeText(line.time),
                record.alias.empty() ? "no path" : shown(record.alias), record.subscription, record.pass,
                shown(line.text));
+}
+
+void print(const CaptureRecord& record, const MissedBeats& missed) {
+    fmt::print("missed before pass {}: {}, subscription {}, passes {}\n", record.pass, shown(record.alias),
+               record.subscription, missed.count);
+}
+
+void print(const CaptureRecord& record, const RowGone& row) {
+    std::vector<std::string> keys;
+    std::ranges::transform(row.keys, std::back_inserter(keys), shown);
+    fmt::print("gone in pass {}: {}, subscription {}, row {}\n", record.pass, shown(record.alias), record.subscription,
+               fmt::join(keys, " "));
 }
 
 /* Whether the batches of a subscription follow each other, as far as its records tell. */
@@ -139,9 +152,11 @@ class Decoder {
         tellGap(record, sequence(record).end(end));
     }
 
-    void show(const CaptureRecord& record, const LogLine& line) {
+    // What concerns no record.
+    template <class Content>
+    void show(const CaptureRecord& record, const Content& content) {
         if (form_.output != "json") {
-            print(record, line);
+            print(record, content);
         }
     }
 

@@ -1,6 +1,3 @@
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -9,24 +6,12 @@
 #include "devhost/cli/command_line.h"
 #include "devhost/cli/output.h"
 #include "devhost/support/exit.h"
+#include "devhost/support/standard_files.h"
 #include "devhost/support/stop.h"
 #include "devhost/support/trouble.h"
 
-namespace {
-
-// A standard file that is closed would be the next file that is opened, which then takes the output or the messages.
-void keepStandardFiles() {
-    int file = -1;
-    do {
-        file = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    } while (file >= 0 && file <= STDERR_FILENO);
-    close(file);
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-    keepStandardFiles();
+    host::keepStandardFiles();
     try {
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGXFSZ, SIG_IGN);  // a file at its size limit is a failed write

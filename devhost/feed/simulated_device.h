@@ -32,6 +32,8 @@ struct SimOptions {
     uint32_t load = 90;  // arrivals in percent of the ports' rate, 0 to kMaxLoad
     uint64_t seed = 1;
     std::chrono::milliseconds startTime{};  // since 1970
+
+    friend bool operator==(const SimOptions&, const SimOptions&) = default;
 };
 
 /* splitmix64 */

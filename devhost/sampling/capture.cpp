@@ -37,6 +37,10 @@ constexpr uint8_t kPassEnd = 2;
 constexpr size_t kPassEndPart = 41;
 constexpr uint8_t kLogLine = 3;
 constexpr size_t kLogLinePart = 8;  // without its text
+constexpr uint8_t kMissedBeats = 4;
+constexpr size_t kMissedBeatsPart = 8;
+constexpr uint8_t kRowGone = 5;
+constexpr size_t kLongestKey = 255;
 
 template <std::unsigned_integral Number>
 std::string littleEndian(Number number) {
@@ -72,6 +76,20 @@ std::string contentBytes(const PassEnd& end) {
 
 std::string contentBytes(const LogLine& line) {
     return littleEndian(line.time) + line.text.substr(0, kLongestText);
+}
+
+std::string contentBytes(const MissedBeats& missed) {
+    return littleEndian(missed.count);
+}
+
+std::string contentBytes(const RowGone& row) {
+    std::string bytes;
+    for (const std::string& key : row.keys) {
+        const std::string_view kept = std::string_view(key).substr(0, kLongestKey);
+        bytes += littleEndian(static_cast<uint8_t>(kept.size()));
+        bytes += kept;
+    }
+    return bytes;
 }
 
 std::string contentBytes(const UnknownKind&) {
@@ -133,7 +151,7 @@ CaptureRecord readVersion1(std::string_view rest) {
 CaptureRecord readVersion2(std::string_view rest) {
     CaptureRecord record;
     const auto kind = takeNumber<uint8_t>(rest);
-    if (kind != kBatch && kind != kPassEnd && kind != kLogLine) {
+    if (kind < kBatch || kind > kRowGone) {
         record.content = UnknownKind{kind};
         return record;
     }
@@ -162,6 +180,18 @@ CaptureRecord readVersion2(std::string_view rest) {
         end.duration = takeNumber<uint64_t>(rest);
         end.lateness = takeNumber<uint64_t>(rest);
         record.content = end;
+    } else if (kind == kMissedBeats) {
+        requireSize(rest, kMissedBeatsPart, kMissedBeatsPart);
+        record.content = MissedBeats{takeNumber<uint64_t>(rest)};
+    } else if (kind == kRowGone) {
+        RowGone row;
+        while (!rest.empty()) {
+            const size_t size = takeNumber<uint8_t>(rest);
+            requireSize(rest, size, rest.size());
+            row.keys.emplace_back(rest.substr(0, size));
+            rest.remove_prefix(size);
+        }
+        record.content = std::move(row);
     } else {
         requireSize(rest, kLogLinePart, kLogLinePart + kLongestText);
         const auto time = takeNumber<uint64_t>(rest);

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "devhost/sampling/batch.h"
 #include "devhost/support/descriptor.h"
@@ -38,6 +39,16 @@ struct LogLine {
     std::string text;   // what is longer than 4096 bytes is cut
 };
 
+/* Passes that were due and not made, because the one before them took too long. */
+struct MissedBeats {
+    uint64_t count = 0;
+};
+
+/* A row that the table had in the pass before and has no more. */
+struct RowGone {
+    std::vector<std::string> keys;  // its values of the path's keys, each up to 255 bytes
+};
+
 /* Of a kind that this program does not know. */
 struct UnknownKind {
     uint8_t kind;
@@ -48,7 +59,7 @@ struct CaptureRecord {
     uint32_t subscription = 0;
     uint64_t pass = 0;  // from 1 in each run of a subscription; 0 outside of a pass, and in version 1
     std::string alias;  // 1 to 255 bytes; may be empty for a LogLine
-    std::variant<CapturedBatch, PassEnd, LogLine, UnknownKind> content;
+    std::variant<CapturedBatch, PassEnd, LogLine, MissedBeats, RowGone, UnknownKind> content;
 };
 
 /* The bytes of a record with a run, of a kind that is known. */

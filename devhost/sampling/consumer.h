@@ -59,6 +59,8 @@ class Consumer {
     virtual void passEnded(const SampledPass& sampled) = 0;
     /* A line that the plug-in or its host logged. */
     virtual void message(const Source& source, const LogLine& line, const std::string& frame) = 0;
+    /* Passes that were due and not made. */
+    virtual void missed(const Source& source, const MissedBeats& missed, const std::string& frame) = 0;
     /* The worker ended or was ended; what it knew of the past is gone, another one follows. why: for people. */
     virtual void workerLost(const Source& source, const std::string& why) = 0;
     /* The subscription has ended for good. */

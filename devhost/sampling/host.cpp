@@ -141,7 +141,7 @@ const Path& Host::path(std::string_view name) const {
 }
 
 Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId,
-                   const std::function<void(const Batch&)>& onBatch) {
+                   const std::function<void(const Batch&)>& onBatch, const std::function<void()>& atEnd) {
     Pass pass;
     bool sent = false;
     do {
@@ -155,6 +155,9 @@ Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t s
             onBatch(received.batches.back());
         }
     } while (pass.result == QOS_TLM_RESULT_MORE && sent && !stopRequested());
+    if (atEnd) {
+        atEnd();
+    }
     pass.batches = std::exchange(received.batches, {});
     pass.messages = std::exchange(received.messages, {});
     if (pass.result == QOS_TLM_RESULT_MORE && !sent) {

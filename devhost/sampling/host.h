@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,6 +34,7 @@ struct Pass {
     uint32_t result = QOS_TLM_RESULT_DONE;  // of the last call; MORE when a stop was requested in mid-pass
     std::vector<Batch> batches;             // in the order of upload
     std::vector<std::string> messages;      // what the plug-in and the database logged meanwhile
+    std::optional<uint64_t> rows;           // of the table; none when they are not known
 
     uint64_t records() const;
     uint64_t bytes() const;
@@ -57,10 +59,11 @@ class Host {
 
     /*
      * Calls the path until its pass ends, a call fails, or a stop is requested; onBatch sees each batch as it arrives.
-     * The running numbers of this process's batches follow each other; one is left out for a call that failed.
+     * The running numbers of this process's batches follow each other; one is left out for a call that failed. atEnd is
+     * called when all is read, while the database still shows the state of the pass.
      */
     Pass runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId,
-                 const std::function<void(const Batch&)>& onBatch = {});
+                 const std::function<void(const Batch&)>& onBatch = {}, const std::function<void()>& atEnd = {});
 
   private:
     std::vector<Path> paths_;

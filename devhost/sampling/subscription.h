@@ -24,6 +24,7 @@ struct Subscription {
     struct Condition {
         std::string field;
         std::string value;
+        friend bool operator==(const Condition&, const Condition&) = default;
     };
 
     /* Compares a field that the path compares. */
@@ -31,6 +32,7 @@ struct Subscription {
         std::string field;
         QosTlmThresholdOp op = QOS_TLM_OP_EQUAL;
         uint32_t value = 0;
+        friend bool operator==(const Threshold&, const Threshold&) = default;
     };
 
     std::string alias;  // of the path
@@ -41,6 +43,8 @@ struct Subscription {
     std::optional<uint32_t> period;                   // seconds in which a record passes at most once
     std::optional<uint32_t> redundantPeriod;          // seconds after which an unchanged record passes again
     std::chrono::milliseconds every{0};               // 0: once
+
+    friend bool operator==(const Subscription&, const Subscription&) = default;
 };
 
 /*

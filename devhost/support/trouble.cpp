@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "devhost/support/shown.h"
@@ -18,6 +19,14 @@ void setProgramName(const char* name) {
 
 void report(std::string_view message) {
     std::fputs(fmt::format("{}: {}\n", programName, shown(message)).c_str(), stderr);
+}
+
+void reportLines(std::string_view messages) {
+    while (!messages.empty()) {
+        const size_t end = std::min(messages.find('\n'), messages.size());
+        report(messages.substr(0, end));
+        messages.remove_prefix(std::min(end + 1, messages.size()));
+    }
 }
 
 void Trouble::tell(const std::vector<std::string>& messages) {

@@ -19,6 +19,9 @@ void setProgramName(const char* name);
 /* One message on standard error, in the form of shown.h. */
 void report(std::string_view message);
 
+/* The same of a text of several lines, a message each. */
+void reportLines(std::string_view messages);
+
 class Trouble {
   public:
     /* what: the work that is repeated, as in "sampling queue-statistics". */

@@ -1,0 +1,254 @@
+#include "devhost/agent/agent.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <ranges>
+#include <utility>
+
+#include "devhost/sampling/catalogue.h"
+#include "devhost/support/trouble.h"
+
+namespace agent {
+
+namespace {
+
+constexpr std::chrono::milliseconds kFeedWatch{2000};
+constexpr std::chrono::milliseconds kFlush{5000};
+constexpr uint32_t kMostStreamed = 64;
+
+std::string lineOf(const std::string& name, const SubscriptionLedger& ledger) {
+    return fmt::format(
+        "subscription {}: passes {} (failed {}), missed {}, restarts {}, rows {}, records {}, not sent {}, refused {}, "
+        "gaps {}, batches {}, bytes {}, encoding {} us, messages {}",
+        name, ledger.passes, ledger.failedPasses, ledger.missedBeats, ledger.restarts, ledger.rows, ledger.records,
+        ledger.notSent, ledger.refused, ledger.gaps, ledger.batches, ledger.bytes, ledger.encodeTime, ledger.messages);
+}
+
+std::string lineOf(const std::string& name, const host::Account& account) {
+    std::string line = fmt::format("output {}: offered {}, delivered {}, waiting {}, dropped {}", name, account.offered,
+                                   account.delivered, account.waiting, account.allDropped());
+    for (size_t reason = 0; reason < account.dropped.size(); ++reason) {
+        if (account.dropped[reason] > 0) {
+            line += fmt::format(" {} {}", host::kDropNames[reason], account.dropped[reason]);
+        }
+    }
+    return line + fmt::format(", bytes waiting {}, reconnects {}{}", account.bytesWaiting, account.reconnects,
+                              account.lastError.empty() ? "" : ", last error: " + account.lastError);
+}
+
+void addTo(host::Account& sum, const host::Account& account) {
+    sum.offered += account.offered;
+    sum.delivered += account.delivered;
+    for (size_t reason = 0; reason < sum.dropped.size(); ++reason) {
+        sum.dropped[reason] += account.dropped[reason];
+    }
+}
+
+}  // namespace
+
+/* What a stream holds; its end is the subscription's, but not in the middle of a call. */
+class Agent::StreamedSampling : public gnmi::Sampling {
+  public:
+    StreamedSampling(Agent& agent, std::shared_ptr<Streamed> streamed)
+        : agent_(agent), streamed_(std::move(streamed)) {}
+    ~StreamedSampling() override {
+        streamed_->runner->silence();
+        agent_.streamed_.remove(streamed_);
+        agent_.endedStreamed_.push_back(streamed_);
+        agent_.loop_.post([&agent = agent_] { agent.endedStreamed_.clear(); });
+    }
+    StreamedSampling(const StreamedSampling&) = delete;
+    StreamedSampling& operator=(const StreamedSampling&) = delete;
+
+    const host::Source& source() const override { return streamed_->runner->source(); }
+    void requestPass() override { streamed_->runner->requestPass(); }
+
+  private:
+    Agent& agent_;
+    std::shared_ptr<Streamed> streamed_;
+};
+
+Agent::Agent(host::Loop& loop, std::string pluginFile, std::function<void()> ready)
+    : loop_(loop),
+      pluginFile_(std::move(pluginFile)),
+      ready_(std::move(ready)),
+      children_(loop),
+      watchFeed_(loop.timer([this] { watchFeed(); })) {}
+
+Agent::~Agent() = default;
+
+void Agent::apply(const Configuration& configuration) {
+    // What may fail comes first.
+    std::map<std::string, OutputPointer> outputs;
+    for (const auto& [name, settings] : configuration.outputs) {
+        const auto known = configuration_ ? configuration_->outputs.find(name) : configuration.outputs.end();
+        const bool same = configuration_ && known != configuration_->outputs.end() && known->second == settings;
+        outputs[name] = same ? outputs_.at(name) : makeOutput(settings);
+    }
+    const bool tablesChange = !configuration_ || configuration_->feed != configuration.feed ||
+                              configuration_->database != configuration.database;
+    std::optional<Configuration> before = std::exchange(configuration_, configuration);
+
+    if (tablesChange) {
+        runners_.clear();
+    }
+    for (const auto& [name, output] : outputs_) {
+        const auto kept = outputs.find(name);
+        if (kept == outputs.end() || kept->second != output) {
+            endOutput(output, kFlush, [] {});
+        }
+    }
+    outputs_ = std::move(outputs);
+    consumers_.clear();
+    std::ranges::transform(outputs_, std::back_inserter(consumers_),
+                           [](const auto& each) { return each.second.get(); });
+    std::erase_if(runners_, [&](const auto& each) {
+        const auto wanted = configuration.subscriptions.find(each.first);
+        return wanted == configuration.subscriptions.end() || wanted->second != each.second->source().subscription;
+    });
+    if (tablesChange) {
+        beginTables(before.has_value());
+    } else if (tablesReady_) {
+        tablesReady();
+    }
+}
+
+// The feed that is there ends before the next one begins, which may have its database.
+void Agent::beginTables(bool anew) {
+    tablesReady_ = false;
+    if (anew && feed_) {
+        feed_->end([this] {
+            loop_.post([this] {
+                feed_.reset();
+                beginTables(false);
+            });
+        });
+        return;
+    }
+    if (!database_ || configuration_->database != database_->configured()) {
+        database_.emplace(configuration_->database);
+    }
+    feedWatch_.emplace(database_->file(), "queue-statistics");
+    watchFeed_.start(kFeedWatch);
+    if (configuration_->feed.source == Configuration::Feed::Source::none) {
+        tablesReady();
+        return;
+    }
+    feed_ = std::make_unique<FeedRunner>(loop_, children_, FeedOrder{database_->file(), configuration_->feed},
+                                         [this] { tablesReady(); });
+}
+
+// Begins the subscriptions that do not run yet.
+void Agent::tablesReady() {
+    tablesReady_ = true;
+    for (const auto& [name, subscription] : configuration_->subscriptions) {
+        auto& runner = runners_[name];
+        if (!runner) {
+            runner = makeRunner(name, subscription, consumers_);
+            runner->begin();
+        }
+    }
+    for (const auto& streamed : streamed_) {
+        streamed->runner->begin();
+    }
+    if (const auto ready = std::exchange(ready_, {})) {
+        ready();
+    }
+}
+
+std::unique_ptr<Runner> Agent::makeRunner(std::string name, const host::Subscription& subscription,
+                                          const Consumers& consumers) {
+    host::Source source = {.name = std::move(name),
+                           .id = ++lastId_,
+                           .path = *host::findInCatalogue(subscription.alias),
+                           .subscription = subscription};
+    WorkerOrder order;
+    order.plugin = pluginFile_;
+    order.database = database_->file();
+    return std::make_unique<Runner>(loop_, children_, std::move(source), std::move(order), consumers);
+}
+
+std::unique_ptr<gnmi::Sampling> Agent::start(const host::Subscription& subscription, host::Consumer& consumer) {
+    const uint32_t most = configuration_->gnmi ? configuration_->gnmi->maxSubscriptions : kMostStreamed;
+    if (streamed_.size() >= most) {
+        throw gnmi::TooManySubscriptions(fmt::format("{} subscriptions run, which is the most that is allowed", most));
+    }
+    auto streamed = std::make_shared<Streamed>();
+    streamed->consumers = {&consumer};
+    streamed->runner = makeRunner(fmt::format("gnmi-{}", ++streamedStarted_), subscription, streamed->consumers);
+    streamed_.push_back(streamed);
+    if (tablesReady_) {
+        streamed->runner->begin();
+    }
+    return std::make_unique<StreamedSampling>(*this, std::move(streamed));
+}
+
+Agent::OutputPointer Agent::makeOutput(const Configuration::Output&) {
+    throw std::runtime_error("no output yet");
+}
+
+void Agent::endOutput(const OutputPointer& output, std::chrono::milliseconds within,
+                      const std::function<void()>& done) {
+    ending_.push_back(output);
+    output->flush(within, [this, output, done] {
+        loop_.post([this, output, done] {
+            addTo(ended_, output->account());
+            ending_.remove(output);
+            done();
+        });
+    });
+}
+
+void Agent::stop(std::chrono::milliseconds within, std::function<void()> done) {
+    watchFeed_.cancel();
+    runners_.clear();
+    consumers_.clear();
+    auto left = std::make_shared<size_t>(1);
+    const auto oneLess = [this, left, done = std::move(done)] {
+        if (--*left > 0) {
+            return;
+        }
+        if (feed_) {
+            feed_->end(done);
+        } else {
+            done();
+        }
+    };
+    for (const auto& [name, output] : std::exchange(outputs_, {})) {
+        ++*left;
+        endOutput(output, within, oneLess);
+    }
+    oneLess();
+}
+
+void Agent::watchFeed() {
+    feedWatch_->look();
+    watchFeed_.start(kFeedWatch);
+}
+
+std::vector<std::string> Agent::ledgerLines() const {
+    std::vector<std::string> lines;
+    for (const auto& [name, runner] : runners_) {
+        lines.push_back(lineOf(name, runner->ledger()));
+    }
+    for (const auto& streamed : streamed_) {
+        lines.push_back(lineOf(streamed->runner->source().name, streamed->runner->ledger()));
+    }
+    for (const auto& [name, output] : outputs_) {
+        lines.push_back(lineOf(name, output->account()));
+    }
+    if (ended_.offered > 0) {
+        lines.push_back(lineOf("(ended)", ended_));
+    }
+    return lines;
+}
+
+bool Agent::anyDropped() const {
+    return ended_.allDropped() > 0 || std::ranges::any_of(outputs_ | std::views::values, [](const auto& output) {
+               return output->account().allDropped() > 0;
+           });
+}
+
+}  // namespace agent

@@ -1,0 +1,96 @@
+/*
+ * The agent: subscriptions in workers of their own, a feed, outputs and gNMI, as a configuration says, and the ledger
+ * of what became of every record. Used on the loop's thread.
+ */
+#ifndef DEVHOST_AGENT_AGENT_H
+#define DEVHOST_AGENT_AGENT_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "devhost/agent/children.h"
+#include "devhost/agent/configuration.h"
+#include "devhost/agent/database.h"
+#include "devhost/agent/feed_runner.h"
+#include "devhost/agent/runner.h"
+#include "devhost/gnmi/sampler.h"
+#include "devhost/outputs/output.h"
+#include "devhost/sampling/feed_watch.h"
+#include "devhost/support/loop.h"
+
+namespace agent {
+
+class Agent : public gnmi::Sampler {
+  public:
+    /* pluginFile: the plug-in; empty: the library beside this program. ready: called once all has begun. */
+    Agent(host::Loop& loop, std::string pluginFile, std::function<void()> ready);
+    ~Agent() override;
+    Agent(const Agent&) = delete;
+    Agent& operator=(const Agent&) = delete;
+
+    /*
+     * Makes the configuration what runs: begins what is new or has changed, ends what is no more, and leaves alone the
+     * rest. Throws std::exception when a part of it cannot begin, with everything as it was before.
+     */
+    void apply(const Configuration& configuration);
+
+    /* Ends everything, giving outputs and streams so long to deliver what waits; then calls done. */
+    void stop(std::chrono::milliseconds within, std::function<void()> done);
+
+    /* The ledger, a line for each subscription and output, for people. */
+    std::vector<std::string> ledgerLines() const;
+
+    /* Whether any record was dropped since the agent began. */
+    bool anyDropped() const;
+
+    std::unique_ptr<gnmi::Sampling> start(const host::Subscription& subscription, host::Consumer& consumer) override;
+
+  private:
+    /* A subscription of a stream; outlives the stream's interest in it until the loop's next turn. */
+    struct Streamed {
+        Consumers consumers;
+        std::unique_ptr<Runner> runner;
+    };
+    class StreamedSampling;
+
+    std::unique_ptr<Runner> makeRunner(std::string name, const host::Subscription& subscription,
+                                       const Consumers& consumers);
+    using OutputPointer = std::shared_ptr<outputs::Output>;
+    OutputPointer makeOutput(const Configuration::Output& settings);
+    void beginTables(bool anew);
+    void tablesReady();
+    void endOutput(const OutputPointer& output, std::chrono::milliseconds within, const std::function<void()>& done);
+    void watchFeed();
+
+    host::Loop& loop_;
+    std::string pluginFile_;
+    std::function<void()> ready_;
+    Children children_;
+    std::optional<Configuration> configuration_;  // what runs
+    std::optional<Database> database_;
+    std::unique_ptr<FeedRunner> feed_;
+    bool tablesReady_ = false;
+    std::optional<host::FeedWatch> feedWatch_;
+    host::Loop::Watch watchFeed_;
+
+    Consumers consumers_;  // the outputs
+    std::map<std::string, OutputPointer> outputs_;
+    std::list<OutputPointer> ending_;  // outputs that deliver what waits
+    host::Account ended_;              // sum of the outputs that are no more
+    std::map<std::string, std::unique_ptr<Runner>> runners_;
+    std::list<std::shared_ptr<Streamed>> streamed_;
+    std::list<std::shared_ptr<Streamed>> endedStreamed_;
+    uint32_t lastId_ = 0;
+    uint64_t streamedStarted_ = 0;
+};
+
+}  // namespace agent
+
+#endif
