@@ -4,7 +4,7 @@
 #   make asan   the same tests built with Clang under the address and undefined-behaviour sanitizers
 #   make clang  the same tests built with Clang, optimised
 #   make test-arm64  the plug-in and its own tests cross-compiled for AArch64, run under qemu-user
-#   make package  a Debian package in build/package; for AArch64 with PRESET=arm64
+#   make package  the Debian packages in build/package; for AArch64 with PRESET=arm64
 #   make lint   formatting and static analysis
 #   make valgrind  the plug-in's tests under valgrind
 #   make fuzz   the fuzz targets, each for a bounded number of runs, see docs/fuzzing.md
@@ -62,7 +62,7 @@ test-arm64:
 
 package:
 	@scripts/setup.sh $(if $(filter arm64,$(PRESET)),arm64,test)
-	@scripts/build.sh $(PRESET) qos-host nivex_qos_plugin
+	@scripts/build.sh $(PRESET) packaged
 	cpack -G DEB --config build/$(PRESET)/CPackConfig.cmake -B build/package
 
 lint:

@@ -1,13 +1,14 @@
 /*
  * A small complete host: offers the plug-in what it needs of its process, starts it, samples paths and tells what came.
  *
- * Built against the installed package, and run:
+ * Built against the installed package nivex-qos-plugin, and run:
  *
  *   cc -std=c11 -rdynamic host.c -o host $(pkg-config --cflags --libs nivex-qos-plugin)
  *   NIVEX_QOS_DB=q.db ./host "$(pkg-config --variable=plugin nivex-qos-plugin)" json queue-statistics
  *
- * -rdynamic lets the plug-in find the platform's functions below in this program. The libdb_qos.so beside the plug-in
- * reads the SQLite file that NIVEX_QOS_DB names; another one is taken from LD_LIBRARY_PATH (see db_qos.c).
+ * -rdynamic lets the plug-in find the platform's functions below in this program. The libdb_qos.so beside the plug-in,
+ * of the package nivex-qos-host, reads the SQLite file that NIVEX_QOS_DB names; without that package, or instead, one
+ * is taken from LD_LIBRARY_PATH (see db_qos.c).
  *
  * Exit code: 0 when every pass arrived whole, else 1.
  */

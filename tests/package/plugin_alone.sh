@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Builds and installs the plug-in without the development host, against a libdb_qos alone: none of the packages that
-# any other part of the tree looks for may be asked for.
-# usage: plugin_alone.sh CMAKE GENERATOR C_COMPILER CXX_COMPILER DB_LIBRARY
+# any other part of the tree looks for may be asked for. Where there is dpkg, packs it, too.
+# usage: plugin_alone.sh CMAKE CPACK GENERATOR C_COMPILER CXX_COMPILER DB_LIBRARY
 set -euo pipefail
 export LC_ALL=C
-cmake=$1 generator=$2 c=$3 cxx=$4 db=$5
+cmake=$1 cpack=$2 generator=$3 c=$4 cxx=$5 db=$6
 root=$(cd "$(dirname "$0")/../.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -30,3 +30,12 @@ library=$(find "$work/installed" -name libnivex_qos_plugin.so)
 "$root/tests/abi/check_library.sh" "$library"
 [ -e "$work/installed/include/nivex-qos-plugin/nivex_qos/sample.h" ] || fail "the headers are not installed"
 [ ! -e "$work/installed/bin" ] || fail "installed as well: $(ls "$work/installed/bin")"
+
+if command -v dpkg-shlibdeps >/dev/null; then
+    "$cpack" -G DEB --config "$work/build/CPackConfig.cmake" -B "$work" >"$work/log" 2>&1 || fail "$(cat "$work/log")"
+    packed=$(basename -a "$work"/*.deb)
+    [[ $packed == nivex-qos-plugin_*.deb ]] || fail "packed: $packed"
+    dpkg-deb -x "$work/$packed" "$work/unpacked"
+    diff <(cd "$work/installed" && find . | sort) <(cd "$work/unpacked/usr" && find . | sort) ||
+        fail "installed (<) and packed (>) are not the same"
+fi
