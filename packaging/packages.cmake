@@ -10,6 +10,21 @@ endif()
 # Documents, examples and schema lie in the package as they do in the sources, so that the links between them hold.
 set(documents "${CMAKE_INSTALL_DATADIR}/nivex-qos")
 
+# docs/man/PROGRAM.1, compressed as Debian keeps them, and made with the program.
+function(install_manual_page program)
+    find_program(GZIP_PROGRAM gzip REQUIRED)
+    set(source "${PROJECT_SOURCE_DIR}/docs/man/${program}.1")
+    set(page "${PROJECT_BINARY_DIR}/packaging/${program}.1.gz")
+    add_custom_command(
+        OUTPUT "${page}"
+        COMMAND "${GZIP_PROGRAM}" -9nc "${source}" > "${page}"
+        DEPENDS "${source}"
+        VERBATIM)
+    add_custom_target(${program}.1 DEPENDS "${page}")
+    add_dependencies(${program} ${program}.1)
+    install(FILES "${page}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT host)
+endfunction()
+
 # The plug-in.
 install(DIRECTORY include/nivex_qos platform DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/nivex-qos-plugin"
         COMPONENT plugin)
@@ -28,6 +43,7 @@ install(FILES schema/vexlor_qos.proto schema/vexlor-qos.yang DESTINATION "${docu
 # The host.
 if(NIVEX_QOS_DEVHOST)
     install(FILES docs/capture.md docs/host.md DESTINATION "${documents}/docs" COMPONENT host)
+    install_manual_page(qos-host)
 endif()
 
 # Debian looks for them under the package's name.

@@ -114,6 +114,10 @@ into_target -i "$plugin" "$host" || fail "$(cat dpkg.log)"
 [ "$(cat scripts.log)" = "$(printf 'ldconfig\nldconfig')" ] || fail "the loader's cache is not renewed: $(cat scripts.log)"
 diff <(files installed) <(files "$target" | grep -v '^./var/lib/dpkg/') || fail "files wanted (<) and there (>) differ"
 links_hold "$target/usr/share/nivex-qos"
+for program in "$target"/usr/bin/*; do
+    page=$target/usr/share/man/man1/$(basename "$program").1.gz
+    zcat "$page" | grep -q "^\.Nm $(basename "$program")$" || fail "$program has no manual page $page"
+done
 
 qos_host() { ${emulator[@]+"${emulator[@]}"} "$target/usr/bin/qos-host" "$@"; }
 # rows ARGUMENTS...: the records of a sample, without the line on the pass.
