@@ -45,6 +45,13 @@ if(NIVEX_QOS_DEVHOST)
     install(FILES docs/capture.md docs/host.md DESTINATION "${documents}/docs" COMPONENT host)
     install_manual_page(qos-host)
 endif()
+if(TARGET qos-agent)
+    set(service "${PROJECT_SOURCE_DIR}/packaging/qos-agent")
+    install(FILES "${service}/qos-agent.service" DESTINATION lib/systemd/system COMPONENT host)
+    # To /etc where programs go to /usr, else below the prefix.
+    install(CODE "string(REGEX REPLACE \"^/usr/etc$\" /etc etc \"\${CMAKE_INSTALL_PREFIX}/etc\")
+                  file(INSTALL \"${service}/agent.yaml\" DESTINATION \"\${etc}/nivex-qos\")" COMPONENT host)
+endif()
 
 # Debian looks for them under the package's name.
 foreach(component IN LISTS components)
@@ -56,7 +63,7 @@ endforeach()
 # What is packed has been built before, by this target or with all others, and only that.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 add_custom_target(packaged)
-foreach(target nivex_qos_plugin qos-host)
+foreach(target nivex_qos_plugin qos-host qos-agent)
     if(TARGET ${target})
         add_dependencies(packaged ${target})
     endif()
@@ -86,16 +93,24 @@ set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_NAME nivex-qos-plugin)
 set(CPACK_DEBIAN_PLUGIN_DESCRIPTION
     "${PROJECT_DESCRIPTION}
-The shared library that a telemetry framework loads, with the headers, schema, examples and documents for it. It reads
-the device's QoS statistics through a libdb_qos.so, which this package does not hold.")
+The shared library that a telemetry framework loads, with the headers, schema,
+examples and documents for it. It reads the device's QoS statistics through a
+libdb_qos.so, which this package does not hold.")
 # cJSON is opened under the name that the development package holds.
 set(CPACK_DEBIAN_PLUGIN_PACKAGE_DEPENDS libcjson-dev)
 
 set(CPACK_DEBIAN_HOST_PACKAGE_NAME nivex-qos-host)
 set(CPACK_DEBIAN_HOST_DESCRIPTION
     "host for the QoS telemetry plug-in on any Linux machine
-qos-host loads the plug-in as a device does, over the kernel's own counters or a simulated device. libdb_qos.so here
-reads a SQLite file: a device with a libdb_qos.so of its own does without this package.")
+qos-host loads the plug-in as a device does, over the kernel's own counters or
+a simulated device. libdb_qos.so here reads a SQLite file: a device with a
+libdb_qos.so of its own does without this package.")
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "nivex-qos-plugin (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_HOST_PACKAGE_RECOMMENDS iproute2) # the demo compares itself with tc
+if(TARGET qos-agent)
+    string(APPEND CPACK_DEBIAN_HOST_DESCRIPTION "\nqos-agent does so all day, as a service, for whoever subscribes.")
+    set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA conffiles postinst postrm prerm)
+    list(TRANSFORM CPACK_DEBIAN_HOST_PACKAGE_CONTROL_EXTRA PREPEND "${service}/")
+    set(CPACK_DEBIAN_HOST_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+endif()
 include(CPack)

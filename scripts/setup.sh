@@ -8,7 +8,7 @@ run=(g++ cmake ninja-build pkg-config libcjson-dev libcli11-dev libfmt-dev libnl
      nlohmann-json3-dev protobuf-compiler iproute2)
 agent=(libevent-dev libgrpc++-dev libsystemd-dev libyaml-cpp-dev protobuf-compiler-grpc)
 test=(abigail-tools binutils dpkg-dev file libgmock-dev libgtest-dev libyang-tools mandoc mount prometheus
-      python3-grpcio python3-protobuf sqlite3)
+      python3-grpcio python3-protobuf sqlite3 systemd)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev valgrind)
 bench=(libnanopb-dev libprotozero-dev nanopb rapidjson-dev)
 # The cross compiler, the emulator, and the libraries of the other architecture.

@@ -36,6 +36,9 @@ sort in_plugin in_host | diff <(files installed) - || fail "installed (<) and pa
 # A device takes the first; a libdb_qos of its own must not meet another there.
 grep -E 'libdb_qos\.so|/s?bin/|qos-host' in_plugin | grep -v /doc/ && fail "this is no part of the plug-in's package"
 
+diff <(grep '^./etc/' in_host) <(dpkg-deb -I "$host" conffiles 2>/dev/null | sed 's/^/./') ||
+    fail "files of /etc (<) and those that an upgrade leaves to the administrator (>) are not the same"
+
 # links_hold FOLDER: what its documents refer to is there.
 links_hold() {
     local count=0 document target
