@@ -62,7 +62,7 @@ test-arm64:
 
 package:
 	@scripts/setup.sh $(if $(filter arm64,$(PRESET)),arm64,test)
-	@scripts/build.sh $(PRESET) packaged
+	@scripts/build.sh $(PRESET) $(if $(filter arm64,$(PRESET)),,-DNIVEX_QOS_AGENT=ON) packaged
 	cpack -G DEB --config build/$(PRESET)/CPackConfig.cmake -B build/package
 
 lint:

@@ -46,6 +46,7 @@ if(NIVEX_QOS_DEVHOST)
     install_manual_page(qos-host)
 endif()
 if(TARGET qos-agent)
+    install_manual_page(qos-agent)
     set(service "${PROJECT_SOURCE_DIR}/packaging/qos-agent")
     install(FILES "${service}/qos-agent.service" DESTINATION lib/systemd/system COMPONENT host)
     # To /etc where programs go to /usr, else below the prefix.

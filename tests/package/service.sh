@@ -28,6 +28,14 @@ diff <("$qos_host" paths --json | grep -o '"alias":"[^"]*"' | cut -d '"' -f 4 | 
     <(sed -n 's/^  [a-z-]*: {path: \([a-z-]*\),.*/\1/p' "$service/agent.yaml" | sort) ||
     fail "agent.yaml does not sample the paths that there are (<) but others (>)"
 
+# The keys in it, also those that stand there as a comment, are those that the manual page describes.
+keys=$(sed 's/^\( *\)#\([^ ]\)/\1\2/; /^ *#/d' "$service/agent.yaml" | grep -oE '^[a-z-]+:|[{,] *[a-z-]+:' | tr -d '{:, ' | sort -u)
+[ "$(wc -l <<<"$keys")" -ge 10 ] || fail "only these keys found in agent.yaml: $keys"
+for key in $keys; do
+    sed -n 's/^\.It Cm//p' "$service/../../docs/man/qos-agent.1" | grep -qw -- "$key" || [ "$key" = type ] ||
+        fail "qos-agent.1 does not describe the key '$key' of agent.yaml"
+done
+
 # The scripts of the package, with commands that only tell of themselves, and where systemd runs or does not.
 mkdir tools
 for command in systemctl ldconfig; do
