@@ -1,5 +1,6 @@
 # The commands of the project; each installs what is missing first. See CONTRIBUTING.md.
 #   make run    build, and sample this kernel's own queue counters through the plug-in (as root: of a network made for it)
+#   make agent  build, and run qos-agent on this kernel's queue counters: gNMI on 127.0.0.1:9339, metrics on :9464
 #   make test   build and run every test
 #   make asan   the same tests built with Clang under the address and undefined-behaviour sanitizers
 #   make clang  the same tests built with Clang, optimised
@@ -13,16 +14,22 @@
 
 PRESET ?= release
 RUN_ARGS ?=
+AGENT_CONFIG ?=
 FUZZ_ARGS ?=
 SOAK_SECONDS ?= 60
 BENCH_ARGS ?= --json build/release/bench.json
 
-.PHONY: run test asan clang test-arm64 package lint valgrind fuzz soak bench format clean
+.PHONY: run agent test asan clang test-arm64 package lint valgrind fuzz soak bench format clean
 
 run:
 	@scripts/setup.sh run
 	@scripts/build.sh release qos-host nivex_qos_plugin
 	build/release/bin/qos-host demo $(RUN_ARGS)
+
+agent:
+	@scripts/setup.sh agent
+	@scripts/build.sh release -DNIVEX_QOS_AGENT=ON qos-agent nivex_qos_plugin
+	build/release/bin/qos-agent run $(AGENT_CONFIG)
 
 test:
 	@scripts/setup.sh test

@@ -467,7 +467,9 @@ Configuration parseConfiguration(const std::string& text, const std::string& fil
                  {{"device",
                    [&](const Place& value) {
                        configuration.device = value.text("a name");
-                       checkName(value, configuration.device);
+                       if (!configuration.device.empty()) {
+                           checkName(value, configuration.device);
+                       }
                    }},
                   {"feed", [&](const Place& value) { takeFeed(value, configuration.feed); }},
                   {"database", [&](const Place& value) { takeFile(value, configuration.database); }},

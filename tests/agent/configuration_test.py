@@ -1,0 +1,128 @@
+"""qos-agent check: what is wrong with a file is told with its place and what would be right, and what surprises."""
+
+import os
+import re
+import subprocess
+import tempfile
+import unittest
+
+from harness import BIN
+
+GOOD = "subscriptions: {queues: {path: queue-statistics}}\n"
+
+
+def check(text):
+    with tempfile.TemporaryDirectory() as folder:
+        file = os.path.join(folder, "a.yaml")
+        with open(file, "wb") as out:
+            out.write(text if isinstance(text, bytes) else text.encode())
+        done = subprocess.run([os.path.join(BIN, "qos-agent"), "check", file], capture_output=True, text=True,
+                              timeout=20, check=False)
+        return done.returncode, done.stdout, done.stderr.replace(file, "a.yaml")
+
+
+class Faults(unittest.TestCase):
+    # What is written, and a part of what is said: place first.
+    FAULTS = [
+        ("- a\n", "a.yaml:1:1: a list stands here where a mapping"),
+        ("", "a.yaml: nothing stands here where a mapping"),
+        ("a: [", "this is no YAML"),
+        ("colour: red\n", "a.yaml:1:9: colour: there is no such key; the keys here are device, feed, database, subscrip"),
+        ("device: a\ndevice: b\n", "a.yaml:2:1: device: stands here a second time"),
+        ("device: {a: b}\n", "a.yaml:1:9: device: a mapping stands here where a name is wanted"),
+        ("device: 'a b'\n", "device: a name has 1 to 64 letters"),
+        ("database: here.db\n", "database: 'here.db' is no whole path"),
+        ("feed: tea\n", "feed: 'tea' stands here where one of none, kernel, sim is wanted"),
+        ("feed: none\n", "without a feed there is nothing to read"),
+        ("feed: {source: kernel, ports: 3}\n", "feed.ports: only a feed with source: sim has this"),
+        ("feed: {source: sim, ports: 1025}\n", "feed.ports: '1025' is no whole number from 1 to 1024"),
+        ("feed: {every: 5}\n", "feed.every: '5' is no time span"),
+        ("feed: {every: 10ms}\n", "feed.every: '10ms' is shorter than 100ms"),
+        ("subscriptions: {q: {every: 1s}}\n", "subscriptions.q: the subscription names no path"),
+        ("subscriptions: {q: {path: queues}}\n", "there is no path 'queues'; the paths are port-ecn-statistics, "),
+        ("subscriptions: {'q q': {path: queue-statistics}}\n", "a name has 1 to 64 letters"),
+        ("subscriptions:\n  q:\n    path: queue-statistics\n    where: {slot-id: 1}\n",
+         "a.yaml:4:12: subscriptions.q.where: where 'slot-id=1': queue-statistics honours interface-name, service-class"),
+        ("subscriptions: {q: {path: queue-statistics, threshold: 'pass-packets ~ 1'}}\n",
+         "write FIELD, one of = == > >= < <=, and VALUE"),
+        ("subscriptions: {q: {path: queue-statistics, threshold: ['pass-bytes>1', 'pass-packets>1']}}\n",
+         "the first threshold names the field for both, here pass-bytes"),
+        ("subscriptions: {q: {path: queue-statistics, relation: and}}\n", "relation says how two thresholds combine"),
+        ("subscriptions: {q: {path: queue-statistics, suppress-redundant: 1500ms}}\n", "no whole number of seconds"),
+        ("subscriptions: {q: {path: queue-statistics, suppress-redundant: 5s, period: 5s}}\n", "leave them out"),
+        ("subscriptions: {q: {path: interface-monitoring-result, period: 5s}}\n", "period has no effect on"),
+        ("outputs: {m: {listen: 127.0.0.1:1}}\n", "an output is a mapping with a type"),
+        ("outputs: {m: {type: smoke}}\n", "outputs.m.type: 'smoke' stands here where one of prometheus, capture"),
+        ("outputs: {m: {type: prometheus, listen: '127.0.0.1'}}\n", "'127.0.0.1' is no address"),
+        ("outputs: {m: {type: prometheus, listen: '::1:9464'}}\n", "'::1:9464' is no address"),
+        ("outputs: {m: {type: prometheus, listen: '127.0.0.1:99999'}}\n", "is no address"),
+        ("outputs: {f: {type: capture}}\n", "a capture needs a file"),
+        ("outputs: {f: {type: capture, file: /tmp/x, buffer: 64}}\n", "'64' is no size"),
+        ("gnmi: {listen: 127.0.0.1:9339}\n", "give certificate and key, or insecure: true"),
+        ("gnmi: {key: /k, insecure: true}\n", "certificate and key belong together"),
+        ("gnmi: {insecure: true, max-subscriptions: 0}\n", "no whole number from 1 to 1000"),
+    ]
+
+    def test_each_is_told_with_its_place_and_what_is_right(self):
+        for text, wanted in self.FAULTS:
+            code, out, err = check(text)
+            self.assertEqual((code, out), (2, ""), text)
+            self.assertIn(wanted, err, text)
+            self.assertRegex(err, r"\Aqos-agent: a\.yaml", text)
+
+    def test_all_are_told_at_once_but_not_without_end(self):
+        _, _, err = check("".join(f"key{number}: 1\n" for number in range(200)))
+        self.assertEqual(len(err.splitlines()), 20)
+        _, _, err = check("device: {}\nfeed: tea\ngnmi: 5\n")
+        self.assertEqual([line.split(":")[2] for line in err.splitlines()], ["1", "2", "3", "3"])
+
+    def test_hostile_files_are_refused_in_time(self):
+        for text in (b"[" * 900_000, b"x" * 1_100_000, b"\xff\xfe\x00\x80" * 100, b"a: &a [*a, *a]\n",
+                     b"a: &a [1]\n" + b"".join(b"k%d: [*a, *a]\n" % n for n in range(9999)), b"de\x1b[2Jvice: 1\n"):
+            code, _, err = check(text)
+            self.assertEqual(code, 2)
+            self.assertNotIn("\x1b", err)
+
+
+class Answers(unittest.TestCase):
+    def test_what_would_run_is_said(self):
+        code, out, err = check(GOOD + "feed: {source: sim, seed: 7}\ngnmi: {insecure: true}\n"
+                               "outputs: {f: {type: capture, file: /x, buffer: 1MiB, when-full: drop-newest}}\n")
+        self.assertEqual((code, err), (0, ""))
+        for line in ("feed: a simulated device of 2 slots with 8 ports, load 90 %, seed 7, every 1s",
+                     "subscription queues: queue-statistics every 1s", "gnmi: 127.0.0.1:9339, without TLS, at most 64",
+                     "output f: capture in '/x', up to 1024 KiB waiting, then the newest batches are dropped"):
+            self.assertIn(line, out)
+
+    def test_what_surprises_a_subscriber_is_said(self):
+        surprises = [
+            ("threshold: pass-bytes>1", "low 32 bits of pass-bytes"),
+            ("threshold: [pass-bytes>1, pass-bytes<9], relation: second", "only the second one decides"),
+            ("period: 5s", "not sent at first sight, and then at the first pass that is more than 5 s later; interface"),
+            ("suppress-redundant: 60s", "not at rates; a record that was sent again unchanged after 60 s"),
+            ("suppress-redundant: 60s", "256 interfaces"),
+            ("where: {interface-name: eth}", "'eth' is the whole name of one interface"),
+            ("encoding: json", "counters above 10^15 lose digits"),
+            ("every: 100ms", "it samples every 100ms, the feed has new data every 1s"),
+        ]
+        for settings, wanted in surprises:
+            code, out, err = check("subscriptions: {q: {path: queue-statistics, %s}}\n" % settings)
+            self.assertEqual((code, err), (0, ""), settings)
+            self.assertRegex(out, "note: q: .*" + re.escape(wanted), settings)
+        _, out, _ = check(GOOD)
+        self.assertNotIn("note:", out)
+
+    def test_a_stale_database_and_a_second_feed_are_said(self):
+        with tempfile.TemporaryDirectory() as folder:
+            file = os.path.join(folder, "q.db")
+            feed = [os.path.join(BIN, "qos-host"), "feed", "sim", "--db", file, "--count", "1", "--every", "1s"]
+            subprocess.run(feed, check=True, timeout=20)
+            _, out, _ = check(GOOD + f"database: {file}\n")
+            self.assertIn(f"feeds '{file}' already: two feeds on one file do not go", out)
+            subprocess.run(["sqlite3", file, "UPDATE feed SET time_ms = time_ms - 9000"], check=True, timeout=20)
+            _, out, _ = check(GOOD + f"database: {file}\nfeed: none\n")
+            self.assertIn(f"the data in '{file}' is old: feed sim", out)
+
+
+if __name__ == "__main__":
+    unittest.main()
