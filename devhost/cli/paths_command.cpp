@@ -57,6 +57,10 @@ void printJson(const std::vector<Path>& paths) {
                 fields.push_back(
                     {{"number", field.number()}, {"name", field.json_name()}, {"type", field.type_name()}});
             }
+            auto& keys = item["keys"] = nlohmann::ordered_json::array();
+            for (const int key : entry->keys) {
+                keys.push_back(entry->field(key).json_name());
+            }
             item["conditions"] = entry->conditionNames();
             item["thresholds"] = entry->thresholdNames();
             item["batch-limit"] = entry->batchLimit;

@@ -37,3 +37,10 @@ sed -nE 's/^message (\w+) .*/message \1/p; s/^ *(repeated )?(\w+) \w+ = ([0-9]+)
          $1 == "field" { print message, $2, $3, $4 ~ /^[A-Z]/ ? "" : $4 }' | sort -s -k1,1 >proto.fields
 diff yang.fields proto.fields
 [ "$(wc -l <yang.fields)" -gt 80 ]
+
+# What tells a row from its others.
+awk '$1 == "list" { list = $2 } $1 == "key" { gsub(/[";]/, ""); $1 = list; print }' "$schema" | sort >yang.keys
+qos-host paths --json |
+    sed -nE 's/.*"alias":"([^"]*)".*"keys":\[([^]]*)\].*/\1,\2/p' | tr -d '"' | tr ',' ' ' | sort >host.keys
+diff yang.keys host.keys
+[ "$(wc -l <yang.keys)" -eq "$expected" ]
