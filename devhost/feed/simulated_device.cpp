@@ -1,6 +1,7 @@
 #include "devhost/feed/simulated_device.h"
 
 #include <algorithm>
+#include <array>
 #include <numeric>
 
 namespace feed {
@@ -30,6 +31,31 @@ static_assert(kShares == 32);
 constexpr uint64_t roomBelow(uint64_t limit, uint64_t used) {
     return limit > used ? limit - used : 0;
 }
+
+// Division without the processor's, by numbers below 2^11 of dividends below kDividends.
+constexpr uint32_t kDividends = 1 << 20;
+constexpr int kReciprocalBits = 40;
+constexpr uint64_t reciprocalOf(uint64_t divisor) {
+    return (uint64_t{1} << kReciprocalBits) / divisor + 1;
+}
+constexpr uint32_t divided(uint32_t dividend, uint64_t reciprocal) {
+    return static_cast<uint32_t>(dividend * reciprocal >> kReciprocalBits);
+}
+
+template <size_t size>
+constexpr std::array<uint64_t, size> reciprocalsOf(const std::array<uint32_t, size>& divisors) {
+    std::array<uint64_t, size> reciprocals{};
+    std::transform(divisors.begin(), divisors.end(), reciprocals.begin(), reciprocalOf);
+    return reciprocals;
+}
+constexpr auto kPerPacketSize = reciprocalsOf(SimulatedDevice::kPacketSizes);
+constexpr uint64_t kWeights = sum(&SimulatedDevice::QueueProfile::weight);
+constexpr auto kPerWeights = [] {
+    std::array<uint32_t, kWeights + 1> divisors{};
+    std::iota(divisors.begin() + 1, divisors.end(), 1);
+    divisors[0] = 1;  // never used
+    return reciprocalsOf(divisors);
+}();
 
 }  // namespace
 
@@ -66,7 +92,7 @@ SimulatedDevice::SimulatedDevice(const SimOptions& options)
             port.ifIndex = place * SimOptions::kMaxPorts + number;
             port.ifName = "ETH" + std::to_string(place) + "/0/" + std::to_string(number);
             for (Queue& queue : port.queues) {
-                queue.phaseLeft_ = random_.below(kQuietTicks + kQuietSpread);
+                queue.phaseLeft_ = static_cast<uint16_t>(random_.below(kQuietTicks + kQuietSpread));
             }
         }
     }
@@ -93,18 +119,29 @@ void SimulatedDevice::tick() {
 
 // Deals the port's bytes out by weight until they are used up or no queue wants more.
 void SimulatedDevice::serve(Slot& slot, Port& port) const {
-    std::array<uint64_t, kQueues> granted{};
+    uint64_t used = 0;
+    for (const Queue& queue : port.queues) {
+        used += queue.used();
+    }
+    // Mostly there is more than enough for all: no part of what is left by then is rounded down to nothing.
+    if (used + 2 * kWeights <= kPortBytesPerMs) {
+        for (Queue& queue : port.queues) {
+            take(slot, queue, queue.used());
+        }
+        return;
+    }
+    std::array<uint32_t, kQueues> granted{};
     const auto wants = [&](size_t index) { return granted[index] < port.queues[index].used(); };
-    for (uint64_t left = kPortBytesPerMs; left > 0;) {
-        uint64_t weights = 0;
+    for (uint32_t left = kPortBytesPerMs; left > 0;) {
+        uint32_t weights = 0;
         for (size_t index = 0; index < kQueues; ++index) {
             weights += wants(index) ? kProfiles[index].weight : 0;
         }
-        uint64_t dealt = 0;
+        uint32_t dealt = 0;
         for (size_t index = 0; index < kQueues; ++index) {
             if (wants(index)) {
-                const uint64_t part =
-                    std::min(left * kProfiles[index].weight / weights, port.queues[index].used() - granted[index]);
+                const uint32_t part = std::min(divided(left * kProfiles[index].weight, kPerWeights[weights]),
+                                               port.queues[index].used() - granted[index]);
                 granted[index] += part;
                 dealt += part;
             }
@@ -120,18 +157,27 @@ void SimulatedDevice::serve(Slot& slot, Port& port) const {
 }
 
 // Sends whole packets; what is left over of the grant counts in the next tick if packets still wait.
-void SimulatedDevice::take(Slot& slot, Queue& queue, uint64_t bytes) const {
+void SimulatedDevice::take(Slot& slot, Queue& queue, uint32_t bytes) const {
     const uint32_t sharedBefore = queue.shared();
-    uint64_t budget = queue.deficit_ + bytes;
+    uint32_t budget = queue.deficit_ + bytes;
+    if (budget >= queue.used_) {
+        queue.passed.packets += queue.queued().packets;
+        queue.passed.bytes += queue.used_;
+        queue.waiting_ = {};
+        queue.used_ = queue.headroom = 0;
+        queue.deficit_ = 0;
+        slot.sharedUsed -= sharedBefore;
+        return;
+    }
     for (size_t step = 0; step < kPacketSizes.size(); ++step) {
         const size_t sizeIndex = (static_cast<uint64_t>(ticks_) + step) % kPacketSizes.size();  // each is first in turn
         const uint32_t size = kPacketSizes[sizeIndex];
-        const auto packets = static_cast<uint32_t>(std::min<uint64_t>(queue.waiting_[sizeIndex], budget / size));
+        const uint32_t packets = std::min(queue.waiting_[sizeIndex], divided(budget, kPerPacketSize[sizeIndex]));
         queue.waiting_[sizeIndex] -= packets;
         queue.used_ -= packets * size;
         queue.headroom -= std::min(queue.headroom, packets * size);
         queue.passed.add(packets, size);
-        budget -= uint64_t{packets} * size;
+        budget -= packets * size;
     }
     queue.deficit_ = queue.used_ == 0 ? 0 : budget;
     slot.sharedUsed -= sharedBefore - queue.shared();
@@ -142,8 +188,8 @@ void SimulatedDevice::arrive(Slot& slot, Port& port, size_t index) {
     const QueueProfile& profile = kProfiles[index];
     if (queue.phaseLeft_ == 0) {
         queue.sending_ = !queue.sending_;
-        queue.phaseLeft_ =
-            queue.sending_ ? kBurstTicks + random_.below(kBurstSpread) : kQuietTicks + random_.below(kQuietSpread);
+        queue.phaseLeft_ = static_cast<uint16_t>(queue.sending_ ? kBurstTicks + random_.below(kBurstSpread)
+                                                                : kQuietTicks + random_.below(kQuietSpread));
     }
     --queue.phaseLeft_;
     const uint64_t jitter = 512 + random_.below(1025);  // half to one and a half, in 1024ths
@@ -152,11 +198,15 @@ void SimulatedDevice::arrive(Slot& slot, Port& port, size_t index) {
         return;
     }
     const uint64_t quarters = queue.sending_ ? kBurstQuarters : kQuietQuarters;
-    const uint64_t bytes =
-        queue.unsent_ + kPortBytesPerMs * load_ * profile.share * quarters * jitter / (100 * kShares * 4 * 1024);
-    const uint32_t size = kPacketSizes[sizeIndex];
-    queue.unsent_ = bytes % size;
-    admit(slot, port, index, static_cast<uint32_t>(bytes / size), sizeIndex);
+    static_assert(kPortBytesPerMs * SimOptions::kMaxLoad * 8 * kBurstQuarters * 1536 / (100 * kShares * 4 * 1024) <
+                  kDividends - kPacketSizes.back());
+    const auto bytes = static_cast<uint32_t>(queue.unsent_ + kPortBytesPerMs * load_ * profile.share * quarters *
+                                                                 jitter / (100 * kShares * 4 * 1024));
+    const auto packets = divided(bytes, kPerPacketSize[sizeIndex]);
+    queue.unsent_ = bytes - packets * kPacketSizes[sizeIndex];
+    if (packets > 0) {
+        admit(slot, port, index, packets, sizeIndex);
+    }
 }
 
 void SimulatedDevice::admit(Slot& slot, Port& port, size_t index, uint32_t packets, size_t sizeIndex) {
@@ -170,12 +220,15 @@ void SimulatedDevice::admit(Slot& slot, Port& port, size_t index, uint32_t packe
     const uint64_t queueRoom = roomBelow(limit, inBuffer);
     const uint64_t chipRoom = roomBelow(kGuaranteed, inBuffer) + sharedFree;
 
-    const auto fitting = static_cast<uint32_t>(std::min<uint64_t>(packets, std::min(queueRoom, chipRoom) / size));
-    const uint32_t intoHeadroom = std::min(packets - fitting, (profile.headroom - queue.headroom) / size);
+    const uint64_t room = std::min(queueRoom, chipRoom);
+    const bool allFit = uint64_t{packets} * size <= room;
+    static_assert(kLossyLimit < kDividends && kPortBytesPerMs * 8 < kDividends);
+    const uint32_t fitting = allFit ? packets : divided(static_cast<uint32_t>(room), kPerPacketSize[sizeIndex]);
+    const uint32_t intoHeadroom = allFit ? 0 : std::min(packets - fitting, (profile.headroom - queue.headroom) / size);
     const uint32_t taken = fitting + intoHeadroom;
     const uint32_t refused = packets - taken;
 
-    if (profile.ecn) {
+    if (profile.ecn && queue.used_ + uint64_t{taken} * size > kEcnThreshold) {
         const uint64_t unmarked = (roomBelow(kEcnThreshold, queue.used_) + size - 1) / size;
         queue.marked += roomBelow(taken, unmarked);
     }
@@ -200,7 +253,7 @@ void SimulatedDevice::look(Port& port) const {
         Queue& queue = port.queues[index];
         used += queue.used_;
         queue.usedSum_ += queue.used_;
-        queue.peakUsed_ = std::max<uint64_t>(queue.peakUsed_, queue.used_);
+        queue.peakUsed_ = std::max(queue.peakUsed_, queue.used_);
         followBurst(queue, kProfiles[index]);
     }
     port.usedSum_ += used;

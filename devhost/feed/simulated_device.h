@@ -62,7 +62,7 @@ class SimulatedDevice {
   public:
     using Milliseconds = std::chrono::milliseconds;
 
-    static constexpr uint64_t kPortBytesPerMs = 125'000;  // 1 Gbit/s
+    static constexpr uint32_t kPortBytesPerMs = 125'000;  // 1 Gbit/s
     static constexpr std::array<uint32_t, 3> kPacketSizes = {64, 594, 1518};
 
     static constexpr uint32_t kSharedPerPort = 512 * 1024;  // the chip's shared buffer, by its ports
@@ -112,12 +112,11 @@ class SimulatedDevice {
         Moment start, peak, end;  // end: the first moment that is not in the burst any more
     };
 
+    /* Most of the time of a large device goes into fetching its queues: what a tick looks at stands together. */
     struct Queue {
         Amount arrived, passed, dropped;  // arrived = passed + dropped + queued
         uint64_t marked = 0;              // packets that ECN marked
         uint32_t headroom = 0;            // bytes in use
-        uint32_t bursts = 0;              // that have ended
-        Burst lastBurst;                  // valid when there is one
 
         Amount queued() const;
         uint32_t used() const { return used_; }
@@ -128,13 +127,18 @@ class SimulatedDevice {
         friend class SimulatedDevice;
         uint32_t used_ = 0;
         std::array<uint32_t, kPacketSizes.size()> waiting_{};  // packets of each size; their order counts nowhere
-        uint64_t deficit_ = 0;                                 // service granted but too short for a packet
-        uint64_t unsent_ = 0;                                  // bytes of the senders that were too few for a packet
-        uint32_t phaseLeft_ = 0;                               // ticks until the senders start or end a burst
+        uint32_t deficit_ = 0;                                 // service granted but too short for a packet
+        uint32_t unsent_ = 0;                                  // bytes of the senders that were too few for a packet
+        uint16_t phaseLeft_ = 0;                               // ticks until the senders start or end a burst
         bool sending_ = false;
         bool inBurst_ = false;
+        uint32_t peakUsed_ = 0;
+        uint64_t usedSum_ = 0;
         Burst burst_;
-        uint64_t peakUsed_ = 0, usedSum_ = 0;
+
+      public:
+        Burst lastBurst;      // valid when there is one
+        uint32_t bursts = 0;  // that have ended
     };
 
     struct Port {
@@ -171,7 +175,7 @@ class SimulatedDevice {
   private:
     void tick();
     void serve(Slot& slot, Port& port) const;
-    void take(Slot& slot, Queue& queue, uint64_t bytes) const;
+    void take(Slot& slot, Queue& queue, uint32_t bytes) const;
     void arrive(Slot& slot, Port& port, size_t index);
     static void admit(Slot& slot, Port& port, size_t index, uint32_t packets, size_t sizeIndex);
     void look(Port& port) const;
