@@ -58,13 +58,6 @@ class Input {
         return number<uint64_t>() >> bits;
     }
 
-    // One byte for the length, then the text, without NULs.
-    std::string text(uint8_t longest) {
-        std::string text(bytes(below(static_cast<uint8_t>(longest + 1))));
-        text.resize(std::min(text.size(), text.find('\0')));
-        return text;
-    }
-
   private:
     std::string_view rest_;
 };

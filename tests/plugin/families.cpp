@@ -171,10 +171,6 @@ size_t rowCount(const Family& family) {
     return withTable(family, [](auto& table) { return table.size(); });
 }
 
-void clearRows(const Family& family) {
-    withTable(family, [](auto& table) { table.clear(); });
-}
-
 void pickRows(const Family& family, const std::vector<size_t>& rows) {
     withTable(family, [&](auto& table) {
         std::remove_reference_t<decltype(table)> picked;

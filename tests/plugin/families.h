@@ -89,7 +89,6 @@ nlohmann::json valueOf(const Family& family, size_t row, const std::string& colu
 void setValue(const Family& family, size_t row, const std::string& column, uint64_t value);
 void setText(const Family& family, size_t row, const std::string& column, std::optional<std::string> text);
 size_t rowCount(const Family& family);
-void clearRows(const Family& family);
 
 // The table becomes these of its rows, in this order.
 void pickRows(const Family& family, const std::vector<size_t>& rows);
