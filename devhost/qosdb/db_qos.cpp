@@ -1,6 +1,6 @@
 /*
  * The functions of libdb_qos, stamped out from the list of tables over Reader. An object and its iterator are the same
- * Reader, lent out.
+ * Reader.
  */
 #include "platform/qos_db.h"
 
@@ -14,7 +14,7 @@ namespace {
 
 /* A column's position in its table. */
 #define QOSDB_POSITION(table, column, kind, role) column,
-#define QOSDB_POSITIONS(table, columns) enum class PositionIn_##table : int{columns(QOSDB_POSITION, table)};
+#define QOSDB_POSITIONS(table, columns) enum class PositionIn_##table : size_t{columns(QOSDB_POSITION, table)};
 QOS_DB_TABLES(QOSDB_POSITIONS)
 #undef QOSDB_POSITIONS
 #undef QOSDB_POSITION
@@ -26,7 +26,7 @@ uint32_t create(TableId table, void** object) {
     *object = nullptr;
     try {
         std::unique_ptr<Reader> reader;
-        const uint32_t code = borrowReader(table, reader);
+        const uint32_t code = makeReader(table, reader);
         *object = reader.release();
         return code;
     } catch (const std::exception& error) {
@@ -35,10 +35,7 @@ uint32_t create(TableId table, void** object) {
 }
 
 void release(void* object) {
-    auto* reader = static_cast<Reader*>(object);
-    if (reader != nullptr && reader->lent()) {
-        giveBackReader(std::unique_ptr<Reader>(reader));
-    }
+    delete static_cast<Reader*>(object);
 }
 
 template <TableId table, auto position, class Value>
@@ -46,7 +43,7 @@ uint32_t get(void* object, Value* value) {
     if (object == nullptr || value == nullptr) [[unlikely]] {
         return report(SQLITE_MISUSE, "an accessor of table %s was called with null", tableOf(table).name);
     }
-    return static_cast<const Reader*>(object)->get<table, static_cast<int>(position)>(value);
+    return static_cast<const Reader*>(object)->get<table, static_cast<size_t>(position)>(value);
 }
 
 }  // namespace
