@@ -67,6 +67,7 @@ constinit Pool pool;
 
 void giveBack(Database* given) noexcept {
     std::unique_ptr<Database> database(given);
+    database->endState();  // what was not
     if (database->spoilt()) {
         return;
     }
@@ -139,6 +140,18 @@ void Database::hasRead() {
 bool Database::hasChanged() const {
     FileId now{};
     return as_it_stands_ && (!FileId::of(path_, now) || !(now == file_));
+}
+
+uint32_t Database::beginState(TableId table) {
+    const int code = sqlite3_exec(connection_.get(), "BEGIN", nullptr, nullptr, nullptr);
+    return code == SQLITE_OK ? 0 : report(unreadable(table, code));
+}
+
+// What is being read of it goes on.
+void Database::endState() noexcept {
+    if (holdsState() && sqlite3_exec(connection_.get(), "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+        spoil();
+    }
 }
 
 Failure Database::unreadable(TableId table, int code) const {

@@ -61,6 +61,12 @@ class Database {
      */
     bool hasChanged() const;
 
+    /* From the first record that is read, everything that is read is of the same moment, until endState(). */
+    uint32_t beginState(TableId table);
+    /* Whether beginState() still holds: SQLite gives it up with some failures to read. */
+    bool holdsState() const { return sqlite3_get_autocommit(connection_.get()) == 0; }
+    void endState() noexcept;
+
     /* Why a table cannot be read on, with SQLite's code for it and its message. */
     Failure unreadable(TableId table, int code) const;
 

@@ -6,6 +6,7 @@
 
 #include <exception>
 
+#include "devhost/qosdb/pass.h"
 #include "devhost/qosdb/reader.h"
 
 namespace qosdb {

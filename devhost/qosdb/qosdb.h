@@ -1,5 +1,6 @@
 /*
- * Control of libdb_qos over SQLite, beyond what the device's library offers: which file it reads, and what went wrong.
+ * Control of libdb_qos over SQLite, beyond what the device's library offers: which file it reads, which objects read
+ * the same state of it, and what went wrong.
  *
  * For the program that loads the plug-in. Each call may be made on any thread. Failures are also reported to the
  * platform's log, under the level and id below.
@@ -22,6 +23,27 @@ PLATFORM_API void QosDb_SetFile(const char* path);
 
 /* What the last failed call of libdb_qos on this thread had to say, "" when none failed; valid until the next one. */
 PLATFORM_API const char* QosDb_LastError(void);
+
+/* The most that a pass keeps of a table in memory: bytes of its records and texts. */
+#define QOS_DB_PASS_TABLE_BYTES 67108864u
+
+/*
+ * Begins a pass of the calling thread: all objects that it makes until QosDb_EndPass read one state of the database,
+ * that of the first one. A pass that the thread has open ends first. Answers and messages are as without a pass.
+ *
+ * The first object of a table reads all of it into memory, where the others find it. A table that is larger than
+ * QOS_DB_PASS_TABLE_BYTES, or than there is memory for, is read from the file by each object, in the same state. As
+ * long as no object could be made there is no state, and the next one looks for the file anew; from then on the pass
+ * stays with its file, whatever is set or gets the name. What of a table cannot be read, cannot until the pass ends.
+ *
+ * An open pass costs its memory, and the file: with each round that is written its log grows, which is used anew only
+ * when no pass is open that began before the last round; a database that is not in WAL mode cannot be written at all.
+ * A pass that is never ended ends with its thread. Objects of other threads are as without it.
+ */
+PLATFORM_API void QosDb_BeginPass(void);
+
+/* Ends the pass of the calling thread, if there is one. Objects that are left go on in their state. */
+PLATFORM_API void QosDb_EndPass(void);
 
 PLATFORM_END_DECLS
 

@@ -86,17 +86,4 @@ Failure FileReader::failure() {
     return {};
 }
 
-uint32_t makeReader(TableId table, std::unique_ptr<Reader>& reader) {
-    std::shared_ptr<Database> database;
-    if (const uint32_t code = borrowDatabase(table, database); code != 0) {
-        return code;
-    }
-    auto fromFile = std::make_unique<FileReader>(database, table);
-    const uint32_t code = fromFile->start();
-    if (code == 0) {
-        reader = std::move(fromFile);
-    }
-    return code;
-}
-
 }  // namespace qosdb

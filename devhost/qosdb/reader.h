@@ -18,6 +18,7 @@
 
 #include "devhost/qosdb/database.h"
 #include "devhost/qosdb/record.h"
+#include "devhost/qosdb/records.h"
 #include "platform/qos_db.h"
 
 namespace qosdb {
@@ -79,6 +80,28 @@ class FileReader final : public Reader {
     std::array<Cell, 1 + kMostColumns> cells_;
 };
 
+class MemoryReader final : public Reader {
+  public:
+    explicit MemoryReader(std::shared_ptr<const Records> records)
+        : Reader(records->path()), records_(std::move(records)), next_(records_->begin()) {}
+
+    const Cell* advance() noexcept override;
+    Failure failure() override { return records_->failure(); }
+
+  private:
+    std::shared_ptr<const Records> records_;
+    const Cell* next_;
+};
+
+inline const Cell* MemoryReader::advance() noexcept {
+    const Cell* const record = next_;
+    if (record == records_->end()) {
+        return nullptr;
+    }
+    next_ += records_->stride();
+    return record;
+}
+
 inline uint32_t Reader::next() noexcept {
     if (!iterating_) [[unlikely]] {
         return report(SQLITE_MISUSE, "db_root_iterator_next: this is not an iterator of db_create_root_iter");
@@ -106,9 +129,6 @@ uint32_t Reader::get(Value* value) const noexcept {
     }
     return 0;
 }
-
-/* An object over a table of the file as it is. */
-uint32_t makeReader(TableId table, std::unique_ptr<Reader>& reader);
 
 }  // namespace qosdb
 

@@ -23,6 +23,8 @@ using qosdb::Round;
 using qosdb::Store;
 using qosdb::StoreError;
 using testing::AllOf;
+using testing::Contains;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using Ecn = qosdb::row::port_ecn_stat;
 namespace fs = std::filesystem;
@@ -133,6 +135,14 @@ class QosDb : public testing::Test {
     void use(const std::string& name) {
         path_ = directory_ / name;
         QosDb_SetFile(path_.c_str());
+    }
+
+    /* As another program changes the file, or makes it. */
+    void sql(const std::string& text) const {
+        sqlite3* opened = nullptr;
+        sqlite3_open(path_.c_str(), &opened);
+        const qosdb::Connection connection(opened);
+        EXPECT_EQ(sqlite3_exec(opened, text.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(opened);
     }
 
     /* Checks that the last message went to the log as well, and answers it. */
@@ -326,6 +336,131 @@ TEST_F(QosDb, TheEnvironmentNamesTheFile) {
     unsetenv("NIVEX_QOS_DB");
     EXPECT_EQ(Object<Ecn>().code(), uint32_t{SQLITE_CANTOPEN});
     EXPECT_THAT(lastMessage(), HasSubstr("NIVEX_QOS_DB"));
+}
+
+TEST_F(QosDb, APassReadsOneState) {
+    // A table in memory, and one with texts of more than it may take there.
+    const std::string large = std::to_string(QOS_DB_PASS_TABLE_BYTES / 2);
+    for (const std::string& size : {std::string("1"), large}) {
+        use(size + ".db");
+        {
+            Store store(path_);
+            write(store, std::vector<qosdb::row::queue_stat>{{.ifName = "a"}});
+        }
+        sql("INSERT INTO port_ecn_stat VALUES (1, printf('%.*c', " + size + ", 'a'), 0), (2, printf('%.*c', " + size +
+            ", 'b'), 0), (3, 'c', 0)");
+        uint64_t round = 0;
+        const auto newest = [] { return Object<Ecn>().rest().back().packets; };
+        const auto batches = [&] {
+            std::vector<uint64_t> seen;
+            for (int batch = 0; batch < 3; ++batch) {
+                const std::string number = std::to_string(++round);
+                sql("BEGIN; UPDATE port_ecn_stat SET packets = " + number + " WHERE ifIndex = 3; " +
+                    "UPDATE queue_stat SET passPackets = " + number + "; COMMIT");
+                // The last of another table, which is read then for the first time.
+                seen.push_back(batch < 2 ? newest() : Object<qosdb::row::queue_stat>().rest().at(0).passPackets);
+            }
+            return seen;
+        };
+        QosDb_EndPass();  // there is none
+        EXPECT_THAT(batches(), ElementsAre(1, 2, 3));
+        QosDb_BeginPass();
+        EXPECT_THAT(batches(), ElementsAre(4, 4, 4));
+        std::thread([&] { EXPECT_EQ(newest(), 6u); }).join();
+        {
+            const auto name = [](Object<Ecn>& object) {
+                const char* text = nullptr;
+                EXPECT_EQ(object.next() + db_get_qos_tlm_port_ecn_stat_ifName(object.object(), &text), 0u);
+                return text;
+            };
+            Object<Ecn> left;
+            Object<Ecn> other;
+            EXPECT_EQ(name(left) == name(other), size != large) << "whether both read from memory";
+            QosDb_BeginPass();  // ends the other
+            EXPECT_THAT(batches(), ElementsAre(7, 7, 7));
+            QosDb_EndPass();
+            EXPECT_THAT(batches(), ElementsAre(10, 11, 12));
+            EXPECT_EQ(left.rest().back().packets, 4u);
+        }
+        QosDb_BeginPass();
+        EXPECT_EQ(newest(), 12u);
+        sql("UPDATE port_ecn_stat SET packets = 13 WHERE ifIndex = 3; PRAGMA wal_checkpoint(TRUNCATE)");
+        EXPECT_NE(fs::file_size(path_.string() + "-wal"), 0u);
+        Store(directory_ / "new.db");
+        fs::rename(directory_ / "new.db", path_);
+        EXPECT_EQ(newest(), 12u) << "of a file that was replaced";
+        fs::remove(path_);
+        EXPECT_EQ(newest(), 12u) << "of a file that was removed";
+        use("other.db");
+        EXPECT_EQ(newest(), 12u) << "of a file that is no longer set";
+        EXPECT_EQ(Object<qosdb::row::queue_stat>().rest().at(0).passPackets, 12u);
+        QosDb_EndPass();
+        EXPECT_EQ(Object<Ecn>().code(), uint32_t{SQLITE_CANTOPEN});
+    }
+}
+
+TEST_F(QosDb, APassChangesNoAnswer) {
+    const std::string table = "CREATE TABLE port_ecn_stat (ifIndex, ifName, packets); ";
+    const std::string misfits = table + R"(INSERT INTO port_ecn_stat VALUES (1, 'a', -1), (4294967296, 'a', 1.5),
+        (-1, 5, 'b'), (NULL, NULL, NULL), (x'41', x'41', x'41'), ('1', '', ''), (1, 'a', 1))";
+    const std::string many = table + R"(INSERT INTO port_ecn_stat WITH RECURSIVE
+        n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 4000) SELECT i, 'eth' || (i / 8), i FROM n)";
+    struct Case {
+        std::string sql;
+        uintmax_t size;  // to which the file is cut, 0 for the whole
+        const char* answer;
+    };
+    for (const auto& [text, size, answer] :
+         {Case{misfits, 0, "ifName: an integer (5) where a text is wanted"},
+          Case{"PRAGMA encoding = 'UTF-16'; " + misfits, 0, "packets: a real number"},
+          Case{many, 65536, "read table port_ecn_stat: database disk image is malf"},
+          Case{"CREATE TABLE port_ecn_stat (ifIndex)", 0, "no such column: ifName"},
+          Case{"VACUUM", 0, "no such table: port_ecn_stat"}}) {
+        fs::remove(path_);
+        QosDb_BeginPass();
+        EXPECT_EQ(Object<Ecn>().code(), uint32_t{SQLITE_CANTOPEN});  // the pass begins with what comes then
+        sql(text);
+        fs::resize_file(path_, size == 0 ? fs::file_size(path_) : size);
+        const auto answers = [&] {
+            logged_.clear();
+            std::vector<Ecn> rows;
+            Object<Ecn> object;
+            uint32_t code = object.code();
+            for (; code == 0 && (code = object.next()) == 0; logged_.push_back(std::to_string(code))) {
+                code = Face<Ecn>::read(object.object(), rows.emplace_back());
+                logged_.push_back(std::to_string(std::exchange(code, 0)));
+            }
+            logged_.push_back(std::to_string(code));
+            return std::pair(rows, logged_);
+        };
+        const auto inPass = answers();
+        EXPECT_TRUE(answers() == inPass) << text;
+        QosDb_EndPass();
+        EXPECT_TRUE(answers() == inPass) << text;
+        EXPECT_THAT(logged_, Contains(HasSubstr(answer)));
+    }
+}
+
+TEST_F(QosDb, APassGoesOnInNoOtherState) {
+    {
+        Store store(path_);
+        write(store, ecnRows({1}));
+    }
+    sql("INSERT INTO tm_chip_buf_stat VALUES ('1', 0, 0, 0), (printf('%.*c', 9000000, '2'), 0, 0, 0)");
+    QosDb_BeginPass();
+    EXPECT_EQ(Object<Ecn>().rest().size(), 1u);
+    sqlite3_hard_heap_limit64(sqlite3_memory_used() + 4000000);
+    Object<qosdb::row::tm_chip_buf_stat> chips;
+    sqlite3_hard_heap_limit64(0);
+    EXPECT_EQ(chips.next(), 0u);
+    EXPECT_EQ(chips.next(), uint32_t{SQLITE_NOMEM});
+    EXPECT_THAT(lastMessage(), HasSubstr("cannot read table tm_chip_buf_stat: out of memory"));
+    sql("DELETE FROM port_ecn_stat");
+    EXPECT_EQ(Object<qosdb::row::queue_stat>().code(), uint32_t{SQLITE_ABORT});
+    EXPECT_THAT(lastMessage(), HasSubstr("cannot read table queue_stat: what failed before"));
+    EXPECT_EQ(Object<Ecn>().rest().size(), 1u);
+    QosDb_EndPass();
+    EXPECT_EQ(Object<Ecn>().rest().size(), 0u);
 }
 
 TEST_F(QosDb, ARoundIsAllOrNothing) {
