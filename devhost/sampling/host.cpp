@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "devhost/platform/stand_in.h"
+#include "devhost/qosdb/qosdb.h"
 #include "devhost/support/exit.h"
 #include "devhost/support/stop.h"
 
@@ -78,6 +79,14 @@ void* loadPlugin(const std::string& pluginFile) {
     throw std::runtime_error(fmt::format("cannot load the plug-in: {}", fmt::join(failures, "; ")));
 }
 
+// All calls of a pass read one state of the database.
+struct ScopedState {
+    ScopedState() { QosDb_BeginPass(); }
+    ~ScopedState() { QosDb_EndPass(); }
+    ScopedState(const ScopedState&) = delete;
+    ScopedState& operator=(const ScopedState&) = delete;
+};
+
 template <class Member>
 uint64_t sumOf(const std::vector<Batch>& batches, Member member) {
     uint64_t sum = 0;
@@ -142,6 +151,7 @@ const Path& Host::path(std::string_view name) const {
 
 Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId,
                    const std::function<void(const Batch&)>& onBatch, const std::function<void()>& atEnd) {
+    const ScopedState state;
     Pass pass;
     bool sent = false;
     do {

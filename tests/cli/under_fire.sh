@@ -352,6 +352,29 @@ removed_while_fed() {
     sound q.db
 }
 
+# The host waits for whoever takes its capture, and the table is written anew each time before that takes some more.
+written_between_batches() {
+    local parts=0 states
+    write() { sqlite3 -cmd '.timeout 5000' q.db "UPDATE queue_stat SET passPackets = $parts" || complain "cannot write"; }
+    qos-host feed sim --db q.db --count 1 --slots 1 --ports 1024 || complain "no database"
+    write
+    mkfifo slow
+    qos-host sample queue-statistics --db q.db --count 2 --output none --capture slow >reader.out 2>reader.err &
+    reader_pid=$!
+    exec 3<slow
+    while head -c 20000 <&3 >part && [ -s part ]; do
+        cat part >>q.cap
+        parts=$((parts + 1))
+        write
+    done
+    wait "$reader_pid"
+    qos-host decode q.cap --output json >batches.json
+    [ "$(wc -l <batches.json)" -eq 128 ] || complain "$(wc -l <batches.json) batches arrive in $parts parts"
+    states=$(for pass in 'head -n 64' 'tail -n 64'; do $pass batches.json | grep -o '"pass-packets":"[0-9]*"' | uniq -c; done)
+    [ "$(awk '{ print $1 }' <<<"$states")" = $'8192\n8192' ] || complain "passes of more than a state: $(head -n 5 <<<"$states")"
+    [ "$(uniq -f 1 <<<"$states" | wc -l)" -eq 2 ] || complain "two passes of one state: $states"
+}
+
 one_feed_for_one_file() {
     local number each pids
     for number in {1..10}; do
