@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 
 #include "bench/database.h"
@@ -423,7 +424,7 @@ std::vector<Comparison> comparisons() {
     list.push_back(longPass(64000, 1.4));
     list.push_back(lateCall());
     list.push_back(thresholds());
-    list.push_back(databaseRows());
+    std::ranges::move(databaseComparisons(), std::back_inserter(list));
     return list;
 }
 

@@ -5,13 +5,17 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string_view>
 
+#include "bench/host.h"
 #include "bench/tables.h"
 #include "devhost/qosdb/qosdb.h"
 #include "devhost/qosdb/store.h"
 #include "devhost/qosdb/tables.h"
+#include "nivex_qos/plugin.h"
+#include "nivex_qos/queue_stat.h"
 
 namespace bench {
 
@@ -131,27 +135,93 @@ class Direct {
     qosdb::Statement statement_;
 };
 
-}  // namespace
+// Queue statistics of a second plug-in, which libdb_qos serves: the first one is served by the program's own functions.
+QosTlmQueryFunc queryOfFile(const std::string& copy) {
+    static const QosTlmQueryFunc query = [&] {
+        LIBRARY(QosDb_LastError);  // so that the copy finds it loaded
+        std::filesystem::copy_file(NIVEX_QOS_PLUGIN_FILE, copy);
+        void* const plugin = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
+        if (plugin == nullptr) {
+            fail(dlerror());
+        }
+        const auto start = reinterpret_cast<decltype(&QOS_TLM_InitPlugin)>(dlsym(plugin, "QOS_TLM_InitPlugin"));
+        const auto found = reinterpret_cast<QosTlmQueryFunc>(dlsym(plugin, "QOS_TLM_QueryQueueStat"));
+        if (start == nullptr || found == nullptr || start(1) != 0) {
+            fail("the plug-in does not start twice");
+        }
+        return found;
+    }();
+    return query;
+}
 
-Comparison databaseRows() {
-    struct Sides {
-        File file;
-        Direct direct{file.path()};
-    };
+void pass(QosTlmQueryFunc query) {
+    const QosTlmQueryParam request{};
+    uint32_t result = QOS_TLM_RESULT_MORE;
+    while (result == QOS_TLM_RESULT_MORE) {
+        result = query(1, 1, &request);
+    }
+    if (result != QOS_TLM_RESULT_DONE) {
+        fail("a sampling call failed");
+    }
+}
+
+void passOfOneState(QosTlmQueryFunc query) {
+    LIBRARY(QosDb_BeginPass)();
+    pass(query);
+    LIBRARY(QosDb_EndPass)();
+}
+
+// Rows in a file, and who reads them there.
+struct Sides {
+    File file;
+    Direct direct{file.path()};
+    QosTlmQueryFunc query = queryOfFile(file.path() + ".so");
+};
+using SharedSides = std::shared_ptr<std::unique_ptr<Sides>>;
+
+void arrange(const SharedSides& sides, size_t rows) {
+    fillQueueStat(rows);
+    *sides = std::make_unique<Sides>();
+    LIBRARY(QosDb_SetFile)((*sides)->file.path().c_str());
+}
+
+Comparison passOverFile(size_t rows, const char* name, std::function<void(const Sides&)> peer, double goal) {
     const auto sides = std::make_shared<std::unique_ptr<Sides>>();
-    return {"libdb_qos over SQLite, a row read, against the statement stepped directly",
+    return {fmt::format("whole pass over {} rows of a file, against {}", rows, name),
             [=] {
-                fillQueueStat(kRows);
-                *sides = std::make_unique<Sides>();
-                LIBRARY(QosDb_SetFile)((*sides)->file.path().c_str());
-                if (readByLibrary() != (*sides)->direct.read() || readByLibrary().numbers == 0) {
-                    fail("the sides disagree: sums of the rows");
+                arrange(sides, rows);
+                const auto fromMemory = capture([] { pass(PLUGIN(QOS_TLM_QueryQueueStat)); });
+                if (capture([&] { passOfOneState((*sides)->query); }).payloads != fromMemory.payloads) {
+                    fail("the sides disagree: payload bytes");
                 }
             },
-            {"libdb_qos", [] { readByLibrary(); }},
-            {"sqlite3_step", [=] { (*sides)->direct.read(); }},
-            kRows,
-            1.3};
+            {"pass of one state", [=] { passOfOneState((*sides)->query); }},
+            {name, [=] { peer(**sides); }},
+            static_cast<double>(rows),
+            goal};
+}
+
+}  // namespace
+
+std::vector<Comparison> databaseComparisons() {
+    const auto sides = std::make_shared<std::unique_ptr<Sides>>();
+    return {
+        {"libdb_qos over SQLite, a row read, against the statement stepped directly",
+         [=] {
+             arrange(sides, kRows);
+             if (readByLibrary() != (*sides)->direct.read() || readByLibrary().numbers == 0) {
+                 fail("the sides disagree: sums of the rows");
+             }
+         },
+         {"libdb_qos", [] { readByLibrary(); }},
+         {"sqlite3_step", [=] { (*sides)->direct.read(); }},
+         kRows,
+         1.3},
+        passOverFile(
+            32768, "SQLite reading them once", [](const Sides& on) { on.direct.read(); }, 25),
+        passOverFile(
+            8192, "the same without BeginPass", [](const Sides& on) { pass(on.query); }, 0.25),
+    };
 }
 
 }  // namespace bench
