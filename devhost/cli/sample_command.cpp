@@ -114,6 +114,7 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
         }
         keep(PassEnd{.result = static_cast<uint8_t>(pass.result),
                      .records = pass.records(),
+                     .rows = pass.rows,
                      .beginTime = beginTime,
                      .duration = duration,
                      .lateness = lateness});

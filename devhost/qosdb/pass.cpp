@@ -1,8 +1,11 @@
 #include "devhost/qosdb/pass.h"
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "devhost/qosdb/qosdb.h"
@@ -80,6 +83,35 @@ uint32_t makeReader(TableId table, std::unique_ptr<Reader>& reader) {
     return code;
 }
 
+namespace {
+
+uint32_t countRows(std::string_view name, uint64_t& rows) {
+    const auto* const table = std::ranges::find(kTables, name, &Table::name);
+    if (table == std::end(kTables)) {
+        std::string names;
+        for (const Table& known : kTables) {
+            names += (names.empty() ? "" : ", ") + std::string(known.name);
+        }
+        return report(SQLITE_MISUSE, "QosDb_CountRows: there is no table '%s'; the tables are %s",
+                      std::string(name).c_str(), names.c_str());
+    }
+    std::unique_ptr<Reader> reader;
+    if (const uint32_t code = makeReader(static_cast<TableId>(table - kTables), reader); code != 0) {
+        return code;
+    }
+    uint64_t count = 0;
+    while (reader->advance() != nullptr) {
+        ++count;
+    }
+    if (const Failure why = reader->failure(); why.code != SQLITE_OK) {
+        return report(why);
+    }
+    rows = count;
+    return 0;
+}
+
+}  // namespace
+
 }  // namespace qosdb
 
 void QosDb_BeginPass(void) {
@@ -88,4 +120,15 @@ void QosDb_BeginPass(void) {
 
 void QosDb_EndPass(void) {
     qosdb::pass.reset();
+}
+
+uint32_t QosDb_CountRows(const char* table, uint64_t* rows) {
+    if (table == nullptr || rows == nullptr) {
+        return qosdb::report(SQLITE_MISUSE, "QosDb_CountRows: no name of a table, or no place for the number");
+    }
+    try {
+        return qosdb::countRows(table, *rows);
+    } catch (const std::exception& error) {
+        return qosdb::report(SQLITE_NOMEM, "QosDb_CountRows: %s", error.what());
+    }
 }

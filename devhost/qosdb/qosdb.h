@@ -8,6 +8,8 @@
 #ifndef DEVHOST_QOSDB_QOSDB_H
 #define DEVHOST_QOSDB_QOSDB_H
 
+#include <stdint.h>
+
 #include "platform/export.h"
 
 PLATFORM_BEGIN_DECLS
@@ -44,6 +46,13 @@ PLATFORM_API void QosDb_BeginPass(void);
 
 /* Ends the pass of the calling thread, if there is one. Objects that are left go on in their state. */
 PLATFORM_API void QosDb_EndPass(void);
+
+/*
+ * The rows of a table, by its name in platform/qos_db_tables.h, as an object made now would see them: within a pass
+ * those that are sampled. Walks the table, which is in memory then. Answers 0, or SQLite's code for what an object
+ * would have failed with, and for an unknown name.
+ */
+PLATFORM_API uint32_t QosDb_CountRows(const char* table, uint64_t* rows);
 
 PLATFORM_END_DECLS
 

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "nivex_qos/paths.h"
+#include "platform/qos_db_tables.h"
 #include "vexlor_qos.pb.h"
 
 namespace host {
@@ -26,7 +27,7 @@ const Condition kServiceClass = {"service-class",
                                  {"be", "af1", "af2", "af3", "af4", "ef", "cs6", "cs7"}};
 
 Catalogued pathOf(std::string alias, uint32_t batchLimit) {
-    return {std::move(alias), {}, {}, batchLimit, false, false, {}, nullptr, nullptr};
+    return {std::move(alias), {}, {}, {}, batchLimit, false, false, {}, nullptr, nullptr};
 }
 
 // What a list's key may be made of; the rest of an entry tells nothing of which row it is.
@@ -37,6 +38,12 @@ std::vector<Catalogued> buildCatalogue() {
 #define PATH(NAME, list, entryPoint, queryFromDb, batchLimit) pathOf(list, batchLimit),
     std::vector<Catalogued> catalogue = {QOS_TLM_PATHS(PATH)};
 #undef PATH
+#define NAME(table, columns) #table,
+    size_t family = 0;
+    for (const char* table : {QOS_DB_TABLES(NAME)}) {
+        catalogue[family++].table = table;
+    }
+#undef NAME
     catalogue[QOS_TLM_FAMILY_PORT_ECN].conditions = {kInterfaceName};
     catalogue[QOS_TLM_FAMILY_PORT_BUF].conditions = {kSlotId, kInterfaceName};
     catalogue[QOS_TLM_FAMILY_QUEUE_BUF].conditions = {kSlotId, kInterfaceName, kQueueId};

@@ -1,6 +1,6 @@
 /*
- * What the host knows of a path besides its registration: its list in the schema, the conditions that it honours, the
- * fields that thresholds compare and its batch limit. Everything here lives as long as the program.
+ * What the host knows of a path besides its registration: its table, its list in the schema, the conditions that it
+ * honours, the fields that thresholds compare and its batch limit. Everything here lives as long as the program.
  */
 #ifndef DEVHOST_SAMPLING_CATALOGUE_H
 #define DEVHOST_SAMPLING_CATALOGUE_H
@@ -27,6 +27,7 @@ struct Condition {
 /* A path that this program knows. */
 struct Catalogued {
     std::string alias;
+    std::string table;  // of libdb_qos
     std::vector<Condition> conditions;
     std::vector<int> keys;  // the fields that tell a row from its others, as indexes
     uint32_t batchLimit;

@@ -11,6 +11,7 @@
 
 #include "devhost/platform/stand_in.h"
 #include "devhost/qosdb/qosdb.h"
+#include "devhost/sampling/catalogue.h"
 #include "devhost/support/exit.h"
 #include "devhost/support/stop.h"
 
@@ -86,6 +87,15 @@ struct ScopedState {
     ScopedState(const ScopedState&) = delete;
     ScopedState& operator=(const ScopedState&) = delete;
 };
+
+std::optional<uint64_t> rowsOf(const Path& path) {
+    const Catalogued* const entry = findInCatalogue(path.alias);
+    uint64_t rows = 0;
+    if (entry == nullptr || QosDb_CountRows(entry->table.c_str(), &rows) != 0) {
+        return {};
+    }
+    return rows;
+}
 
 template <class Member>
 uint64_t sumOf(const std::vector<Batch>& batches, Member member) {
@@ -165,6 +175,9 @@ Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t s
             onBatch(received.batches.back());
         }
     } while (pass.result == QOS_TLM_RESULT_MORE && sent && !stopRequested());
+    if (pass.result != QOS_TLM_RESULT_FAILED) {  // it could be for the same reason, to be said once
+        pass.rows = rowsOf(path);
+    }
     if (atEnd) {
         atEnd();
     }

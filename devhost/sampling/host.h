@@ -34,7 +34,7 @@ struct Pass {
     uint32_t result = QOS_TLM_RESULT_DONE;  // of the last call; MORE when a stop was requested in mid-pass
     std::vector<Batch> batches;             // in the order of upload
     std::vector<std::string> messages;      // what the plug-in and the database logged meanwhile
-    std::optional<uint64_t> rows;           // of the table; none when they are not known
+    std::optional<uint64_t> rows;           // of the table; none after a failure, and of a path that is not known
 
     uint64_t records() const;
     uint64_t bytes() const;

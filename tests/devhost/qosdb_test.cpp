@@ -393,6 +393,11 @@ TEST_F(QosDb, APassReadsOneState) {
         EXPECT_EQ(newest(), 12u) << "of a file that was removed";
         use("other.db");
         EXPECT_EQ(newest(), 12u) << "of a file that is no longer set";
+        uint64_t rows = 0;
+        EXPECT_EQ(QosDb_CountRows("port_ecn_stat", &rows) + rows, 3u);
+        EXPECT_EQ(QosDb_CountRows("queue_stat", &rows) + rows, 1u);
+        EXPECT_EQ(QosDb_CountRows("ports", &rows), uint32_t{SQLITE_MISUSE});
+        EXPECT_THAT(lastMessage(), HasSubstr("no table 'ports'; the tables are port_ecn_stat, port_buf_stat, "));
         EXPECT_EQ(Object<qosdb::row::queue_stat>().rest().at(0).passPackets, 12u);
         QosDb_EndPass();
         EXPECT_EQ(Object<Ecn>().code(), uint32_t{SQLITE_CANTOPEN});
