@@ -22,7 +22,7 @@ class Sampling {
   public:
     virtual ~Sampling() = default;
     virtual const host::Source& source() const = 0;
-    /* Makes a pass now; only for one whose `every` is 0, which makes none by itself. One after the other. */
+    /* Makes a pass now, besides those that are due by themselves. One after the other. */
     virtual void requestPass() = 0;
 };
 

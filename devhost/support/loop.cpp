@@ -83,6 +83,7 @@ void Loop::runPosted() {
     }
 }
 
+Loop::Watch::Watch() = default;
 Loop::Watch::Watch(Watch&&) noexcept = default;
 Loop::Watch& Loop::Watch::operator=(Watch&&) noexcept = default;
 Loop::Watch::~Watch() = default;

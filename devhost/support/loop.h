@@ -35,7 +35,7 @@ class Loop {
     /* Something that is watched. */
     class Watch {
       public:
-        Watch() = default;
+        Watch();
         Watch(Watch&&) noexcept;
         Watch& operator=(Watch&&) noexcept;
         ~Watch();
