@@ -26,9 +26,9 @@ std::string lineOf(const std::string& name, const SubscriptionLedger& ledger) {
         ledger.notSent, ledger.refused, ledger.gaps, ledger.batches, ledger.bytes, ledger.encodeTime, ledger.messages);
 }
 
-std::string lineOf(const std::string& name, const host::Account& account) {
-    std::string line = fmt::format("output {}: offered {}, delivered {}, waiting {}, dropped {}", name, account.offered,
-                                   account.delivered, account.waiting, account.allDropped());
+std::string lineOf(std::string_view kind, const std::string& name, const host::Account& account) {
+    std::string line = fmt::format("{} {}: offered {}, delivered {}, waiting {}, dropped {}", kind, name,
+                                   account.offered, account.delivered, account.waiting, account.allDropped());
     for (size_t reason = 0; reason < account.dropped.size(); ++reason) {
         if (account.dropped[reason] > 0) {
             line += fmt::format(" {} {}", host::kDropNames[reason], account.dropped[reason]);
@@ -89,6 +89,7 @@ void Agent::apply(const Configuration& configuration) {
     }
     const bool tablesChange = !configuration_ || configuration_->feed != configuration.feed ||
                               configuration_->database != configuration.database;
+    applyGnmi(configuration, tablesChange);
     std::optional<Configuration> before = std::exchange(configuration_, configuration);
 
     if (tablesChange) {
@@ -112,6 +113,53 @@ void Agent::apply(const Configuration& configuration) {
         beginTables(before.has_value());
     } else if (tablesReady_) {
         tablesReady();
+    }
+}
+
+std::unique_ptr<gnmi::Service> Agent::makeGnmi(const Configuration::Gnmi& settings) {
+    gnmi::Settings served;
+    served.listen = settings.listen;
+    served.certificate = settings.certificate;
+    served.key = settings.key;
+    served.clientCa = settings.clientCa;
+    served.insecure = settings.insecure;
+    served.allowRemote = settings.allowRemote;
+    served.maxSubscriptions = settings.maxSubscriptions;
+    served.waitingBytes = settings.buffer;
+    try {
+        return std::make_unique<gnmi::Service>(loop_, *this, served);
+    } catch (const gnmi::SettingError& error) {
+        throw host::UsageError(fmt::format("gnmi.{}", error.what()));
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(fmt::format("gnmi: {}", error.what()));
+    }
+}
+
+// Streams of other tables than those that come would go on with what they have no more.
+void Agent::applyGnmi(const Configuration& configuration, bool tablesChange) {
+    const std::optional<Configuration::Gnmi> before = configuration_ ? configuration_->gnmi : std::nullopt;
+    if (before == configuration.gnmi && !(tablesChange && gnmi_)) {
+        return;
+    }
+    endGnmi();
+    if (!configuration.gnmi) {
+        return;
+    }
+    try {
+        gnmi_ = makeGnmi(*configuration.gnmi);
+    } catch (...) {
+        if (before) {
+            gnmi_ = makeGnmi(*before);
+        }
+        throw;
+    }
+}
+
+void Agent::endGnmi() {
+    if (gnmi_) {
+        const auto service = std::exchange(gnmi_, nullptr);
+        service->end();
+        addTo(endedCalls_, service->ended());
     }
 }
 
@@ -220,6 +268,13 @@ void Agent::stop(std::chrono::milliseconds within, std::function<void()> done) {
         ++*left;
         endOutput(output, within, oneLess);
     }
+    if (gnmi_) {
+        ++*left;
+        gnmi_->stop(within, [this, oneLess] {
+            endGnmi();
+            oneLess();
+        });
+    }
     oneLess();
 }
 
@@ -237,18 +292,34 @@ std::vector<std::string> Agent::ledgerLines() const {
         lines.push_back(lineOf(streamed->runner->source().name, streamed->runner->ledger()));
     }
     for (const auto& [name, output] : outputs_) {
-        lines.push_back(lineOf(name, output->account()));
+        lines.push_back(lineOf("output", name, output->account()));
+    }
+    if (gnmi_) {
+        for (const gnmi::CallAccount& call : gnmi_->calls()) {
+            lines.push_back(lineOf("gnmi", fmt::format("{} {}", call.peer, call.what), call.account));
+        }
+    }
+    if (const host::Account ended = endedCalls(); ended.offered > 0) {
+        lines.push_back(lineOf("gnmi", "(ended)", ended));
     }
     if (ended_.offered > 0) {
-        lines.push_back(lineOf("(ended)", ended_));
+        lines.push_back(lineOf("output", "(ended)", ended_));
     }
     return lines;
 }
 
+host::Account Agent::endedCalls() const {
+    host::Account sum = endedCalls_;
+    if (gnmi_) {
+        addTo(sum, gnmi_->ended());
+    }
+    return sum;
+}
+
 bool Agent::anyDropped() const {
-    return ended_.allDropped() > 0 || std::ranges::any_of(outputs_ | std::views::values, [](const auto& output) {
-               return output->account().allDropped() > 0;
-           });
+    return ended_.allDropped() > 0 || endedCalls().allDropped() > 0 ||
+           std::ranges::any_of(outputs_ | std::views::values,
+                               [](const auto& output) { return output->account().allDropped() > 0; });
 }
 
 }  // namespace agent

@@ -21,6 +21,7 @@
 #include "devhost/agent/feed_runner.h"
 #include "devhost/agent/runner.h"
 #include "devhost/gnmi/sampler.h"
+#include "devhost/gnmi/service.h"
 #include "devhost/outputs/output.h"
 #include "devhost/sampling/feed_watch.h"
 #include "devhost/support/loop.h"
@@ -64,6 +65,10 @@ class Agent : public gnmi::Sampler {
                                        const Consumers& consumers);
     using OutputPointer = std::shared_ptr<outputs::Output>;
     OutputPointer makeOutput(const Configuration::Output& settings);
+    std::unique_ptr<gnmi::Service> makeGnmi(const Configuration::Gnmi& settings);
+    void applyGnmi(const Configuration& configuration, bool tablesChange);
+    void endGnmi();
+    host::Account endedCalls() const;
     void beginTables(bool anew);
     void tablesReady();
     void endOutput(const OutputPointer& output, std::chrono::milliseconds within, const std::function<void()>& done);
@@ -85,6 +90,8 @@ class Agent : public gnmi::Sampler {
     std::list<OutputPointer> ending_;  // outputs that deliver what waits
     host::Account ended_;              // sum of the outputs that are no more
     std::map<std::string, std::unique_ptr<Runner>> runners_;
+    std::unique_ptr<gnmi::Service> gnmi_;
+    host::Account endedCalls_;  // sum of those of services that are no more
     std::list<std::shared_ptr<Streamed>> streamed_;
     std::list<std::shared_ptr<Streamed>> endedStreamed_;
     uint32_t lastId_ = 0;

@@ -419,14 +419,16 @@ void takeOutput(const Place& place, const std::string& name, Configuration& conf
 
 void takeGnmi(const Place& place, std::optional<Configuration::Gnmi>& gnmi) {
     Configuration::Gnmi read;
-    takeKeys(place, "a mapping",
-             {{"listen", [&](const Place& value) { takeAddress(value, read.listen); }},
-              {"certificate", [&](const Place& value) { takeFile(value, read.certificate); }},
-              {"key", [&](const Place& value) { takeFile(value, read.key); }},
-              {"client-ca", [&](const Place& value) { takeFile(value, read.clientCa); }},
-              {"insecure", [&](const Place& value) { takeTruth(value, read.insecure); }},
-              {"allow-remote", [&](const Place& value) { takeTruth(value, read.allowRemote); }},
-              {"max-subscriptions", [&](const Place& value) { takeNumber(value, read.maxSubscriptions, 1U, 1000U); }}});
+    takeKeys(
+        place, "a mapping",
+        {{"listen", [&](const Place& value) { takeAddress(value, read.listen); }},
+         {"certificate", [&](const Place& value) { takeFile(value, read.certificate); }},
+         {"key", [&](const Place& value) { takeFile(value, read.key); }},
+         {"client-ca", [&](const Place& value) { takeFile(value, read.clientCa); }},
+         {"insecure", [&](const Place& value) { takeTruth(value, read.insecure); }},
+         {"allow-remote", [&](const Place& value) { takeTruth(value, read.allowRemote); }},
+         {"max-subscriptions", [&](const Place& value) { takeNumber(value, read.maxSubscriptions, 1U, 1000U); }},
+         {"buffer", [&](const Place& value) { takeSize(value, read.buffer, uint64_t{64} << 10, uint64_t{1} << 30); }}});
     if (read.certificate.empty() != read.key.empty()) {
         place.fault("certificate and key belong together: give both, or neither");
     } else if (read.certificate.empty() && !read.insecure) {

@@ -51,6 +51,7 @@ struct Configuration {
         bool insecure = false;                   // without TLS
         bool allowRemote = false;                // without TLS beyond loopback
         uint32_t maxSubscriptions = 64;
+        uint64_t buffer = uint64_t{4} << 20;  // bytes that may wait for a stream's client
         friend bool operator==(const Gnmi&, const Gnmi&) = default;
     };
 

@@ -38,7 +38,7 @@ class Runner {
     /* Of the worker; 0 when there is none at the moment. */
     pid_t process() const { return child_ ? child_->process() : 0; }
 
-    /* A pass of a subscription that makes none by itself; also of the next worker, when this one ends before it. */
+    /* A pass now, besides those that are due; the next worker makes it when this one ends before. */
     void requestPass();
 
     /* Nothing reaches the consumers any more, not even the end. */

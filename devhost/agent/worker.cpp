@@ -117,7 +117,9 @@ class Worker {
     [[noreturn]] void samplePerBeat(host::Host& plugin, const host::Path& path) {
         for (Beats beats(order_.every);;) {
             while (const auto left = beats.untilDue().count()) {
-                readRequest(static_cast<int>(std::min<int64_t>(left, 3'600'000)));
+                if (readRequest(static_cast<int>(std::min<int64_t>(left, 3'600'000)))) {
+                    pass(plugin, path, {});
+                }
             }
             pass(plugin, path, beats.lateness());
             if (const uint64_t missed = beats.advance(); missed > 0) {
