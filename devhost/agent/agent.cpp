@@ -305,6 +305,8 @@ std::vector<std::string> Agent::ledgerLines() const {
     if (ended_.offered > 0) {
         lines.push_back(lineOf("output", "(ended)", ended_));
     }
+    lines.push_back(fmt::format("ledger of {} subscriptions and {} outputs: {}", runners_.size() + streamed_.size(),
+                                outputs_.size(), anyDropped() ? "records were dropped" : "nothing was dropped"));
     return lines;
 }
 

@@ -1,7 +1,8 @@
 #include "devhost/agent/children.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,36 +25,28 @@ namespace {
     throw std::system_error(code, std::generic_category(), what);
 }
 
-// What posix_spawn is told, given back in any case.
-class SpawnSettings {
-  public:
-    explicit SpawnSettings(int control) {
-        posix_spawn_file_actions_init(&files_);
-        posix_spawn_file_actions_adddup2(&files_, control, kControlFile);
-        posix_spawnattr_init(&attributes_);
-        // A Ctrl-C at the terminal is not for the children, and no signal stays blocked or ignored for them.
-        posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-        posix_spawnattr_setpgroup(&attributes_, 0);
-        sigset_t signals;
-        sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&attributes_, &signals);
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&attributes_, &signals);
+/*
+ * What the new process does before it is the program, with nothing but system calls, since threads of this one may hold
+ * locks. From the start it ends with its agent, even while it is stopped.
+ */
+[[noreturn]] void becomeChild(pid_t agent, int control, char* const* arguments) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != agent) {
+        _exit(0);
     }
-    ~SpawnSettings() {
-        posix_spawn_file_actions_destroy(&files_);
-        posix_spawnattr_destroy(&attributes_);
+    setpgid(0, 0);  // a Ctrl-C at the terminal is for the agent alone
+    for (const int number : {SIGPIPE, SIGXFSZ, SIGHUP, SIGINT, SIGTERM}) {
+        std::signal(number, SIG_DFL);
     }
-    SpawnSettings(const SpawnSettings&) = delete;
-    SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-    const posix_spawn_file_actions_t* files() const { return &files_; }
-    const posix_spawnattr_t* attributes() const { return &attributes_; }
-
-  private:
-    posix_spawn_file_actions_t files_{};
-    posix_spawnattr_t attributes_{};
-};
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    if (control == kControlFile ? fcntl(control, F_SETFD, 0) == 0 : dup2(control, kControlFile) == kControlFile) {
+        // The program that runs, even if another one has its name by now.
+        execve("/proc/self/exe", arguments, environ);
+    }
+    _exit(127);
+}
 
 std::string howEnded(int status) {
     if (WIFSIGNALED(status)) {
@@ -75,16 +68,16 @@ std::unique_ptr<Child> Children::start(const char* argument, const std::string& 
     }
     host::Descriptor ours(sockets[0]);
     const host::Descriptor theirs(sockets[1]);
-    const SpawnSettings settings(theirs.get());
     std::array<char, 16> name{"qos-agent"};
     std::string work = argument;
-    std::array<char*, 3> arguments = {name.data(), work.data(), nullptr};
-    pid_t process = 0;
-    // The program that runs, even if another one has its name by now.
-    if (const int code =
-            posix_spawn(&process, "/proc/self/exe", settings.files(), settings.attributes(), arguments.data(), environ);
-        code != 0) {
-        fail(code, "cannot start a child process");
+    const std::array<char*, 3> arguments = {name.data(), work.data(), nullptr};
+    const pid_t agent = getpid();
+    const pid_t process = fork();
+    if (process < 0) {
+        fail(errno, "cannot start a child process");
+    }
+    if (process == 0) {
+        becomeChild(agent, theirs.get(), arguments.data());
     }
     std::unique_ptr<Child> child(new Child(*this, process, std::move(ours)));
     child->onBytes_ = std::move(onBytes);

@@ -46,15 +46,6 @@ uint64_t microsecondsOf(Clock::duration span) {
 /* The agent's end of the socket is closed: nobody wants the work any more. */
 struct Unwanted : std::exception {};
 
-// Even a child that hangs ends with its agent, which may have ended before this was asked for.
-void endWithParent() {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    pollfd control = {.fd = kControlFile, .events = 0, .revents = 0};
-    if (poll(&control, 1, 0) == 1 && (control.revents & POLLHUP) != 0) {
-        throw Unwanted();
-    }
-}
-
 /*
  * When passes are due: at the multiples of the interval by the wall clock, so that the samples of several devices and
  * subscriptions are of the same moments. A pass that takes longer than the interval costs the beats that it misses.
@@ -209,7 +200,6 @@ int runWorker() {
         std::signal(number, SIG_IGN);
     }
     try {
-        endWithParent();
         return Worker(WorkerOrder::read(kControlFile)).run();
     } catch (const Unwanted&) {
         return host::kDone;
@@ -226,7 +216,6 @@ int runFeed() {
     try {
         host::catchStopSignals();
         std::signal(SIGINT, SIG_IGN);
-        endWithParent();
         const FeedOrder order = FeedOrder::read(kControlFile);
         feed::SimFeedOptions options;
         options.database = order.database;
