@@ -1,9 +1,10 @@
 /*
  * What a running subscription brings, as those see it who hand it on: outputs and gNMI streams.
  *
- * All of it happens on one thread, the loop's (support/loop.h). A consumer is called in this order: batches of a pass
- * as they arrive, then the end of the pass; when the worker of the subscription was started anew, workerLost() first.
- * It never blocks and never throws; what it cannot take it counts.
+ * All of it happens on one thread, the loop's (support/loop.h). A consumer is called in this order: sourceStarted()
+ * before anything else of a subscription; batches of a pass as they arrive, then the end of the pass; when the worker
+ * of the subscription was started anew, workerLost() first. It never blocks and never throws; what it cannot take it
+ * counts.
  */
 #ifndef DEVHOST_SAMPLING_CONSUMER_H
 #define DEVHOST_SAMPLING_CONSUMER_H
@@ -55,6 +56,8 @@ struct SampledPass {
 class Consumer {
   public:
     virtual ~Consumer() = default;
+    /* The subscription begins; for those who say of it that nothing has come yet. */
+    virtual void sourceStarted(const Source& /*source*/) {}
     virtual void batch(const SampledBatch& sampled) = 0;
     virtual void passEnded(const SampledPass& sampled) = 0;
     /* A line that the plug-in or its host logged. */

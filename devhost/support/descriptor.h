@@ -26,6 +26,9 @@ class Descriptor {
 
     int get() const { return number_; }
 
+    /* Gives it up: somebody else closes it. */
+    int release() { return std::exchange(number_, -1); }
+
   private:
     int number_;
 };
