@@ -7,6 +7,9 @@
 #include <ranges>
 #include <utility>
 
+#include "devhost/agent/figures.h"
+#include "devhost/outputs/capture_file.h"
+#include "devhost/outputs/prometheus.h"
 #include "devhost/sampling/catalogue.h"
 #include "devhost/support/trouble.h"
 
@@ -41,6 +44,9 @@ std::string lineOf(std::string_view kind, const std::string& name, const host::A
 void addTo(host::Account& sum, const host::Account& account) {
     sum.offered += account.offered;
     sum.delivered += account.delivered;
+    sum.waiting += account.waiting;
+    sum.bytesWaiting += account.bytesWaiting;
+    sum.reconnects += account.reconnects;
     for (size_t reason = 0; reason < sum.dropped.size(); ++reason) {
         sum.dropped[reason] += account.dropped[reason];
     }
@@ -85,7 +91,7 @@ void Agent::apply(const Configuration& configuration) {
     for (const auto& [name, settings] : configuration.outputs) {
         const auto known = configuration_ ? configuration_->outputs.find(name) : configuration.outputs.end();
         const bool same = configuration_ && known != configuration_->outputs.end() && known->second == settings;
-        outputs[name] = same ? outputs_.at(name) : makeOutput(settings);
+        outputs[name] = same ? outputs_.at(name) : makeOutput(configuration, settings);
     }
     const bool tablesChange = !configuration_ || configuration_->feed != configuration.feed ||
                               configuration_->database != configuration.database;
@@ -99,6 +105,14 @@ void Agent::apply(const Configuration& configuration) {
         const auto kept = outputs.find(name);
         if (kept == outputs.end() || kept->second != output) {
             endOutput(output, kFlush, [] {});
+        }
+    }
+    for (const auto& [name, output] : outputs) {
+        const auto there = outputs_.find(name);
+        if (there == outputs_.end() || there->second != output) {
+            for (const auto& [subscription, runner] : runners_) {
+                output->sourceStarted(runner->source());
+            }
         }
     }
     outputs_ = std::move(outputs);
@@ -233,8 +247,20 @@ std::unique_ptr<gnmi::Sampling> Agent::start(const host::Subscription& subscript
     return std::make_unique<StreamedSampling>(*this, std::move(streamed));
 }
 
-Agent::OutputPointer Agent::makeOutput(const Configuration::Output&) {
-    throw std::runtime_error("no output yet");
+Agent::OutputPointer Agent::makeOutput(const Configuration& configuration, const Configuration::Output& settings) {
+    if (const auto* const prometheus = std::get_if<Configuration::Prometheus>(&settings)) {
+        return std::make_shared<outputs::Prometheus>(
+            loop_,
+            outputs::Prometheus::Settings{
+                .listen = prometheus->listen, .version = QOS_AGENT_VERSION, .device = configuration.device},
+            [this] { return figures(); });
+    }
+    const auto& capture = std::get<Configuration::CaptureFile>(settings);
+    return std::make_shared<outputs::CaptureFile>(
+        loop_, outputs::CaptureFile::Settings{
+                   .file = capture.file,
+                   .bufferBytes = capture.buffer,
+                   .whenFull = capture.dropOldest ? outputs::WhenFull::dropOldest : outputs::WhenFull::dropNewest});
 }
 
 void Agent::endOutput(const OutputPointer& output, std::chrono::milliseconds within,
@@ -316,6 +342,39 @@ host::Account Agent::endedCalls() const {
         addTo(sum, gnmi_->ended());
     }
     return sum;
+}
+
+std::vector<host::Figure> Agent::figures() const {
+    std::vector<NamedLedger> ledgers;
+    uint64_t workers = 0;
+    for (const auto& [name, runner] : runners_) {
+        ledgers.push_back({name, runner->source().path.alias, runner->ledger()});
+        workers += uint64_t{runner->process() > 0};
+    }
+    for (const auto& streamed : streamed_) {
+        workers += uint64_t{streamed->runner->process() > 0};
+    }
+    std::map<std::string, host::Account> accounts;
+    for (const auto& [name, output] : outputs_) {
+        accounts[name] = output->account();
+    }
+    if (ended_.offered > 0) {
+        accounts["(ended)"] = ended_;
+    }
+    uint64_t calls = 0;
+    if (gnmi_) {
+        host::Account& sum = accounts["(gnmi)"];
+        sum = endedCalls();
+        for (const gnmi::CallAccount& call : gnmi_->calls()) {
+            addTo(sum, call.account);
+            ++calls;
+        }
+    }
+    std::vector<host::Figure> figures = subscriptionFigures(ledgers);
+    std::ranges::move(outputFigures(accounts), std::back_inserter(figures));
+    figures.push_back({{"qos_agent_workers", host::MetricType::gauge, "", "Workers that run."}, {{{}, workers}}});
+    figures.push_back({{"qos_agent_gnmi_calls", host::MetricType::gauge, "", "gNMI calls that run."}, {{{}, calls}}});
+    return figures;
 }
 
 bool Agent::anyDropped() const {

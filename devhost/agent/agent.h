@@ -24,6 +24,7 @@
 #include "devhost/gnmi/service.h"
 #include "devhost/outputs/output.h"
 #include "devhost/sampling/feed_watch.h"
+#include "devhost/support/figures.h"
 #include "devhost/support/loop.h"
 
 namespace agent {
@@ -48,6 +49,9 @@ class Agent : public gnmi::Sampler {
     /* The ledger, a line for each subscription and output, for people. */
     std::vector<std::string> ledgerLines() const;
 
+    /* The ledger in numbers, of the subscriptions and outputs that the configuration names, and of the agent itself. */
+    std::vector<host::Figure> figures() const;
+
     /* Whether any record was dropped since the agent began. */
     bool anyDropped() const;
 
@@ -64,7 +68,7 @@ class Agent : public gnmi::Sampler {
     std::unique_ptr<Runner> makeRunner(std::string name, const host::Subscription& subscription,
                                        const Consumers& consumers);
     using OutputPointer = std::shared_ptr<outputs::Output>;
-    OutputPointer makeOutput(const Configuration::Output& settings);
+    OutputPointer makeOutput(const Configuration& configuration, const Configuration::Output& settings);
     std::unique_ptr<gnmi::Service> makeGnmi(const Configuration::Gnmi& settings);
     void applyGnmi(const Configuration& configuration, bool tablesChange);
     void endGnmi();

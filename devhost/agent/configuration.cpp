@@ -20,6 +20,7 @@
 
 #include "devhost/feed/rounds.h"
 #include "devhost/support/duration.h"
+#include "devhost/support/listen_address.h"
 
 namespace agent {
 
@@ -240,15 +241,10 @@ void takeAddress(const Place& place, Configuration::Address& address) {
     if (text.empty()) {
         return;
     }
-    const size_t colon = text.rfind(':');
-    const std::string_view port = std::string_view(text).substr(colon == std::string::npos ? text.size() : colon + 1);
-    uint16_t number = 0;
-    const auto [rest, error] = std::from_chars(port.data(), port.data() + port.size(), number);
-    const std::string_view host = std::string_view(text).substr(0, colon);
-    const bool brackets = host.starts_with('[') && host.ends_with(']');
-    if (port.empty() || error != std::errc{} || rest != port.data() + port.size() || host.empty() ||
-        (host.find(':') != std::string_view::npos && !brackets)) {
-        place.fault(fmt::format("'{}' is no address: write it as in 127.0.0.1:9464 or [::1]:9464", text));
+    try {
+        const host::ListenAddress checked(text);
+    } catch (const host::UsageError& error) {
+        place.fault(error.what());
         return;
     }
     address = text;

@@ -44,6 +44,7 @@ Runner::~Runner() {
 
 void Runner::begin() {
     if (!std::exchange(begun_, true)) {
+        tell([this](host::Consumer& consumer) { consumer.sourceStarted(source_); });
         start();
     }
 }
