@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "devhost/support/shown.h"
 #include "nivex_qos/sample.h"
 
 namespace gnmi {
@@ -85,7 +86,7 @@ void Reading::passEnded(const host::SampledPass& sampled) {
                              : sampled.end.result == QOS_TLM_RESULT_DONE && received >= sampled.end.records;
     if (!arrived) {
         ++pass_;
-        missed_ = suppressed;
+        stale_ = suppressed;
         reader_.failed(*this, fmt::format("a pass over {} did not arrive whole{}{}", wanted_.sampling.alias,
                                           logged.empty() ? "" : ": ", logged));
         return;
@@ -96,20 +97,20 @@ void Reading::passEnded(const host::SampledPass& sampled) {
         forgetMissing(time);
     }
     for (const host::RowKey& row : sampled.gone) {
-        forget(row, time);
+        stale_ = (forget(row, time) && suppressed) || stale_;
     }
     ++pass_;
     ++passes_;
     sends_ = true;
-    if (!missed_ || startAnew()) {
+    if (!stale_ || startAnew()) {
         reader_.passed(*this);
     }
 }
 
-// Records that were lost count as sent in the plug-in: they would not come again before they change. Another one, which
-// has seen nothing yet, brings all. Whether there still is a sampling.
+// For the plug-in, records that were lost are sent, and rows that have gone and come again are unchanged: it would
+// leave them out. Another one, which has seen nothing yet, brings all. Answers whether there still is a sampling.
 bool Reading::startAnew() {
-    missed_ = false;
+    stale_ = false;
     end();
     try {
         sampling_ = sampler_.start(wanted_.sampling, *this);
@@ -133,21 +134,27 @@ void Reading::forgetMissing(int64_t time) {
     }
 }
 
-void Reading::forget(const host::RowKey& row, int64_t time) {
-    // One that was sent again in the same pass is another row of that name.
-    if (const auto known = rows_.find(row); known != rows_.end() && known->second.pass != pass_) {
-        rows_.erase(known);
-        reader_.gone(*this, row, time);
+// Answers whether the row was known. One that was sent again in the same pass is another row of that name.
+bool Reading::forget(const host::RowKey& row, int64_t time) {
+    const auto known = rows_.find(row);
+    if (known == rows_.end() || known->second.pass == pass_) {
+        return false;
     }
+    rows_.erase(known);
+    reader_.gone(*this, row, time);
+    return true;
 }
 
 void Reading::message(const host::Source&, const host::LogLine& line, const std::string&) {
-    logged_ = line.text;
+    constexpr size_t kLongest = 500;
+    if (logged_.size() < kLongest) {
+        logged_ += fmt::format("{}{}", logged_.empty() ? "" : "; ", host::shown(line.text));
+    }
 }
 
 void Reading::workerLost(const host::Source&, const std::string& why) {
     received_ = 0;
-    missed_ = false;
+    stale_ = false;
     ++pass_;
     reader_.failed(*this, fmt::format("sampling {} broke off: {}", wanted_.sampling.alias, why));
 }

@@ -70,7 +70,7 @@ class Reading : public host::Consumer {
 
     bool isDue(const Row& row, const host::Record& record, std::chrono::steady_clock::time_point now) const;
     void forgetMissing(int64_t time);
-    void forget(const host::RowKey& row, int64_t time);
+    bool forget(const host::RowKey& row, int64_t time);
     bool startAnew();
 
     const Wanted wanted_;
@@ -82,7 +82,7 @@ class Reading : public host::Consumer {
     uint64_t passes_ = 0;
     uint64_t received_ = 0;  // records of this pass
     bool sends_ = true;      // values; else they are what later ones are compared with
-    bool missed_ = false;    // records that count as sent for the plug-in
+    bool stale_ = false;     // the plug-in remembers what is not so any more
     std::string logged_;     // last in this pass
 };
 

@@ -171,6 +171,7 @@ Service::Service(host::Loop& loop, Sampler& sampler, const Settings& settings)
         }
         state_->addresses.push_back(fmt::format("{}:{}", text.substr(0, text.rfind(':')), ports[index]));
     }
+    state_->server->GetHealthCheckService()->SetServingStatus(gNMI::service_full_name(), true);
 }
 
 Service::~Service() {
@@ -210,6 +211,7 @@ host::Account Service::ended() const {
 void Service::stop(milliseconds within, std::function<void()> done) {
     State& state = *state_;
     state.calls->close();
+    state.server->GetHealthCheckService()->Shutdown();
     for (const auto& call : state.calls->open()) {
         call->drain({StatusCode::UNAVAILABLE, "the agent is stopping"});
     }
