@@ -140,7 +140,7 @@ def agent(binaries, folder):
     def every_second():
         if not client:
             client.append(subprocess.Popen(
-                [sys.executable, os.path.join(HERE, "gnmi_stream.py"), GNMI, "queue-statistics"],
+                ["/usr/bin/python3", os.path.join(HERE, "gnmi_stream.py"), GNMI, "queue-statistics"],
                 stdout=open(os.path.join(folder, "updates"), "w", encoding="utf-8")))
         scrape(METRICS)
 

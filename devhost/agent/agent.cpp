@@ -1,6 +1,7 @@
 #include "devhost/agent/agent.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <iterator>
@@ -141,7 +142,10 @@ std::unique_ptr<gnmi::Service> Agent::makeGnmi(const Configuration::Gnmi& settin
     served.maxSubscriptions = settings.maxSubscriptions;
     served.waitingBytes = settings.buffer;
     try {
-        return std::make_unique<gnmi::Service>(loop_, *this, served);
+        auto service = std::make_unique<gnmi::Service>(loop_, *this, served);
+        host::report(fmt::format("gNMI at {}, {}", fmt::join(service->addresses(), ", "),
+                                 settings.insecure ? "without TLS" : "with TLS"));
+        return service;
     } catch (const gnmi::SettingError& error) {
         throw host::UsageError(fmt::format("gnmi.{}", error.what()));
     } catch (const std::runtime_error& error) {
@@ -192,7 +196,9 @@ void Agent::beginTables(bool anew) {
     if (!database_ || configuration_->database != database_->configured()) {
         database_.emplace(configuration_->database);
     }
-    feedWatch_.emplace(database_->file(), "queue-statistics");
+    // What is to be known of the kernel's counters a feed of the agent's own says by itself.
+    const bool ownFeed = configuration_->feed.source != Configuration::Feed::Source::none;
+    feedWatch_.emplace(database_->file(), ownFeed ? "" : "queue-statistics");
     watchFeed_.start(kFeedWatch);
     if (configuration_->feed.source == Configuration::Feed::Source::none) {
         tablesReady();
@@ -372,6 +378,19 @@ std::vector<host::Figure> Agent::figures() const {
     }
     std::vector<host::Figure> figures = subscriptionFigures(ledgers);
     std::ranges::move(outputFigures(accounts), std::back_inserter(figures));
+    if (feed_) {
+        figures.push_back(
+            {{"qos_feed_restarts_total", host::MetricType::counter, "", "Times that the feed was started anew."},
+             {{{}, feed_->restarts()}}});
+    }
+    if (const auto& mark = feedWatch_ ? feedWatch_->lastMark() : std::nullopt) {
+        figures.push_back({{"qos_feed_rounds_missed_total", host::MetricType::counter, "",
+                            "Rounds of the feed that were due and not written."},
+                           {{{}, mark->missed}}});
+        figures.push_back({{"qos_feed_last_round_timestamp_seconds", host::MetricType::gauge, "seconds",
+                            "When the feed wrote its last round, since 1970."},
+                           {{{}, static_cast<double>(mark->time_ms) / 1e3}}});
+    }
     figures.push_back({{"qos_agent_workers", host::MetricType::gauge, "", "Workers that run."}, {{{}, workers}}});
     figures.push_back({{"qos_agent_gnmi_calls", host::MetricType::gauge, "", "gNMI calls that run."}, {{{}, calls}}});
     return figures;

@@ -192,8 +192,9 @@ void Runner::take(const host::CaptureRecord&, const host::MissedBeats& missed, c
     tell([&](host::Consumer& consumer) { consumer.missed(source_, missed, frame); });
 }
 
-void Runner::take(const host::CaptureRecord&, const host::RowGone& row, const std::string&) {
+void Runner::take(const host::CaptureRecord&, const host::RowGone& row, const std::string& frame) {
     gone_.push_back(host::rowKeyOf(row.keys));
+    tell([&](host::Consumer& consumer) { consumer.rowGone(source_, frame); });
 }
 
 void Runner::take(const host::CaptureRecord&, const host::UnknownKind&, const std::string&) {}

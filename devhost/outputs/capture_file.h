@@ -66,6 +66,7 @@ class CaptureFile : public Output {
                 const std::string& frame) override {
         offer(frame, 0);
     }
+    void rowGone(const host::Source& /*source*/, const std::string& frame) override { offer(frame, 0); }
     void workerLost(const host::Source& /*source*/, const std::string& /*why*/) override {}
     void sourceEnded(const host::Source& /*source*/) override {}
 

@@ -60,6 +60,8 @@ class Consumer {
     virtual void sourceStarted(const Source& /*source*/) {}
     virtual void batch(const SampledBatch& sampled) = 0;
     virtual void passEnded(const SampledPass& sampled) = 0;
+    /* The capture record of one of a pass's gone rows, which passEnded() has together. */
+    virtual void rowGone(const Source& /*source*/, const std::string& /*frame*/) {}
     /* A line that the plug-in or its host logged. */
     virtual void message(const Source& source, const LogLine& line, const std::string& frame) = 0;
     /* Passes that were due and not made. */

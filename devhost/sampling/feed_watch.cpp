@@ -6,7 +6,6 @@
 #include <array>
 #include <chrono>
 
-#include "devhost/qosdb/feed_mark.h"
 #include "devhost/support/trouble.h"
 
 namespace host {
@@ -34,24 +33,25 @@ FeedWatch::FeedWatch(std::string database, std::string_view alias)
     : database_(std::move(database)), ofQueues_(std::ranges::find(kOfQueues, alias) != kOfQueues.end()) {}
 
 void FeedWatch::look() {
-    const auto mark = qosdb::readFeedMark(database_);
-    if (!mark) {
+    mark_ = qosdb::readFeedMark(database_);
+    if (!mark_) {
         return;
     }
+    const qosdb::FeedMark& mark = *mark_;
     const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-    const uint64_t age = static_cast<uint64_t>(now.time_since_epoch().count()) - mark->time_ms;
+    const uint64_t age = static_cast<uint64_t>(now.time_since_epoch().count()) - mark.time_ms;
     const bool isOfTheFuture = age >= uint64_t{1} << 63;
-    const bool isStale = !isOfTheFuture && age > kAlwaysFresh && age / kFreshRounds > mark->every_ms;
-    const std::pair stale = isStale ? std::pair(mark->process, mark->round) : std::pair(uint64_t{0}, uint64_t{0});
+    const bool isStale = !isOfTheFuture && age > kAlwaysFresh && age / kFreshRounds > mark.every_ms;
+    const std::pair stale = isStale ? std::pair(mark.process, mark.round) : std::pair(uint64_t{0}, uint64_t{0});
     if (isStale && stale != stale_) {
         report(fmt::format("the data in '{}' is {} old: feed {}, process {} on {}, had a round due every {}", database_,
-                           spanText(age), mark->source, mark->process, mark->host, spanText(mark->every_ms)));
+                           spanText(age), mark.source, mark.process, mark.host, spanText(mark.every_ms)));
     }
     stale_ = stale;
-    if (ofQueues_ && !mark->note.empty() && mark->note != note_) {
-        report(mark->note);
+    if (ofQueues_ && !mark.note.empty() && mark.note != note_) {
+        report(mark.note);
     }
-    note_ = mark->note;
+    note_ = mark.note;
 }
 
 }  // namespace host

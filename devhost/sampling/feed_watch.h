@@ -6,9 +6,12 @@
 #define DEVHOST_SAMPLING_FEED_WATCH_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "devhost/qosdb/feed_mark.h"
 
 namespace host {
 
@@ -20,7 +23,11 @@ class FeedWatch {
     /* Looks at the mark; it is stale when it is older than three of its feed's rounds and than a second. */
     void look();
 
+    /* What the last look has found, if there was a mark. */
+    const std::optional<qosdb::FeedMark>& lastMark() const { return mark_; }
+
   private:
+    std::optional<qosdb::FeedMark> mark_;
     std::string database_;
     bool ofQueues_;
     std::pair<uint64_t, uint64_t> stale_;  // process and round that were told
