@@ -15,6 +15,8 @@ using namespace std::chrono_literals;
 
 constexpr auto kBusyTimeout = 1s;
 constexpr auto kBusyPause = 5ms;
+constexpr int kTakeInAt = 1000;  // pages of the log, as SQLite does by itself
+constexpr int kWaitAt = 4096;    // and since it has waited in vain
 
 std::string cellName(const Table& table, int index) {
     return std::string("table ") + table.name + ", column " + table.columns[static_cast<size_t>(index)].name;
@@ -70,6 +72,15 @@ void Store::connect() {
     useWal();
     lock();
     execute("PRAGMA synchronous=NORMAL");
+    execute("PRAGMA journal_size_limit=16777216");  // what is left of a log that was longer
+    waitedAt_ = 0;
+    sqlite3_wal_hook(
+        connection,
+        [](void* store, sqlite3*, const char*, int pages) {
+            static_cast<Store*>(store)->takeInLog(pages);
+            return SQLITE_OK;
+        },
+        this);
 
     execute("BEGIN IMMEDIATE");
     for (const Table& table : kTables) {
@@ -143,6 +154,21 @@ bool Store::keepWaiting() {
     }
     std::this_thread::sleep_for(kBusyPause);
     return true;
+}
+
+// SQLite begins the log anew when all of it is taken in and nobody reads it. Where readers overlap somebody always
+// does, and it grows by every round: waiting ends that, as who begins to read meanwhile reads the database alone.
+// Somebody who does not end is waited for again when the log has grown as much once more.
+void Store::takeInLog(int pages) {
+    if (pages < waitedAt_) {
+        waitedAt_ = 0;  // it has begun anew
+    }
+    const bool wait = pages >= waitedAt_ + kWaitAt;
+    if (wait || pages >= kTakeInAt) {
+        const int mode = wait ? SQLITE_CHECKPOINT_RESTART : SQLITE_CHECKPOINT_PASSIVE;
+        const int code = sqlite3_wal_checkpoint_v2(connection_.get(), "main", mode, nullptr, nullptr);
+        waitedAt_ = wait && code != SQLITE_OK ? pages : waitedAt_;
+    }
 }
 
 Round Store::begin() {

@@ -2,7 +2,8 @@
  * The writer's side of the QoS statistics database: whoever fills it opens a Store and writes in rounds.
  *
  * A Store owns one connection to one file and belongs to one thread; a file has one Store at a time, see feed_lock.h.
- * The file is kept in WAL mode, so readers go on while a round writes and see it only once committed. A Round is one
+ * The file is kept in WAL mode, so readers go on while a round writes and see it only once committed. From 16 MiB on a
+ * commit waits up to a second for them, so that the log can be used anew. A Round is one
  * write transaction; it must end before its Store does, and a Store has one open Round at a time. Every failure is a
  * StoreError that names the file and the reason; after one of a round, reopen() makes another attempt possible,
  * whatever became of the file.
@@ -95,6 +96,8 @@ class Store {
     void discardStaleLog() const;
     void checkNames() const;
     bool keepWaiting();
+    /* After each commit: how many pages the log has. */
+    void takeInLog(int pages);
     Statement prepare(const std::string& sql);
     void execute(const char* sql);
     /* Runs a statement that answers no rows, on the table of this name. */
@@ -118,6 +121,7 @@ class Store {
     std::string file_;                               // the path without links, as SQLite names the log and the index
     FeedLock lock_;                                  // to be given back after the connection
     Connection connection_;
+    int waitedAt_ = 0;  // pages of the log when it was last waited for in vain
     std::array<Statements, kTableCount> statements_;
     Statement clearMark_;
     Statement insertMark_;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <limits>
@@ -466,6 +467,23 @@ TEST_F(QosDb, APassGoesOnInNoOtherState) {
     EXPECT_EQ(Object<Ecn>().rest().size(), 1u);
     QosDb_EndPass();
     EXPECT_EQ(Object<Ecn>().rest().size(), 0u);
+}
+
+TEST_F(QosDb, TheLogIsBoundedWhileSomebodyAlwaysReads) {
+    Store store(path_);
+    std::atomic<bool> done = false;
+    std::thread reader([&done] {
+        for (auto last = std::make_unique<Object<Ecn>>(); !done;) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            last = std::make_unique<Object<Ecn>>();  // made before the other goes
+        }
+    });
+    for (uint64_t round = 0; round < 40; ++round) {
+        write(store, std::vector<Ecn>{{1, std::string(1 << 20, 'a'), round}});
+    }
+    EXPECT_LT(fs::file_size(path_.string() + "-wal"), 20u << 20);
+    done = true;
+    reader.join();
 }
 
 TEST_F(QosDb, ARoundIsAllOrNothing) {
