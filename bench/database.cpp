@@ -16,6 +16,7 @@
 #include "devhost/qosdb/tables.h"
 #include "nivex_qos/plugin.h"
 #include "nivex_qos/queue_stat.h"
+#include "nivex_qos/tracking.h"
 
 namespace bench {
 
@@ -135,9 +136,14 @@ class Direct {
     qosdb::Statement statement_;
 };
 
-// Queue statistics of a second plug-in, which libdb_qos serves: the first one is served by the program's own functions.
-QosTlmQueryFunc queryOfFile(const std::string& copy) {
-    static const QosTlmQueryFunc query = [&] {
+// A second plug-in, which libdb_qos serves: the first one is served by the program's own functions.
+struct SecondPlugin {
+    QosTlmQueryFunc query;  // queue statistics
+    decltype(&QOS_HashRelease) forgetSent;
+};
+
+const SecondPlugin& secondPlugin(const std::string& copy) {
+    static const SecondPlugin second = [&] {
         LIBRARY(QosDb_LastError);  // so that the copy finds it loaded
         std::filesystem::copy_file(NIVEX_QOS_PLUGIN_FILE, copy);
         void* const plugin = dlopen(copy.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_DEEPBIND);
@@ -145,13 +151,14 @@ QosTlmQueryFunc queryOfFile(const std::string& copy) {
             fail(dlerror());
         }
         const auto start = reinterpret_cast<decltype(&QOS_TLM_InitPlugin)>(dlsym(plugin, "QOS_TLM_InitPlugin"));
-        const auto found = reinterpret_cast<QosTlmQueryFunc>(dlsym(plugin, "QOS_TLM_QueryQueueStat"));
-        if (start == nullptr || found == nullptr || start(1) != 0) {
+        const auto query = reinterpret_cast<QosTlmQueryFunc>(dlsym(plugin, "QOS_TLM_QueryQueueStat"));
+        const auto forget = reinterpret_cast<decltype(&QOS_HashRelease)>(dlsym(plugin, "QOS_HashRelease"));
+        if (start == nullptr || query == nullptr || forget == nullptr || start(1) != 0) {
             fail("the plug-in does not start twice");
         }
-        return found;
+        return SecondPlugin{query, forget};
     }();
-    return query;
+    return second;
 }
 
 void pass(QosTlmQueryFunc query) {
@@ -173,9 +180,14 @@ void passOfOneState(QosTlmQueryFunc query) {
 
 // Rows in a file, and who reads them there.
 struct Sides {
+    Sides() = default;
+    ~Sides() { plugin.forgetSent(QOS_TLM_FAMILY_QUEUE); }  // in memory that is measured
+    Sides(const Sides&) = delete;
+    Sides& operator=(const Sides&) = delete;
+
     File file;
     Direct direct{file.path()};
-    QosTlmQueryFunc query = queryOfFile(file.path() + ".so");
+    const SecondPlugin& plugin = secondPlugin(file.path() + ".so");
 };
 using SharedSides = std::shared_ptr<std::unique_ptr<Sides>>;
 
@@ -191,11 +203,11 @@ Comparison passOverFile(size_t rows, const char* name, std::function<void(const 
             [=] {
                 arrange(sides, rows);
                 const auto fromMemory = capture([] { pass(PLUGIN(QOS_TLM_QueryQueueStat)); });
-                if (capture([&] { passOfOneState((*sides)->query); }).payloads != fromMemory.payloads) {
+                if (capture([&] { passOfOneState((*sides)->plugin.query); }).payloads != fromMemory.payloads) {
                     fail("the sides disagree: payload bytes");
                 }
             },
-            {"pass of one state", [=] { passOfOneState((*sides)->query); }},
+            {"pass of one state", [=] { passOfOneState((*sides)->plugin.query); }},
             {name, [=] { peer(**sides); }},
             static_cast<double>(rows),
             goal};
@@ -220,7 +232,7 @@ std::vector<Comparison> databaseComparisons() {
         passOverFile(
             32768, "SQLite reading them once", [](const Sides& on) { on.direct.read(); }, 25),
         passOverFile(
-            8192, "the same without BeginPass", [](const Sides& on) { pass(on.query); }, 0.25),
+            8192, "the same without BeginPass", [](const Sides& on) { pass(on.plugin.query); }, 0.25),
     };
 }
 
