@@ -57,8 +57,7 @@ row::queue_drop_stat queueDrop(const Device::Port& port) {
 }
 
 row::buffer_monitor_result lastBurst(const Device::Slot& slot, const Device::Port& port, uint32_t queueId) {
-    const Device::Queue& queue = port.queues[queueId];
-    const auto& [start, peak, end] = queue.lastBurst;
+    const auto& [start, peak, end] = port.bursts[queueId].last;
     const uint32_t total = Device::kProfiles[queueId].totalBuffer();
     const auto [startSeconds, startMs] = secondsAndMilliseconds(start.time);
     const auto [peakSeconds, peakMs] = secondsAndMilliseconds(peak.time);
@@ -79,7 +78,7 @@ row::buffer_monitor_result lastBurst(const Device::Slot& slot, const Device::Por
             .peak_time_stamp = peakSeconds,
             .peak_milli_second = peakMs,
             .slot = slot.number,
-            .burst_number = queue.bursts};
+            .burst_number = port.bursts[queueId].ended};
 }
 
 // Answers the bytes that the port uses.
@@ -112,7 +111,7 @@ uint64_t addPort(const Device& device, const Device::Slot& slot, const Device::P
                                .total_buffer = profile.limit - Device::kGuaranteed,
                                .current_headroom = queue.headroom,
                                .total_headroom = profile.headroom});
-        if (queue.bursts > 0) {
+        if (port.bursts[queueId].ended > 0) {
             rows.bursts.push_back(lastBurst(slot, port, queueId));
         }
     }

@@ -254,23 +254,28 @@ void SimulatedDevice::look(Port& port) const {
         used += queue.used_;
         queue.usedSum_ += queue.used_;
         queue.peakUsed_ = std::max(queue.peakUsed_, queue.used_);
-        followBurst(queue, kProfiles[index]);
+        followBurst(port, index);
     }
     port.usedSum_ += used;
     port.peakUsed_ = std::max(port.peakUsed_, used);
 }
 
-void SimulatedDevice::followBurst(Queue& queue, const QueueProfile& profile) const {
-    const bool above = queue.used_ > uint64_t{profile.totalBuffer()} * kBurstPercent / 100;
+void SimulatedDevice::followBurst(Port& port, size_t index) const {
+    Queue& queue = port.queues[index];
+    const bool above = queue.used_ > uint64_t{kProfiles[index].totalBuffer()} * kBurstPercent / 100;
+    if (!above && !queue.inBurst_) {
+        return;
+    }
+    Bursts& bursts = port.bursts[index];
     const Moment moment = {now(), queue.used_};
-    if (above && !queue.inBurst_) {
-        queue.burst_ = {.start = moment, .peak = moment, .end = {}};
-    } else if (above && moment.used > queue.burst_.peak.used) {
-        queue.burst_.peak = moment;
-    } else if (!above && queue.inBurst_) {
-        queue.burst_.end = moment;
-        queue.lastBurst = queue.burst_;
-        ++queue.bursts;
+    if (!queue.inBurst_) {
+        bursts.now_ = {.start = moment, .peak = moment, .end = {}};
+    } else if (above && moment.used > bursts.now_.peak.used) {
+        bursts.now_.peak = moment;
+    } else if (!above) {
+        bursts.now_.end = moment;
+        bursts.last = bursts.now_;
+        ++bursts.ended;
     }
     queue.inBurst_ = above;
 }

@@ -134,11 +134,16 @@ class SimulatedDevice {
         bool inBurst_ = false;
         uint32_t peakUsed_ = 0;
         uint64_t usedSum_ = 0;
-        Burst burst_;
+    };
 
-      public:
-        Burst lastBurst;      // valid when there is one
-        uint32_t bursts = 0;  // that have ended
+    /* Of a queue. */
+    struct Bursts {
+        uint32_t ended = 0;
+        Burst last;  // valid when one has ended
+
+      private:
+        friend class SimulatedDevice;
+        Burst now_;
     };
 
     struct Port {
@@ -150,6 +155,9 @@ class SimulatedDevice {
       private:
         friend class SimulatedDevice;
         uint64_t peakUsed_ = 0, usedSum_ = 0;
+
+      public:
+        std::array<Bursts, kQueues> bursts;  // of the queues
     };
 
     struct Slot {
@@ -179,7 +187,7 @@ class SimulatedDevice {
     void arrive(Slot& slot, Port& port, size_t index);
     static void admit(Slot& slot, Port& port, size_t index, uint32_t packets, size_t sizeIndex);
     void look(Port& port) const;
-    void followBurst(Queue& queue, const QueueProfile& profile) const;
+    void followBurst(Port& port, size_t index) const;
 
     Random random_;
     uint64_t load_;

@@ -86,7 +86,7 @@ Totals run(Device& device, std::chrono::milliseconds time) {
         (Device::kProfiles[index].lossless() ? totals.losslessDrops : totals.lossyDrops) += queue.dropped.packets;
         totals.ingressDrops += index == 0 ? port.ingressDropped.packets : 0;
         totals.marked += queue.marked;
-        totals.bursts += queue.bursts;
+        totals.bursts += port.bursts[index].ended;
     });
     return totals;
 }
