@@ -94,12 +94,12 @@ class Agent : public gnmi::Sampler {
     std::list<OutputPointer> ending_;  // outputs that deliver what waits
     host::Account ended_;              // sum of the outputs that are no more
     std::map<std::string, std::unique_ptr<Runner>> runners_;
-    std::unique_ptr<gnmi::Service> gnmi_;
     host::Account endedCalls_;  // sum of those of services that are no more
     std::list<std::shared_ptr<Streamed>> streamed_;
     std::list<std::shared_ptr<Streamed>> endedStreamed_;
     uint32_t lastId_ = 0;
     uint64_t streamedStarted_ = 0;
+    std::unique_ptr<gnmi::Service> gnmi_;  // the last: its streams end with it
 };
 
 }  // namespace agent

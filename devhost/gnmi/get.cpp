@@ -34,6 +34,7 @@ grpc::ServerUnaryReactor* Get::serve(const std::shared_ptr<Calls>& calls, grpc::
         refused->Finish(*refusal);
         return refused;
     }
+    get->self_ = get;
     calls->loop.post([get] { get->begin(); });
     return get.get();
 }
@@ -49,7 +50,7 @@ void Get::OnCancel() {
 }
 
 void Get::OnDone() {
-    calls_->loop.post([self = shared_from_this()] { self->calls_->remove(self); });
+    calls_->loop.post([self = std::move(self_)] { self->calls_->remove(self); });
 }
 
 void Get::begin() {

@@ -46,6 +46,7 @@ class Get : public Call, public Reader, public grpc::ServerUnaryReactor, public 
     Notification& addNotification(int64_t time);
 
     const std::shared_ptr<Calls> calls_;
+    std::shared_ptr<Get> self_;  // until gRPC is done with the call
     const std::string peer_;
     const GetRequest& request_;  // both until finish()
     GetResponse& response_;

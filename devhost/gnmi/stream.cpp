@@ -55,6 +55,7 @@ Reactor* Stream::serve(const std::shared_ptr<Calls>& calls, grpc::CallbackServer
     if (const auto refusal = calls->add(stream)) {
         return new Refused(*refusal);
     }
+    stream->self_ = stream;
     stream->post(&Stream::begin);
     return stream.get();
 }
@@ -85,7 +86,7 @@ void Stream::OnDone() {
         const std::scoped_lock lock(mutex_);
         context_ = nullptr;
     }
-    calls_->loop.post([self = shared_from_this()] {
+    calls_->loop.post([self = std::move(self_)] {
         self->patience_ = {};
         self->calls_->remove(self);
     });

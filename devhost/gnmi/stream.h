@@ -62,6 +62,7 @@ class Stream : public Call,
     void cancel();
 
     const std::shared_ptr<Calls> calls_;
+    std::shared_ptr<Stream> self_;  // until gRPC is done with the call
     const std::string peer_;
 
     std::mutex mutex_;
