@@ -239,6 +239,10 @@ class Stand(Agent):
         return grpc.insecure_channel(f"127.0.0.1:{self.port}",
                                      options=[("grpc.use_local_subchannel_pool", 1), *options.items()])
 
+    def connect_slowly(self):
+        """A connection that takes little before its client reads."""
+        return self.connect(**{"grpc.http2.bdp_probe": 0, "grpc.http2.lookahead_bytes": 65536})
+
     def execute(self, *statements):
         connection = sqlite3.connect(self.file_of_tables, timeout=10)
         with connection:
@@ -269,7 +273,7 @@ class Stand(Agent):
         return self.children().get("qos-worker", [])
 
     def calls(self):
-        """The account of each gNMI call, and of "(ended)" ones."""
+        """The account of each gNMI call, and of "(ended)" ones; a second call of one name has a number behind it."""
         begin = len(self.lines)
         self.ledger()
         accounts = {}
@@ -279,7 +283,8 @@ class Stand(Agent):
                 pairs = re.findall(r"([a-z][a-z_ ]*?) (\d+)", found.group(2))
                 account = {name: int(value) for name, value in pairs}
                 assert account["offered"] == account["delivered"] + account["waiting"] + account["dropped"], line
-                accounts[found.group(1)] = account
+                name = found.group(1)
+                accounts[name if name not in accounts else f"{name} {len(accounts)}"] = account
         return accounts
 
 
