@@ -90,9 +90,9 @@ std::string textOf(const addrinfo& address) {
 std::string readFile(const char* setting, const std::string& file) {
     // Far above what certificates take.
     constexpr size_t kLargest = 1024 * 1024;
-    std::ifstream stream(file, std::ios::binary);
     std::string text(kLargest + 1, '\0');
     errno = 0;
+    std::ifstream stream(file, std::ios::binary);
     stream.read(text.data(), static_cast<std::streamsize>(text.size()));
     if (!stream.is_open() || stream.bad() || (stream.gcount() == 0 && errno != 0)) {
         throw SettingError(setting, fmt::format(" '{}': cannot read it: {}", host::shown(file),
