@@ -4,7 +4,6 @@
 #include <microhttpd.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <exception>
 #include <stdexcept>
 #include <utility>
@@ -65,6 +64,7 @@ struct HttpServer::Callbacks {
             server.makeRoom();
         } else {
             server.connections_.remove_if([&](const Connection& each) { return &each == *context; });
+            server.closed_ = true;
         }
     }
 
@@ -110,15 +110,19 @@ std::string_view HttpServer::Request::header(const char* name) const {
 HttpServer::HttpServer(host::Loop& loop, std::string_view listen, Limits limits) : limits_(limits) {
     host::Descriptor listener = host::ListenAddress(listen).listen();
     address_ = host::listeningAt(listener.get());
-    daemon_ = MHD_start_daemon(MHD_USE_EPOLL, 0, nullptr, nullptr, Callbacks::request, this,                   //
-                               MHD_OPTION_EXTERNAL_LOGGER, Callbacks::ignore, nullptr,                         //
-                               MHD_OPTION_LISTEN_SOCKET, listener.get(),                                       //
-                               MHD_OPTION_CONNECTION_LIMIT, limits.connections,                                //
-                               MHD_OPTION_CONNECTION_MEMORY_LIMIT, limits.requestBytes,                        //
-                               MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(limits.idleTime.count()),  //
-                               MHD_OPTION_NOTIFY_CONNECTION, Callbacks::connection, this,                      //
-                               MHD_OPTION_NOTIFY_COMPLETED, Callbacks::completed, this,                        //
-                               MHD_OPTION_END);
+    // clang-format off
+    daemon_ = MHD_start_daemon(
+        MHD_USE_EPOLL, 0, nullptr, nullptr, Callbacks::request, this,
+        MHD_OPTION_EXTERNAL_LOGGER, Callbacks::ignore, nullptr,
+        MHD_OPTION_LISTEN_SOCKET, listener.get(),
+        MHD_OPTION_STRICT_FOR_CLIENT, 1,
+        MHD_OPTION_CONNECTION_LIMIT, limits.connections,
+        MHD_OPTION_CONNECTION_MEMORY_LIMIT, limits.requestBytes,
+        MHD_OPTION_CONNECTION_TIMEOUT, static_cast<unsigned>(limits.idleTime.count()),
+        MHD_OPTION_NOTIFY_CONNECTION, Callbacks::connection, this,
+        MHD_OPTION_NOTIFY_COMPLETED, Callbacks::completed, this,
+        MHD_OPTION_END);
+    // clang-format on
     if (daemon_ == nullptr) {
         throw std::runtime_error(fmt::format("cannot serve HTTP at {}", address_));
     }
@@ -142,9 +146,11 @@ void HttpServer::route(const std::string& path, Handler handler) {
 }
 
 void HttpServer::work() {
+    closed_ = false;
     MHD_run(daemon_);
     MHD_UNSIGNED_LONG_LONG milliseconds = 0;
-    if (MHD_get_timeout(daemon_, &milliseconds) == MHD_YES) {
+    // After one at its limit has closed a connection, it listens again only when it is called once more.
+    if (closed_ || MHD_get_timeout(daemon_, &milliseconds) == MHD_YES) {
         due_.start(std::chrono::milliseconds(milliseconds));
     } else {
         due_.cancel();
@@ -153,21 +159,19 @@ void HttpServer::work() {
 
 // A connection is closed by its socket: the library then finds it at its end.
 void HttpServer::makeRoom() {
+    const bool full = connections_.size() >= limits_.connections;
+    const auto answerTime = full || bytesUnderWay_ > limits_.answerBytes / 2 ? kSlow : limits_.answerTime;
     const auto now = Clock::now();
-    const auto close = [](const Connection& connection) { shutdown(connection.socket, SHUT_RDWR); };
-    const Connection* longest = nullptr;
+    const Connection* idlest = nullptr;
     for (const Connection& each : connections_) {
-        if (each.answering && now - each.since > limits_.answerTime) {
-            close(each);
-        }
-        const bool mayGo = !each.answering || now - each.since > kSlow;
-        if (mayGo && (longest == nullptr ||
-                      std::pair(each.answering, each.since) < std::pair(longest->answering, longest->since))) {
-            longest = &each;
+        if (each.answering && now - each.since > answerTime) {
+            shutdown(each.socket, SHUT_RDWR);
+        } else if (!each.answering && (idlest == nullptr || each.since < idlest->since)) {
+            idlest = &each;
         }
     }
-    if (connections_.size() >= limits_.connections && longest != nullptr) {
-        close(*longest);
+    if (full && idlest != nullptr) {
+        shutdown(idlest->socket, SHUT_RDWR);
     }
 }
 

@@ -3,8 +3,8 @@
  * GET and HEAD, requests without a body. No client can hold it up or make it grow: connections, the size of a request,
  * the bytes of answers under way and the time that one may take have bounds.
  *
- * When all connections are in use, the one that has waited longest for a request is closed for the next client; if all
- * are being answered, the one whose answer takes longest, once that is more than kSlow.
+ * When all connections are in use, the one that has waited longest for a request is closed for the next client. Then,
+ * and while more than half of the bytes are under way, an answer may take kSlow.
  */
 #ifndef DEVHOST_OUTPUTS_HTTP_SERVER_H
 #define DEVHOST_OUTPUTS_HTTP_SERVER_H
@@ -97,6 +97,7 @@ class HttpServer {
     Limits limits_;
     std::map<std::string, Handler> routes_;
     std::list<Connection> connections_;
+    bool closed_ = false;                                      // a connection, since work() began
     std::unordered_map<const std::string*, size_t> underWay_;  // bodies, and the answers that have them
     size_t bytesUnderWay_ = 0;
     std::string address_;

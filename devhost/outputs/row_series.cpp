@@ -51,6 +51,7 @@ size_t RowSeries::batch(const host::SampledBatch& sampled, Time now) {
     const uint32_t source = sampled.source.id;
     Reader& reader = readerOf(sampled.source);
     size_t taken = 0;
+    bool changed = false;
     for (const host::RecordPointer& record : sampled.records) {
         host::RowKey key = host::rowKeyOf(sampled.source.path, *record);
         auto found = path.rows.lower_bound(key);
@@ -62,6 +63,7 @@ size_t RowSeries::batch(const host::SampledBatch& sampled, Time now) {
             found = path.rows.emplace_hint(found, std::move(key), Row{});
         }
         Row& row = found->second;
+        changed = changed || row.holdings.empty() || row.holdings.back().record->values != record->values;
         std::erase_if(row.holdings, [&](const Holding& each) { return each.source == source; });
         row.holdings.push_back({.source = source, .pass = reader.passes, .read = now, .record = record});
         if (row.labels.empty() || path.metrics.labelsBesideKeys) {
@@ -69,8 +71,8 @@ size_t RowSeries::batch(const host::SampledBatch& sampled, Time now) {
         }
         ++taken;
     }
-    if (taken > 0) {
-        reader.hasRows = true;
+    reader.hasRows = reader.hasRows || taken > 0;
+    if (changed) {
         path.texts = {};
     }
     return taken;

@@ -132,8 +132,9 @@ TEST_F(RowSeriesTest, TextsAreMadeOncePerChangeAndRowsAreBounded) {
     pass(feed, {one});
     const auto first = series.render(Exposition::openMetrics, now);
     now += 1s;
+    pass(feed, {queueRecord("eth0", 0, 1)});
     EXPECT_EQ(series.render(Exposition::openMetrics, now), first);
-    pass(feed, {one});
+    pass(feed, {queueRecord("eth0", 0, 2)});
     EXPECT_NE(series.render(Exposition::openMetrics, now), first);
 
     std::vector<host::RecordPointer> many;
