@@ -1,6 +1,6 @@
 /*
- * The output that keeps all that the subscriptions bring in a capture file (docs/capture.md): batches, ends of passes
- * and lines of the log, each written with one write.
+ * The output that keeps all that the subscriptions bring in a capture file (docs/capture.md): batches, ends of
+ * passes, missed beats, rows that are gone and lines of the log, each written with one write.
  *
  * The file is a regular one: new, empty, or a capture, behind which this one is written; a last record that was cut off
  * is cut away before. Nobody else who does the same may have it open. When it is moved or removed, the next record

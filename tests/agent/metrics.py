@@ -26,10 +26,11 @@ def make_database(file):
 
 
 def configuration(database, subscriptions=None, more=""):
-    """All paths each half second on a free port, unless subscriptions has other lines."""
+    """All paths each half second on a free port, unless subscriptions has other lines; without a database simulated."""
+    feed = f"feed: none\ndatabase: {database}" if database else "feed: {source: sim, ports: 2}"
     lines = subscriptions or "".join(f"  s{number}: {{path: {path}, every: 500ms}}\n"
                                      for number, path in enumerate(PATHS))
-    return (f"device: leaf-3\nfeed: none\ndatabase: {database}\nsubscriptions:\n{lines}"
+    return (f"device: leaf-3\n{feed}\nsubscriptions:\n{lines}"
             f"outputs:\n  metrics: {{type: prometheus, listen: '127.0.0.1:0'}}\n{more}")
 
 

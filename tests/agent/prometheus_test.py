@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import shutil
 import socket
 import subprocess
 import tempfile
@@ -227,6 +228,61 @@ class Prometheus(unittest.TestCase):
                           for leaf in re.findall(r"leaf ([a-z0-9-]+) \{", schema.read())}
             leaves -= {"interface-name", "queue-id", "slot-id", "service-class", "record-number", "query-type"}
             self.assertEqual({leaf.split("/")[1] for leaf in row_metrics(text).values()}, leaves)
+
+    def test_rules_and_dashboard_use_what_is_served(self):
+        shutil.copy(os.path.join(SOURCES, "docs/prometheus/alerts.yaml"), self.folder)
+        shutil.copy(os.path.join(SOURCES, "tests/agent/alerts_test.yaml"), self.folder)
+        for arguments in (["check", "rules", "alerts.yaml"], ["test", "rules", "alerts_test.yaml"]):
+            done = subprocess.run(["promtool", *arguments], cwd=self.folder, capture_output=True, text=True, timeout=60,
+                                  check=False)
+            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        with open(os.path.join(self.folder, "alerts.yaml"), encoding="utf-8") as file:
+            rules = file.read()
+        with open(os.path.join(self.folder, "alerts_test.yaml"), encoding="utf-8") as file:
+            tested = set(re.findall(r"alertname: (\w+)\n +exp_alerts", file.read()))
+        self.assertEqual(tested, set(re.findall(r"alert: (\w+)", rules)))
+
+        with open(os.path.join(SOURCES, "docs/prometheus/dashboard.json"), encoding="utf-8") as file:
+            dashboard = json.load(file)
+        panels = dashboard["panels"]
+        self.assertEqual(len({panel["id"] for panel in panels}), len(panels))
+        taken = set()
+        for panel in panels:
+            place = panel["gridPos"]
+            for x in range(place["x"], place["x"] + place["w"]):
+                for y in range(place["y"], place["y"] + place["h"]):
+                    self.assertTrue(x < 24 and (x, y) not in taken, panel["title"])
+                    taken.add((x, y))
+        expressions = [target["expr"] for panel in panels for target in panel.get("targets", [])]
+        self.assertGreater(len(expressions), 15)
+
+        with Agent(configuration(None)) as agent:
+            port = port_of(agent)
+            self.wait_for_rows(port)
+
+            def all_served():
+                """the mark of the feed is among the metrics"""
+                names = samples(get(port)[2]).keys()
+                return names if "qos_feed_last_round_timestamp_seconds" in names else None
+            served = wait_until(all_served)
+            queries = [each.get("definition", "") for each in dashboard["templating"]["list"]]
+            with open(os.path.join(SOURCES, "docs/agent.md"), encoding="utf-8") as file:
+                document = file.read()
+            for text in (rules, document, *expressions, *queries):
+                self.assertEqual(set(re.findall(r"\b(?:qos|process)_[a-z0-9_]+", text)) - served, set())
+            server = Server(self.folder, port)
+            self.addCleanup(server.end)
+            server.wait_for_first_scrape()
+            for expression in expressions:
+                for name, value in {"$__rate_interval": "1m", "$instance": ".*", "$interface": ".*"}.items():
+                    expression = expression.replace(name, value)
+                self.assertNotIn("$", expression)
+
+                def found():
+                    """the expression finds something"""
+                    return server.query(expression)
+                wait_until(found)
+            self.assertEqual(agent.stop(), 0)
 
     def test_the_ledger_is_the_same_as_in_the_log(self):
         more = f"  file: {{type: capture, file: {self.folder}/all.qos}}\n"
