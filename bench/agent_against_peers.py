@@ -24,6 +24,8 @@ import tempfile
 import time
 import urllib.request
 
+from processes import memory, processor_time, sum_over
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 METRICS = "127.0.0.1:19464"
 GNMI = "127.0.0.1:19339"
@@ -46,47 +48,6 @@ def make_network(interfaces):
         for minor in range(0x10, 0x18):
             tc.append(f"class add dev {name} parent 1: classid 1:{minor:x} htb rate 1mbit")
     subprocess.run(["tc", "-batch", "-"], input="\n".join(tc).encode(), check=True)
-
-
-def processes_of(leader):
-    """The process and all that descend from it."""
-    parents = {}
-    for entry in os.listdir("/proc"):
-        if entry.isdigit():
-            try:
-                with open(f"/proc/{entry}/stat", encoding="utf-8", errors="replace") as file:
-                    parents[int(entry)] = int(file.read().rpartition(")")[2].split()[1])
-            except OSError:
-                pass
-    family = {leader}
-    while more := {child for child, parent in parents.items() if parent in family} - family:
-        family |= more
-    return family
-
-
-def processor_time(leader):
-    """Milliseconds that the family's threads have used; what has ended is not among it."""
-    nanoseconds = 0
-    for process in processes_of(leader):
-        try:
-            for thread in os.listdir(f"/proc/{process}/task"):
-                with open(f"/proc/{process}/task/{thread}/schedstat", encoding="utf-8") as file:
-                    nanoseconds += int(file.read().split()[0])
-        except OSError:
-            pass
-    return nanoseconds / 1e6
-
-
-def memory(leader):
-    """KiB of the family, what processes share counted once (PSS)."""
-    total = 0
-    for process in processes_of(leader):
-        try:
-            with open(f"/proc/{process}/smaps_rollup", encoding="utf-8") as file:
-                total += next(int(line.split()[1]) for line in file if line.startswith("Pss:"))
-        except (OSError, StopIteration):
-            pass
-    return total
 
 
 def scrape(address):
@@ -117,8 +78,8 @@ class Contender:
                 time.sleep(1 - (time.monotonic() - begin) % 1)
                 if leader.poll() is not None:
                     break
-            result = {"contender": self.name, "ms": round(processor_time(leader.pid)),
-                      "KiB": memory(leader.pid), "values": self.proof()}
+            result = {"contender": self.name, "ms": round(sum_over(leader.pid, processor_time)),
+                      "KiB": sum_over(leader.pid, memory), "values": self.proof()}
             ended = leader.poll()
             leader.send_signal(signal.SIGTERM)
             leader.wait(20)
