@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <numeric>
+#include <utility>
 
 namespace feed {
 
@@ -27,6 +28,15 @@ constexpr uint64_t sum(uint32_t SimulatedDevice::QueueProfile::*field) {
 }
 constexpr uint64_t kShares = sum(&SimulatedDevice::QueueProfile::share);
 static_assert(kShares == 32);
+
+constexpr auto kBurstAbove = [] {
+    std::array<uint32_t, SimulatedDevice::kQueues> bytes{};
+    for (size_t index = 0; index < bytes.size(); ++index) {
+        bytes[index] = static_cast<uint32_t>(uint64_t{SimulatedDevice::kProfiles[index].totalBuffer()} *
+                                             SimulatedDevice::kBurstPercent / 100);
+    }
+    return bytes;
+}();
 
 constexpr uint64_t roomBelow(uint64_t limit, uint64_t used) {
     return limit > used ? limit - used : 0;
@@ -109,9 +119,10 @@ void SimulatedDevice::tick() {
     for (Slot& slot : slots_) {
         for (Port& port : slot.ports) {
             serve(slot, port);
-            for (size_t index = 0; index < kQueues; ++index) {
-                arrive(slot, port, index);
+            [&]<size_t... index>(std::index_sequence<index...>) {
+                (arrive<index>(slot, port), ...);
             }
+            (std::make_index_sequence<kQueues>());
             look(port);
         }
     }
@@ -119,29 +130,28 @@ void SimulatedDevice::tick() {
 
 // Deals the port's bytes out by weight until they are used up or no queue wants more.
 void SimulatedDevice::serve(Slot& slot, Port& port) const {
-    uint64_t used = 0;
-    for (const Queue& queue : port.queues) {
-        used += queue.used();
-    }
-    // Mostly there is more than enough for all: no part of what is left by then is rounded down to nothing.
-    if (used + 2 * kWeights <= kPortBytesPerMs) {
-        for (Queue& queue : port.queues) {
-            take(slot, queue, queue.used());
-        }
-        return;
-    }
+    std::array<uint32_t, kQueues> wanted;
     std::array<uint32_t, kQueues> granted{};
-    const auto wants = [&](size_t index) { return granted[index] < port.queues[index].used(); };
-    for (uint32_t left = kPortBytesPerMs; left > 0;) {
+    uint64_t used = 0;
+    for (size_t index = 0; index < kQueues; ++index) {
+        used += wanted[index] = port.queues[index].used();
+    }
+    uint32_t left = kPortBytesPerMs;
+    // Mostly there is more than enough for all: no part of what is left by then is rounded down to nothing.
+    if (used + 2 * kWeights <= left) {
+        granted = wanted;
+        left = 0;
+    }
+    while (left > 0) {
         uint32_t weights = 0;
         for (size_t index = 0; index < kQueues; ++index) {
-            weights += wants(index) ? kProfiles[index].weight : 0;
+            weights += granted[index] < wanted[index] ? kProfiles[index].weight : 0;
         }
         uint32_t dealt = 0;
         for (size_t index = 0; index < kQueues; ++index) {
-            if (wants(index)) {
+            if (granted[index] < wanted[index]) {
                 const uint32_t part = std::min(divided(left * kProfiles[index].weight, kPerWeights[weights]),
-                                               port.queues[index].used() - granted[index]);
+                                               wanted[index] - granted[index]);
                 granted[index] += part;
                 dealt += part;
             }
@@ -158,6 +168,7 @@ void SimulatedDevice::serve(Slot& slot, Port& port) const {
 
 // Sends whole packets; what is left over of the grant counts in the next tick if packets still wait.
 void SimulatedDevice::take(Slot& slot, Queue& queue, uint32_t bytes) const {
+    constexpr size_t kSizes = kPacketSizes.size();
     const uint32_t sharedBefore = queue.shared();
     uint32_t budget = queue.deficit_ + bytes;
     if (budget >= queue.used_) {
@@ -169,8 +180,8 @@ void SimulatedDevice::take(Slot& slot, Queue& queue, uint32_t bytes) const {
         slot.sharedUsed -= sharedBefore;
         return;
     }
-    for (size_t step = 0; step < kPacketSizes.size(); ++step) {
-        const size_t sizeIndex = (static_cast<uint64_t>(ticks_) + step) % kPacketSizes.size();  // each is first in turn
+    auto sizeIndex = static_cast<size_t>(ticks_) % kSizes;  // each is first in turn
+    for (size_t step = 0; step < kSizes; ++step, sizeIndex = sizeIndex + 1 == kSizes ? 0 : sizeIndex + 1) {
         const uint32_t size = kPacketSizes[sizeIndex];
         const uint32_t packets = std::min(queue.waiting_[sizeIndex], divided(budget, kPerPacketSize[sizeIndex]));
         queue.waiting_[sizeIndex] -= packets;
@@ -183,9 +194,10 @@ void SimulatedDevice::take(Slot& slot, Queue& queue, uint32_t bytes) const {
     slot.sharedUsed -= sharedBefore - queue.shared();
 }
 
-void SimulatedDevice::arrive(Slot& slot, Port& port, size_t index) {
+template <size_t index>
+void SimulatedDevice::arrive(Slot& slot, Port& port) {
     Queue& queue = port.queues[index];
-    const QueueProfile& profile = kProfiles[index];
+    constexpr const QueueProfile& profile = kProfiles[index];
     if (queue.phaseLeft_ == 0) {
         queue.sending_ = !queue.sending_;
         queue.phaseLeft_ = static_cast<uint16_t>(queue.sending_ ? kBurstTicks + random_.below(kBurstSpread)
@@ -205,45 +217,46 @@ void SimulatedDevice::arrive(Slot& slot, Port& port, size_t index) {
     const auto packets = divided(bytes, kPerPacketSize[sizeIndex]);
     queue.unsent_ = bytes - packets * kPacketSizes[sizeIndex];
     if (packets > 0) {
-        admit(slot, port, index, packets, sizeIndex);
+        admit<index>(slot, port, packets, sizeIndex);
     }
 }
 
-void SimulatedDevice::admit(Slot& slot, Port& port, size_t index, uint32_t packets, size_t sizeIndex) {
+// The queue is not paused: it has nothing in its headroom.
+template <size_t index>
+void SimulatedDevice::admit(Slot& slot, Port& port, uint32_t packets, size_t sizeIndex) {
     Queue& queue = port.queues[index];
-    const QueueProfile& profile = kProfiles[index];
+    constexpr const QueueProfile& profile = kProfiles[index];
     const uint32_t size = kPacketSizes[sizeIndex];
     const uint64_t sharedFree = slot.sharedSize - slot.sharedUsed;
     const uint64_t limit =
         profile.pfcDynamic ? std::min<uint64_t>(profile.limit, kGuaranteed + sharedFree / 8) : profile.limit;
-    const uint64_t inBuffer = queue.used_ - queue.headroom;
-    const uint64_t queueRoom = roomBelow(limit, inBuffer);
-    const uint64_t chipRoom = roomBelow(kGuaranteed, inBuffer) + sharedFree;
-
+    const uint64_t queueRoom = roomBelow(limit, queue.used_);
+    const uint64_t chipRoom = roomBelow(kGuaranteed, queue.used_) + sharedFree;
     const uint64_t room = std::min(queueRoom, chipRoom);
-    const bool allFit = uint64_t{packets} * size <= room;
-    static_assert(kLossyLimit < kDividends && kPortBytesPerMs * 8 < kDividends);
-    const uint32_t fitting = allFit ? packets : divided(static_cast<uint32_t>(room), kPerPacketSize[sizeIndex]);
-    const uint32_t intoHeadroom = allFit ? 0 : std::min(packets - fitting, (profile.headroom - queue.headroom) / size);
-    const uint32_t taken = fitting + intoHeadroom;
-    const uint32_t refused = packets - taken;
-
-    if (profile.ecn && queue.used_ + uint64_t{taken} * size > kEcnThreshold) {
-        const uint64_t unmarked = (roomBelow(kEcnThreshold, queue.used_) + size - 1) / size;
-        queue.marked += roomBelow(taken, unmarked);
+    const uint32_t usedBefore = queue.used_;
+    uint32_t taken = packets;
+    uint32_t intoHeadroom = 0;
+    if (packets * size > room) [[unlikely]] {
+        static_assert(kLossyLimit < kDividends);
+        taken = divided(static_cast<uint32_t>(room), kPerPacketSize[sizeIndex]);
+        intoHeadroom = std::min(packets - taken, profile.headroom / size);
+        taken += intoHeadroom;
+        const uint32_t refused = packets - taken;
+        if (chipRoom < queueRoom) {
+            port.ingressDropped.add(refused, size);
+        } else {
+            queue.dropped.add(refused, size);
+            queue.arrived.add(refused, size);
+        }
     }
-    const uint32_t sharedBefore = queue.shared();
+    queue.arrived.add(taken, size);
     queue.waiting_[sizeIndex] += taken;
     queue.used_ += taken * size;
-    queue.headroom += intoHeadroom * size;
-    slot.sharedUsed += queue.shared() - sharedBefore;
-
-    if (chipRoom < queueRoom) {
-        port.ingressDropped.add(refused, size);
-        queue.arrived.add(taken, size);
-    } else {
-        queue.dropped.add(refused, size);
-        queue.arrived.add(packets, size);
+    queue.headroom = intoHeadroom * size;
+    slot.sharedUsed += queue.shared() - roomBelow(usedBefore, kGuaranteed);
+    if (profile.ecn && queue.used_ > kEcnThreshold) {
+        const uint64_t unmarked = (roomBelow(kEcnThreshold, usedBefore) + size - 1) / size;
+        queue.marked += roomBelow(taken, unmarked);
     }
 }
 
@@ -254,7 +267,9 @@ void SimulatedDevice::look(Port& port) const {
         used += queue.used_;
         queue.usedSum_ += queue.used_;
         queue.peakUsed_ = std::max(queue.peakUsed_, queue.used_);
-        followBurst(port, index);
+        if (queue.used_ > kBurstAbove[index] || queue.inBurst_) {
+            followBurst(port, index);
+        }
     }
     port.usedSum_ += used;
     port.peakUsed_ = std::max(port.peakUsed_, used);
@@ -262,10 +277,7 @@ void SimulatedDevice::look(Port& port) const {
 
 void SimulatedDevice::followBurst(Port& port, size_t index) const {
     Queue& queue = port.queues[index];
-    const bool above = queue.used_ > uint64_t{kProfiles[index].totalBuffer()} * kBurstPercent / 100;
-    if (!above && !queue.inBurst_) {
-        return;
-    }
+    const bool above = queue.used_ > kBurstAbove[index];
     Bursts& bursts = port.bursts[index];
     const Moment moment = {now(), queue.used_};
     if (!queue.inBurst_) {

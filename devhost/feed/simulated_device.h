@@ -184,8 +184,10 @@ class SimulatedDevice {
     void tick();
     void serve(Slot& slot, Port& port) const;
     void take(Slot& slot, Queue& queue, uint32_t bytes) const;
-    void arrive(Slot& slot, Port& port, size_t index);
-    static void admit(Slot& slot, Port& port, size_t index, uint32_t packets, size_t sizeIndex);
+    template <size_t index>
+    void arrive(Slot& slot, Port& port);
+    template <size_t index>
+    static void admit(Slot& slot, Port& port, uint32_t packets, size_t sizeIndex);
     void look(Port& port) const;
     void followBurst(Port& port, size_t index) const;
 
