@@ -211,7 +211,7 @@ bool HttpServer::answer(MHD_Connection* connection, Response response) {
     if (made == nullptr) {
         return false;
     }
-    underWay.release();  // Callbacks::release() has it
+    (void)underWay.release();  // Callbacks::release() has it
     MHD_add_response_header(made, MHD_HTTP_HEADER_CONTENT_TYPE, response.contentType.c_str());
     if (response.status == MHD_HTTP_METHOD_NOT_ALLOWED) {
         MHD_add_response_header(made, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");

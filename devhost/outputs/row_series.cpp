@@ -153,10 +153,11 @@ std::string RowSeries::renderPath(const Path& path, Exposition form) {
 }
 
 std::vector<std::shared_ptr<const std::string>> RowSeries::render(Exposition form, Time now) {
-    for (auto& [id, reader] : readers_) {
+    for (auto& each : readers_) {
+        Reader& reader = each.second;
         if (reader.hasRows && !reader.isUp(now)) {
             reader.hasRows = false;
-            takeAway(pathOf(*reader.path), id, [&](const host::RowKey&, const Holding& holding) {
+            takeAway(pathOf(*reader.path), each.first, [&](const host::RowKey&, const Holding& holding) {
                 const bool isOld = now - holding.read > reader.patience();
                 reader.hasRows = reader.hasRows || !isOld;
                 return isOld;
