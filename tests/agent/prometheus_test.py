@@ -229,6 +229,49 @@ class Prometheus(unittest.TestCase):
             leaves -= {"interface-name", "queue-id", "slot-id", "service-class", "record-number", "query-type"}
             self.assertEqual({leaf.split("/")[1] for leaf in row_metrics(text).values()}, leaves)
 
+    def test_suppressed_rows_stay_until_they_are_gone_and_none_when_nothing_is_read(self):
+        lines = ("  all: {path: queue-statistics, every: 500ms, suppress-redundant: 60s}\n"
+                 "  ef: {path: queue-statistics, every: 500ms, where: {service-class: ef}}\n")
+        with Agent(configuration(self.database, lines)) as agent:
+            port = port_of(agent)
+
+            def shown():
+                return sorted(dict(labels)["service_class"] for labels in
+                              samples(get(port)[2]).get("qos_queue_pass_packets_total", {}))
+
+            def up():
+                return [int(value) for value in samples(get(port)[2])["qos_subscription_up"].values()]
+
+            def wait_for(classes):
+                def right():
+                    """the rows are the right ones"""
+                    return shown() == classes
+                wait_until(right)
+
+            wait_for(["cs6", "ef"])
+            time.sleep(3)
+            self.assertEqual((shown(), up()), (["cs6", "ef"], [1, 1]))
+            # The worker says it of the one, and a whole pass of the other.
+            self.connection.execute("DELETE FROM queue_stat WHERE ifIndex = 18")
+            self.connection.commit()
+            wait_for(["ef"])
+            self.connection.execute("DELETE FROM queue_stat")
+            self.connection.commit()
+            wait_for([])
+            self.connection.execute("INSERT INTO queue_stat VALUES (17, 'a', 5, 1, 2, 3, 4, 5, 6, 7, 8)")
+            self.connection.commit()
+            wait_for(["ef"])
+            self.connection.close()
+            begin = time.monotonic()
+            os.remove(self.database)
+
+            def down():
+                """both subscriptions are down"""
+                return up() == [0, 0]
+            wait_until(down, 20)
+            self.assertGreater(time.monotonic() - begin, 8)
+            self.assertEqual(shown(), [])
+
     def test_rules_and_dashboard_use_what_is_served(self):
         shutil.copy(os.path.join(SOURCES, "docs/prometheus/alerts.yaml"), self.folder)
         shutil.copy(os.path.join(SOURCES, "tests/agent/alerts_test.yaml"), self.folder)
