@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <ranges>
 #include <utility>
 
 #include "devhost/agent/figures.h"
@@ -398,8 +397,7 @@ std::vector<host::Figure> Agent::figures() const {
 
 bool Agent::anyDropped() const {
     return ended_.allDropped() > 0 || endedCalls().allDropped() > 0 ||
-           std::ranges::any_of(outputs_ | std::views::values,
-                               [](const auto& output) { return output->account().allDropped() > 0; });
+           std::ranges::any_of(outputs_, [](const auto& each) { return each.second->account().allDropped() > 0; });
 }
 
 }  // namespace agent

@@ -72,8 +72,8 @@ std::string kindOf(const YAML::Node& node) {
 /* A place in the file, named by the keys that lead there. */
 class Place {
   public:
-    Place(Faults& faults, YAML::Node node, std::string name)
-        : faults_(&faults), node_(std::move(node)), name_(std::move(name)) {}
+    Place(Faults& faults, const YAML::Node& node, std::string name)
+        : faults_(&faults), node_(node), name_(std::move(name)) {}
 
     const YAML::Node& node() const { return node_; }
     const std::string& name() const { return name_; }
@@ -514,7 +514,9 @@ Configuration defaultConfiguration() {
         }
     }
     configuration.outputs.emplace("metrics", Configuration::Prometheus());
-    configuration.gnmi.emplace().insecure = true;
+    Configuration::Gnmi gnmi;
+    gnmi.insecure = true;
+    configuration.gnmi = gnmi;
     return configuration;
 }
 
