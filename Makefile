@@ -10,6 +10,7 @@
 #   make valgrind  the plug-in's tests under valgrind
 #   make fuzz   the fuzz targets, each for a bounded number of runs, see docs/fuzzing.md
 #   make soak   samplers of all paths beside a feed for SOAK_SECONDS, their memory watched, see docs/reliability.md
+#   make bench-agent  what qos-agent costs, stage by stage and against its peers (root), see docs/performance.md
 #   make bench  ratios of the plug-in's speed to peers and limits, see docs/performance.md
 
 PRESET ?= release
@@ -18,8 +19,9 @@ AGENT_CONFIG ?=
 FUZZ_ARGS ?=
 SOAK_SECONDS ?= 60
 BENCH_ARGS ?= --json build/release/bench.json
+BENCH_AGENT_ARGS ?= --seconds 20
 
-.PHONY: run agent test asan clang test-arm64 package lint valgrind fuzz soak bench format clean
+.PHONY: run agent bench-agent test asan clang test-arm64 package lint valgrind fuzz soak bench format clean
 
 run:
 	@scripts/setup.sh run
@@ -61,6 +63,12 @@ bench:
 	@scripts/setup.sh bench
 	@scripts/build.sh release -DNIVEX_QOS_BENCH=ON qos_bench
 	build/release/bin/qos_bench $(BENCH_ARGS)
+
+bench-agent:
+	@scripts/setup.sh bench
+	@scripts/build.sh release -DNIVEX_QOS_AGENT=ON qos-agent nivex_qos_plugin
+	bench/agent_stages.py build/release/bin $(BENCH_AGENT_ARGS)
+	bench/agent_against_peers.py build/release/bin $(BENCH_AGENT_ARGS)
 
 test-arm64:
 	@scripts/setup.sh arm64

@@ -10,7 +10,7 @@ agent=(libevent-dev libgrpc++-dev libmicrohttpd-dev libsystemd-dev libyaml-cpp-d
 test=(abigail-tools binutils dpkg-dev file libgmock-dev libgtest-dev libyang-tools mandoc mount prometheus
       python3-grpcio python3-protobuf sqlite3 systemd)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev valgrind)
-bench=(libnanopb-dev libprotozero-dev nanopb rapidjson-dev)
+bench=(collectd-core libnanopb-dev libprotozero-dev nanopb prometheus-node-exporter rapidjson-dev)
 # The cross compiler, the emulator, and the libraries of the other architecture.
 arm64=(crossbuild-essential-arm64 qemu-user libcjson-dev:arm64 libfmt-dev:arm64 libgmock-dev:arm64 libgtest-dev:arm64
        libnl-3-dev:arm64 libprotobuf-dev:arm64 libsqlite3-dev:arm64)
@@ -54,8 +54,15 @@ if [[ " ${missing[*]} " == *:arm64\ * ]] && ! dpkg --print-foreign-architectures
   echo "setup: adding the foreign architecture arm64"
   "${as_root[@]}" dpkg --add-architecture arm64
 fi
+# Of some packages only the programs are wanted: no service starts because a test needs one.
+policy=/usr/sbin/policy-rc.d
+made_policy=
+if [ ! -e "$policy" ] && printf '#!/bin/sh\nexit 101\n' | "${as_root[@]}" tee "$policy" >/dev/null; then
+  made_policy=1
+  "${as_root[@]}" chmod 755 "$policy"
+fi
 log=$(mktemp)
-trap 'rm -f "$log"' EXIT
+trap 'rm -f "$log"; [ -z "$made_policy" ] || "${as_root[@]}" rm -f "$policy"' EXIT
 install() {
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}" >"$log" 2>&1
 }
