@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <concepts>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <initializer_list>
@@ -492,7 +494,7 @@ Configuration readConfiguration(const std::string& file) {
     std::ifstream stream(file, std::ios::binary);
     std::string text(kLongestFile + 1, '\0');
     if (!stream || (stream.read(text.data(), static_cast<std::streamsize>(text.size())), stream.bad())) {
-        throw ConfigurationError(fmt::format("cannot read the configuration '{}'", file));
+        throw ConfigurationError(fmt::format("cannot read the configuration '{}': {}", file, std::strerror(errno)));
     }
     text.resize(static_cast<size_t>(stream.gcount()));
     if (text.size() > kLongestFile) {

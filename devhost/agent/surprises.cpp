@@ -19,6 +19,9 @@ class Surprises {
 
     std::vector<std::string> all() {
         lookAtFeed();
+        if (configuration_.subscriptions.empty()) {
+            say("subscriptions: there is none, so nothing is sampled but what gNMI subscribers ask for");
+        }
         for (const auto& [name, subscription] : configuration_.subscriptions) {
             look(name, subscription);
         }

@@ -109,6 +109,8 @@ class Answers(unittest.TestCase):
             code, out, err = check("subscriptions: {q: {path: queue-statistics, %s}}\n" % settings)
             self.assertEqual((code, err), (0, ""), settings)
             self.assertRegex(out, "note: q: .*" + re.escape(wanted), settings)
+        _, out, _ = check("device: a")
+        self.assertIn("note: subscriptions: there is none", out)
         _, out, _ = check(GOOD)
         self.assertNotIn("note:", out)
 
