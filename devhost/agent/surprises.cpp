@@ -77,8 +77,8 @@ class Surprises {
             say("{}: in JSON, counters above 10^15 lose digits; gpb has them all", name);
         }
         if (subscription.period) {
-            say("{}: under a period a record is not sent at first sight, and then at the first pass that is more than "
-                "{} s later; interface index or slot 0 is never sent",
+            say("{}: under a period the record by which an interface or slot is seen first is held back, and a record "
+                "passes when more than {} s have gone by; interface index or slot 0 is never sent",
                 name, *subscription.period);
         }
         if (subscription.redundantPeriod) {

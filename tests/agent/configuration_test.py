@@ -98,7 +98,7 @@ class Answers(unittest.TestCase):
         surprises = [
             ("threshold: pass-bytes>1", "low 32 bits of pass-bytes"),
             ("threshold: [pass-bytes>1, pass-bytes<9], relation: second", "only the second one decides"),
-            ("period: 5s", "not sent at first sight, and then at the first pass that is more than 5 s later; interface"),
+            ("period: 5s", "is seen first is held back, and a record passes when more than 5 s have gone by; interface index"),
             ("suppress-redundant: 60s", "not at rates; a record that was sent again unchanged after 60 s"),
             ("suppress-redundant: 60s", "256 interfaces"),
             ("where: {interface-name: eth}", "'eth' is the whole name of one interface"),
