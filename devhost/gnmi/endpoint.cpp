@@ -35,7 +35,7 @@ struct HostAndPort {
 };
 
 HostAndPort split(const std::string& listen) {
-    const auto refuse = [&] [[noreturn]] (const char* why) {
+    const auto refuse = [&](const char* why) {
         throw SettingError("listen",
                            fmt::format(" '{}': {}, write HOST:PORT or [IPV6]:PORT", host::shown(listen), why));
     };
