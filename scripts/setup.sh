@@ -6,8 +6,8 @@ set -euo pipefail
 
 run=(g++ cmake ninja-build pkg-config libcjson-dev libcli11-dev libfmt-dev libnl-3-dev libprotobuf-dev libsqlite3-dev
      nlohmann-json3-dev protobuf-compiler iproute2)
-agent=(libevent-dev libgrpc++-dev libmicrohttpd-dev libsystemd-dev libyaml-cpp-dev protobuf-compiler-grpc)
-test=(abigail-tools binutils dpkg-dev file libgmock-dev libgtest-dev libyang-tools mandoc mount prometheus
+agent=(libevent-dev libgrpc++-dev libmicrohttpd-dev libssl-dev libsystemd-dev libyaml-cpp-dev protobuf-compiler-grpc)
+test=(abigail-tools binutils dpkg-dev file libgmock-dev libgtest-dev libyang-tools mandoc mount openssl prometheus
       python3-grpcio python3-protobuf sqlite3 systemd)
 lint=(clang clang-format clang-tidy libclang-rt-14-dev valgrind)
 bench=(collectd-core libnanopb-dev libprotozero-dev nanopb prometheus-node-exporter rapidjson-dev)

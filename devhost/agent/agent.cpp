@@ -41,6 +41,31 @@ std::string lineOf(std::string_view kind, const std::string& name, const host::A
                               account.lastError.empty() ? "" : ", last error: " + account.lastError);
 }
 
+gnmi::Settings settingsOf(const Configuration::Gnmi& configured) {
+    gnmi::Settings settings;
+    settings.listen = configured.listen;
+    settings.certificate = configured.certificate;
+    settings.key = configured.key;
+    settings.clientCa = configured.clientCa;
+    settings.insecure = configured.insecure;
+    settings.allowRemote = configured.allowRemote;
+    settings.maxSubscriptions = configured.maxSubscriptions;
+    settings.waitingBytes = configured.buffer;
+    return settings;
+}
+
+// What is wrong names the key of the configuration.
+template <class Work>
+auto withGnmiFaults(const Work& work) {
+    try {
+        return work();
+    } catch (const gnmi::SettingError& error) {
+        throw host::UsageError(fmt::format("gnmi.{}", error.what()));
+    } catch (const std::runtime_error& error) {
+        throw std::runtime_error(fmt::format("gnmi: {}", error.what()));
+    }
+}
+
 void addTo(host::Account& sum, const host::Account& account) {
     sum.offered += account.offered;
     sum.delivered += account.delivered;
@@ -131,45 +156,32 @@ void Agent::apply(const Configuration& configuration) {
 }
 
 std::unique_ptr<gnmi::Service> Agent::makeGnmi(const Configuration::Gnmi& settings) {
-    gnmi::Settings served;
-    served.listen = settings.listen;
-    served.certificate = settings.certificate;
-    served.key = settings.key;
-    served.clientCa = settings.clientCa;
-    served.insecure = settings.insecure;
-    served.allowRemote = settings.allowRemote;
-    served.maxSubscriptions = settings.maxSubscriptions;
-    served.waitingBytes = settings.buffer;
-    try {
-        auto service = std::make_unique<gnmi::Service>(loop_, *this, served);
-        host::report(fmt::format("gNMI at {}, {}", fmt::join(service->addresses(), ", "),
-                                 settings.insecure ? "without TLS" : "with TLS"));
-        return service;
-    } catch (const gnmi::SettingError& error) {
-        throw host::UsageError(fmt::format("gnmi.{}", error.what()));
-    } catch (const std::runtime_error& error) {
-        throw std::runtime_error(fmt::format("gnmi: {}", error.what()));
-    }
+    auto service = std::make_unique<gnmi::Service>(loop_, *this, settingsOf(settings));
+    host::report(fmt::format("gNMI at {}, {}", fmt::join(service->addresses(), ", "),
+                             settings.insecure ? "without TLS" : "with TLS"));
+    return service;
 }
 
-// Streams of other tables than those that come would go on with what they have no more.
+// Streams of other tables than those that come would go on with what they have no more; certificates may be new ones in
+// the same files.
 void Agent::applyGnmi(const Configuration& configuration, bool tablesChange) {
     const std::optional<Configuration::Gnmi> before = configuration_ ? configuration_->gnmi : std::nullopt;
-    if (before == configuration.gnmi && !(tablesChange && gnmi_)) {
-        return;
-    }
-    endGnmi();
-    if (!configuration.gnmi) {
-        return;
-    }
-    try {
-        gnmi_ = makeGnmi(*configuration.gnmi);
-    } catch (...) {
-        if (before) {
-            gnmi_ = makeGnmi(*before);
+    withGnmiFaults([&] {
+        if (configuration.gnmi) {
+            check(settingsOf(*configuration.gnmi));
         }
-        throw;
-    }
+        if (before == configuration.gnmi && !tablesChange &&
+            (!gnmi_ || gnmi_->hasFilesOf(settingsOf(*configuration.gnmi)))) {
+            return;
+        }
+        endGnmi();
+        try {
+            gnmi_ = configuration.gnmi ? makeGnmi(*configuration.gnmi) : nullptr;
+        } catch (...) {
+            gnmi_ = before ? makeGnmi(*before) : nullptr;
+            throw;
+        }
+    });
 }
 
 void Agent::endGnmi() {

@@ -35,25 +35,25 @@ struct HostAndPort {
 };
 
 HostAndPort split(const std::string& listen) {
-    const auto refuse = [&](const char* why) {
-        throw SettingError("listen",
-                           fmt::format(" '{}': {}, write HOST:PORT or [IPV6]:PORT", host::shown(listen), why));
+    const auto faultOf = [&](const char* why) {
+        return SettingError("listen",
+                            fmt::format(" '{}': {}, write ADDRESS:PORT or [IPV6]:PORT", host::shown(listen), why));
     };
     const size_t colon = listen.rfind(':');
     if (colon == std::string::npos || colon == 0) {
-        refuse("an address and a port are needed");
+        throw faultOf("an address and a port are needed");
     }
     std::string host = listen.substr(0, colon);
     const std::string port = listen.substr(colon + 1);
     if (host.front() == '[' && host.back() == ']') {
         host = host.substr(1, host.size() - 2);
     } else if (host.find_first_of("[]:") != std::string::npos) {
-        refuse("an IPv6 address stands in brackets");
+        throw faultOf("an IPv6 address stands in brackets");
     }
     uint16_t number = 0;
     const char* const end = port.data() + port.size();
     if (const auto [rest, error] = std::from_chars(port.data(), end, number); error != std::errc{} || rest != end) {
-        refuse("the port is a number from 0 to 65535");
+        throw faultOf("the port is a number from 0 to 65535");
     }
     return {host, port};
 }
@@ -89,7 +89,7 @@ std::string textOf(const addrinfo& address) {
 
 std::string readFile(const char* setting, const std::string& file) {
     // Far above what certificates take.
-    constexpr size_t kLargest = 1024 * 1024;
+    constexpr size_t kLargest = size_t{1} << 20U;
     std::string text(kLargest + 1, '\0');
     errno = 0;
     std::ifstream stream(file, std::ios::binary);
@@ -159,13 +159,14 @@ std::vector<Address> addressesOf(const Settings& settings) {
     return addresses;
 }
 
-std::shared_ptr<grpc::ServerCredentials> credentialsOf(const Settings& settings) {
+Identity identityOf(const Settings& settings) {
+    Identity identity;
     const bool files = !settings.certificate.empty() || !settings.key.empty() || !settings.clientCa.empty();
     if (settings.insecure) {
         if (files) {
             throw SettingError("insecure", ": certificate, key and client-ca are for TLS: leave them out, or insecure");
         }
-        return grpc::InsecureServerCredentials();
+        return identity;
     }
     if (settings.certificate.empty()) {
         throw SettingError("certificate",
@@ -175,10 +176,10 @@ std::shared_ptr<grpc::ServerCredentials> credentialsOf(const Settings& settings)
     if (settings.key.empty()) {
         throw SettingError("key", ": it is missing: give the private key of the certificate (a file in PEM)");
     }
-    const std::string chain = readFile("certificate", settings.certificate);
-    const std::string keyText = readFile("key", settings.key);
-    const Certificate certificate = certificateOf("certificate", settings.certificate, chain);
-    const Key key(PEM_read_bio_PrivateKey(bioOf(keyText).get(), nullptr, noPassphrase, nullptr));
+    identity.certificate = readFile("certificate", settings.certificate);
+    identity.key = readFile("key", settings.key);
+    const Certificate certificate = certificateOf("certificate", settings.certificate, identity.certificate);
+    const Key key(PEM_read_bio_PrivateKey(bioOf(identity.key).get(), nullptr, noPassphrase, nullptr));
     ERR_clear_error();
     if (!key) {
         throw SettingError("key", fmt::format(" '{}': it holds no private key in PEM without a passphrase",
@@ -190,14 +191,22 @@ std::shared_ptr<grpc::ServerCredentials> credentialsOf(const Settings& settings)
         throw SettingError("key", fmt::format(" '{}': it is not the key of the certificate '{}'",
                                               host::shown(settings.key), host::shown(settings.certificate)));
     }
-    const bool clients = !settings.clientCa.empty();
-    grpc::SslServerCredentialsOptions options(clients ? GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY
-                                                      : GRPC_SSL_DONT_REQUEST_CLIENT_CERTIFICATE);
-    options.pem_key_cert_pairs.push_back({keyText, chain});
-    if (clients) {
-        options.pem_root_certs = readFile("client-ca", settings.clientCa);
-        certificateOf("client-ca", settings.clientCa, options.pem_root_certs);
+    if (!settings.clientCa.empty()) {
+        identity.clientCa = readFile("client-ca", settings.clientCa);
+        certificateOf("client-ca", settings.clientCa, identity.clientCa);
     }
+    return identity;
+}
+
+std::shared_ptr<grpc::ServerCredentials> credentialsOf(const Identity& identity) {
+    if (identity == Identity()) {
+        return grpc::InsecureServerCredentials();
+    }
+    grpc::SslServerCredentialsOptions options(identity.clientCa.empty()
+                                                  ? GRPC_SSL_DONT_REQUEST_CLIENT_CERTIFICATE
+                                                  : GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
+    options.pem_key_cert_pairs.push_back({identity.key, identity.certificate});
+    options.pem_root_certs = identity.clientCa;
     return grpc::SslServerCredentials(options);
 }
 
@@ -218,7 +227,7 @@ void checkFree(const std::string& address) {
 
 void check(const Settings& settings) {
     addressesOf(settings);
-    credentialsOf(settings);
+    identityOf(settings);
 }
 
 }  // namespace gnmi

@@ -23,8 +23,18 @@ struct Address {
 /* The addresses of `listen`, which are more than one for some names; throws SettingError. */
 std::vector<Address> addressesOf(const Settings& settings);
 
-/* Reads the files; throws SettingError. */
-std::shared_ptr<grpc::ServerCredentials> credentialsOf(const Settings& settings);
+/* The contents of the files; all are empty without TLS. */
+struct Identity {
+    std::string certificate;
+    std::string key;
+    std::string clientCa;
+    friend bool operator==(const Identity&, const Identity&) = default;
+};
+
+/* Reads the files; throws SettingError, also for what they must not hold. */
+Identity identityOf(const Settings& settings);
+
+std::shared_ptr<grpc::ServerCredentials> credentialsOf(const Identity& identity);
 
 /* Throws std::runtime_error with the reason if nobody could listen there now. */
 void checkFree(const std::string& address);

@@ -101,7 +101,7 @@ Notification& Get::addNotification(int64_t time) {
     return notification;
 }
 
-void Get::value(const Reading& from, const host::RowKey& row, const host::RecordPointer& record, int64_t time) {
+void Get::value(const Reading& from, const host::RowKey& row, bool, const host::RecordPointer& record, int64_t time) {
     ++account_.offered;
     if (finished_ || size_ > kLargest) {
         account_.drop(host::Drop::tooLarge, 1);

@@ -29,7 +29,8 @@ class Get : public Call, public Reader, public grpc::ServerUnaryReactor, public 
     void finish(const grpc::Status& status) override;
     CallAccount account() const override { return {peer_, what_, account_}; }
 
-    void value(const Reading& from, const host::RowKey& row, const host::RecordPointer& record, int64_t time) override;
+    void value(const Reading& from, const host::RowKey& row, bool isNew, const host::RecordPointer& record,
+               int64_t time) override;
     void gone(const Reading&, const host::RowKey&, int64_t) override {}
     void paused() override {}
     void passed(Reading& from) override;

@@ -61,7 +61,7 @@ void Reading::batch(const host::SampledBatch& sampled) {
             continue;
         }
         Row& row = rows_[key];
-        row.pass = pass_;
+        const bool isNew = std::exchange(row.pass, pass_) == 0;
         if (!isDue(row, *record, now)) {
             continue;
         }
@@ -70,7 +70,7 @@ void Reading::batch(const host::SampledBatch& sampled) {
             row.sentAt = now;
         }
         if (sends_) {
-            reader_.value(*this, key, record, time);
+            reader_.value(*this, key, isNew, record, time);
         }
     }
     reader_.paused();
@@ -156,7 +156,9 @@ void Reading::workerLost(const host::Source&, const std::string& why) {
     received_ = 0;
     stale_ = false;
     ++pass_;
-    reader_.failed(*this, fmt::format("sampling {} broke off: {}", wanted_.sampling.alias, why));
+    const std::string logged = std::exchange(logged_, {});
+    reader_.failed(*this, fmt::format("sampling {} broke off: the worker {}{}{}", wanted_.sampling.alias, why,
+                                      logged.empty() ? "" : ": ", logged));
 }
 
 void Reading::sourceEnded(const host::Source&) {

@@ -22,7 +22,8 @@ class Reading;
 class Reader {
   public:
     virtual ~Reader() = default;
-    virtual void value(const Reading& from, const host::RowKey& row, const host::RecordPointer& record,
+    /* isNew: the row was not there before. */
+    virtual void value(const Reading& from, const host::RowKey& row, bool isNew, const host::RecordPointer& record,
                        int64_t time) = 0;
     virtual void gone(const Reading& from, const host::RowKey& row, int64_t time) = 0;
 

@@ -33,7 +33,7 @@ using std::chrono::seconds;
 constexpr const char* kInterfaceVersion = "0.10.0";
 
 constexpr int kLargestRequest = 4 * 1024 * 1024;
-constexpr size_t kMemoryOfTransports = 128 * 1024 * 1024;
+constexpr size_t kMemoryOfTransports = size_t{128} << 20U;
 constexpr int kThreadsOfTransports = 16;
 constexpr int kStreamsOfConnection = 256;
 
@@ -133,7 +133,7 @@ void bound(grpc::ServerBuilder& builder) {
 
 struct Service::State {
     State(host::Loop& loop, Sampler& sampler, const Settings& settings)
-        : calls(std::make_shared<Calls>(loop, sampler, settings)), methods(calls) {}
+        : calls(std::make_shared<Calls>(loop, sampler, settings)), methods(calls), identity(identityOf(settings)) {}
 
     void endAll(const char* why) const {
         calls->close();
@@ -144,6 +144,7 @@ struct Service::State {
 
     const std::shared_ptr<Calls> calls;
     Methods methods;
+    const Identity identity;
     std::vector<std::string> addresses;
     std::unique_ptr<grpc::Server> server;
     host::Loop::Watch patience;
@@ -153,7 +154,7 @@ struct Service::State {
 Service::Service(host::Loop& loop, Sampler& sampler, const Settings& settings)
     : state_(std::make_unique<State>(loop, sampler, settings)) {
     const std::vector<Address> addresses = addressesOf(settings);
-    const auto credentials = credentialsOf(settings);
+    const auto credentials = credentialsOf(state_->identity);
     setUpLibrary();
     grpc::ServerBuilder builder;
     bound(builder);
@@ -194,6 +195,10 @@ void Service::end() {
 
 const std::vector<std::string>& Service::addresses() const {
     return state_->addresses;
+}
+
+bool Service::hasFilesOf(const Settings& settings) const {
+    return identityOf(settings) == state_->identity;
 }
 
 std::vector<CallAccount> Service::calls() const {

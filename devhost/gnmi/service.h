@@ -34,9 +34,9 @@ struct Settings {
     bool insecure = false;
     bool allowRemote = false;
 
-    size_t maxSubscriptions = 64;           // of one request, a list each; the Sampler has its own limit for all
-    size_t maxCalls = 256;                  // Subscribe and Get at one time
-    size_t waitingBytes = 4 * 1024 * 1024;  // for each stream, before newer values replace waiting ones
+    size_t maxSubscriptions = 64;            // of one request, a list each; the Sampler has its own limit for all
+    size_t maxCalls = 256;                   // Subscribe and Get at one time
+    size_t waitingBytes = size_t{4} << 20U;  // for each stream, before newer values replace waiting ones
 };
 
 /* A setting that cannot be followed; what() begins with its name as it is in a configuration. */
@@ -76,6 +76,10 @@ class Service {
 
     /* Where it listens: addresses with their port. */
     const std::vector<std::string>& addresses() const;
+
+    /* Whether the files of the settings still have what it began with. Throws SettingError for what they must not hold.
+     */
+    bool hasFilesOf(const Settings& settings) const;
 
     /* Calls at this moment, and the sum over those that have ended. */
     std::vector<CallAccount> calls() const;

@@ -193,8 +193,9 @@ void Stream::requestPasses() {
     }
 }
 
-void Stream::value(const Reading& from, const host::RowKey& row, const host::RecordPointer& record, int64_t time) {
-    waiting_.addValue(from.wanted().what, row, record, time);
+void Stream::value(const Reading& from, const host::RowKey& row, bool isNew, const host::RecordPointer& record,
+                   int64_t time) {
+    waiting_.addValue(from.wanted().what, row, isNew, record, time);
 }
 
 void Stream::gone(const Reading& from, const host::RowKey& row, int64_t time) {

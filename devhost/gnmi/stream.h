@@ -34,7 +34,8 @@ class Stream : public Call,
     void finish(const grpc::Status& status) override;
     CallAccount account() const override;
 
-    void value(const Reading& from, const host::RowKey& row, const host::RecordPointer& record, int64_t time) override;
+    void value(const Reading& from, const host::RowKey& row, bool isNew, const host::RecordPointer& record,
+               int64_t time) override;
     void gone(const Reading& from, const host::RowKey& row, int64_t time) override;
     void paused() override { send(); }
     void passed(Reading& from) override;

@@ -21,7 +21,7 @@ size_t addUpdates(Notification& notification, const Addressed& what, const host:
                   const host::Record& record, Encoding encoding, uint32_t duplicates);
 
 /* Notifications are ended when they have so many bytes; what is added last brings a few thousand at most. */
-inline constexpr size_t kNotificationSize = 256 * 1024;
+inline constexpr size_t kNotificationSize = size_t{256} << 10U;
 
 }  // namespace gnmi
 

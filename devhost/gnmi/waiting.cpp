@@ -22,11 +22,11 @@ void Waiting::setForm(Encoding encoding, const Path& prefix) {
     prefix_ = prefix;
 }
 
-void Waiting::addValue(const Addressed& what, const host::RowKey& row, const host::RecordPointer& record,
+void Waiting::addValue(const Addressed& what, const host::RowKey& row, bool isNew, const host::RecordPointer& record,
                        int64_t time) {
     ++account_.offered;
     ++account_.waiting;
-    add({Kind::value, &what, row, record, time});
+    add({Kind::value, &what, row, record, time, isNew});
 }
 
 void Waiting::addGone(const Addressed& what, const host::RowKey& row, int64_t time) {
@@ -59,13 +59,19 @@ bool Waiting::replaceWaiting(Entry& entry) {
     if (known == last_.end()) {
         return false;
     }
-    Entry& waiting = *known->second;
-    account_.waiting -= waiting.values();
-    account_.drop(host::Drop::replaced, waiting.values());
-    entry.duplicates = waiting.duplicates + static_cast<uint32_t>(waiting.values());
-    account_.bytesWaiting -= waiting.size();
+    const Entries::iterator waiting = known->second;
+    account_.waiting -= waiting->values();
+    account_.drop(host::Drop::replaced, waiting->values());
+    account_.bytesWaiting -= waiting->size();
+    if (entry.kind == Kind::gone && waiting->isNew) {
+        last_.erase(known);
+        entries_.erase(waiting);
+        return true;
+    }
+    entry.isNew = waiting->isNew;
+    entry.duplicates = waiting->duplicates + static_cast<uint32_t>(waiting->values());
     account_.bytesWaiting += entry.size();
-    waiting = std::move(entry);
+    *waiting = std::move(entry);
     return true;
 }
 

@@ -2,8 +2,9 @@
  * What waits until the client of a stream takes it: in order, and bounded.
  *
  * Values are kept as records and become messages one at a time. While they fit the bound every value waits; past it the
- * newest value of a row takes the place of the one of that row that waits already, and counts it as a duplicate. So
- * there are never more bytes than the bound and one value of each row.
+ * newest value of a row takes the place of the one of that row that waits already, and counts it as a duplicate; and of
+ * a row that goes before the client has heard of it nothing is left. So there are never more bytes than the bound and
+ * one entry for each row that there is or that the client knows.
  */
 #ifndef DEVHOST_GNMI_WAITING_H
 #define DEVHOST_GNMI_WAITING_H
@@ -27,8 +28,9 @@ class Waiting {
     /* How messages are written. */
     void setForm(Encoding encoding, const Path& prefix);
 
-    /* What is addressed outlives what waits. */
-    void addValue(const Addressed& what, const host::RowKey& row, const host::RecordPointer& record, int64_t time);
+    /* What is addressed outlives what waits. isNew: the row was not there before. */
+    void addValue(const Addressed& what, const host::RowKey& row, bool isNew, const host::RecordPointer& record,
+                  int64_t time);
     void addGone(const Addressed& what, const host::RowKey& row, int64_t time);
     void addSync();
 
@@ -53,6 +55,7 @@ class Waiting {
         host::RowKey row = {};
         host::RecordPointer record = {};
         int64_t time = 0;
+        bool isNew = false;  // the client knows the row only from here on
         uint32_t duplicates = 0;
 
         uint64_t values() const { return kind == Kind::value ? 1 : 0; }

@@ -13,7 +13,7 @@ import gnmi_pb2_grpc
 import grpc
 
 from harness import BIN, Agent, wait_until
-from stand import free_port
+from stand import Stream, free_port, path_of, subscribe
 
 
 class Certificates:
@@ -148,6 +148,30 @@ class Tls(unittest.TestCase):
             wait_until(lambda: agent.said("is in force"))
             self.assertEqual(self.ask(self.client()), "OK")
             self.assertEqual(self.ask(), "UNAVAILABLE")
+
+    def test_new_certificates_in_the_same_files(self):
+        with tempfile.TemporaryDirectory() as folder:
+            def install(name):
+                for kind in ("pem", "key"):
+                    shutil.copy(self.certificates.path(name, kind), os.path.join(folder, f"server.{kind}"))
+
+            install("server")
+            with Agent(self.configuration(certificate=f"{folder}/server.pem", key=f"{folder}/server.key")) as agent:
+                stub = gnmi_pb2_grpc.gNMIStub(grpc.secure_channel(f"127.0.0.1:{self.port}", self.client()))
+                stream = Stream(stub, subscribe(path_of("qos"))).wait_sync()
+                for number, name in enumerate(("server", "stranger"), 1):
+                    install(name)
+                    agent.process.send_signal(signal.SIGHUP)
+                    wait_until(lambda: len(agent.said("is in force")) == number)
+                    authorities = ("ca", "other") if name == "server" else ("other", "ca")
+                    self.assertEqual([self.ask(self.client(authority)) for authority in authorities],
+                                     ["OK", "UNAVAILABLE"])
+                    # Streams are ended for new ones only.
+                    self.assertEqual(stream.error is None, name == "server")
+                os.unlink(os.path.join(folder, "server.key"))
+                agent.process.send_signal(signal.SIGHUP)
+                wait_until(lambda: agent.said("stays as it was: gnmi.key"))
+                self.assertEqual(self.ask(self.client("other")), "OK")
 
 
 if __name__ == "__main__":
