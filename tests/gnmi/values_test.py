@@ -1,5 +1,8 @@
 """Every value that arrives is the database's: all lists, all encodings, every way to ask."""
 
+import re
+import subprocess
+import sys
 import time
 import unittest
 
@@ -132,6 +135,20 @@ class Values(unittest.TestCase):
         response = self.stand.stub.Get(gnmi.GetRequest(path=[path_of("qos")], type="CONFIG", encoding="PROTO"))
         self.assertEqual([len(each.update) for each in response.notification], [0])
         self.assertEqual(self.stand.get(path_of("qos"), type="STATE"), self.all)
+
+    def test_the_example_of_the_manual(self):
+        with open(f"{__file__.rpartition('/tests/')[0]}/docs/agent.md", encoding="utf-8") as manual:
+            program, = re.findall("```python\n(.*?)```", manual.read(), re.DOTALL)
+        client = subprocess.Popen([sys.executable, "-uc", program.replace("9339", str(self.stand.port))],
+                                  stdout=subprocess.PIPE, text=True)
+        with client:
+            said = []
+            while not said or "changes follow" not in said[-1]:
+                said.append(client.stdout.readline())
+                self.assertNotEqual(said[-1], "")
+            client.kill()
+        row = self.all["queue-statistics"]["ETH1/0/2", "5"]
+        self.assertIn(f"ETH1/0/2 pass-bytes {row['pass-bytes']}\n", said)
 
     def test_a_client_that_has_said_all_still_hears(self):
         call = self.stand.stub.Subscribe(iter([subscribe(list_path("port-ecn-statistics"))]))
