@@ -8,11 +8,11 @@ import tempfile
 import time
 import unittest
 
-from harness import Agent, wait_until
+from harness import MEASURED, Agent, wait_until
 from metrics import configuration, get, make_database, port_of
 
 CONNECTIONS = 64
-ROWS = 24000
+ROWS = 8000
 
 
 def resident(agent):
@@ -105,35 +105,37 @@ class Http(unittest.TestCase):
 
     def test_slow_readers_cost_a_bounded_amount_of_memory(self):
         connection = sqlite3.connect(self.database)
-        connection.execute("WITH RECURSIVE n(i) AS (VALUES (0) UNION ALL SELECT i + 1 FROM n WHERE i < ?) INSERT INTO "
-                           "queue_stat SELECT 100 + i / 8, 'ETH4/0/' || (i / 8), i % 8, i, 0, 0, 0, 0, 0, 0, 0 FROM n",
+        connection.execute("PRAGMA journal_mode = WAL")  # so that nothing waits for a pass
+        connection.execute("WITH RECURSIVE n(i) AS (VALUES (0) UNION ALL SELECT i + 1 FROM n WHERE i < ?) "
+                           "INSERT INTO queue_stat "
+                           "SELECT 100 + i / 8, printf('ETH4/%026d', i / 8), i % 8, i, 0, 0, 0, 0, 0, 0, 0 FROM n",
                            (ROWS - 1,))
         connection.commit()
-        with Agent(configuration(self.database, "  q: {path: queue-statistics, every: 500ms}\n")) as agent:
+        with Agent(configuration(self.database, "  q: {path: queue-statistics, every: 100ms}\n"), MEASURED) as agent:
             port = port_of(agent)
 
             def all_rows():
                 """all rows are served"""
                 return get(port)[2].count("\nqos_queue_pass_packets_total{") == ROWS + 2
-            wait_until(all_rows)
+            wait_until(all_rows, 60)
             size = len(get(port)[2])
-            self.assertGreater(size, 16 << 20)
+            self.assertGreater(size, 6 << 20)
             before = most = resident(agent)
             request = b"GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n"
-            for _ in range(12):
+            for _ in range(CONNECTIONS * 2 // 3):
                 # Each time there is another text to send.
                 connection.execute("UPDATE queue_stat SET passPackets = passPackets + 1")
                 connection.commit()
-                time.sleep(0.6)
-                self.sockets(port, 4, request)
+                time.sleep(0.2)
+                self.sockets(port, 1, request)
                 most = max(most, resident(agent))
             # Of answers under way at most 64 MiB, of what is kept for the next one and is being made the rest.
-            self.assertLess(most - before, (64 << 20) + 3 * size)
+            self.assertLess(most - before, (64 << 20) + 4 * size)
             slow = self.sockets(port, 2 * CONNECTIONS, request)
             begin = time.monotonic()
             statuses = set()
             while 200 not in statuses:
-                self.assertLess(time.monotonic() - begin, 20)
+                self.assertLess(time.monotonic() - begin, 60)
                 try:
                     statuses.add(get(port)[0])
                 except OSError:
@@ -145,16 +147,26 @@ class Http(unittest.TestCase):
     def test_a_flood_of_scrapes_does_not_hold_up_sampling(self):
         with Agent(configuration(self.database, "  q: {path: queue-statistics, every: 100ms}\n")) as agent:
             port = port_of(agent)
-            connection = http.client.HTTPConnection("127.0.0.1", port, timeout=5)
-            begin, count = time.monotonic(), 0
-            while time.monotonic() - begin < 3:
+            connection = http.client.HTTPConnection("127.0.0.1", port, timeout=20)
+
+            def passes(work):
+                """How many there are in some seconds of the work, and of how many runs of it."""
+                before = agent.ledger()["q"]["passes"]
+                begin, count = time.monotonic(), 0
+                while time.monotonic() - begin < 2:
+                    work()
+                    count += 1
+                return agent.ledger()["q"]["passes"] - before, count
+
+            def scrape():
                 connection.request("GET", "/metrics")
                 self.assertEqual(connection.getresponse().read()[:1], b"#")
-                count += 1
+
+            undisturbed, _ = passes(lambda: time.sleep(0.1))
+            flooded, scrapes = passes(scrape)
             connection.close()
-            self.assertGreater(count, 300)
-            figures = agent.ledger()["q"]
-            self.assertGreaterEqual(figures["passes"], 28)
+            self.assertGreater(scrapes, flooded)
+            self.assertGreater(flooded, undisturbed / 2)
             self.assertEqual(agent.stop(), 0)
 
 

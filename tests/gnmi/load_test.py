@@ -11,7 +11,7 @@ import gnmi_pb2 as gnmi
 import gnmi_pb2_grpc
 import grpc
 
-from harness import wait_until
+from harness import MEASURED, wait_until
 from stand import Stand, Stream, list_path, next_pass, on_change, path_of, rows_of, sample, subscribe, take_apart
 
 QUEUES = "queue-statistics"
@@ -26,7 +26,7 @@ def memory(process):
 class Load(unittest.TestCase):
     def test_a_client_that_does_not_read_costs_its_bound_and_then_gets_the_newest(self):
         bound = 256 * 1024
-        with Stand(slots=2, ports=64, settings=", buffer: 256KiB") as stand:
+        with Stand(slots=2, ports=64, settings=", buffer: 256KiB", environment=MEASURED) as stand:
             rows = len(stand.expected(QUEUES))
             witness = stand.subscribe(sample(list_path("port-ecn-statistics"))).wait_sync()
             channel = stand.connect_slowly()

@@ -211,7 +211,7 @@ def free_port():
 class Stand(Agent):
     """An agent that serves gNMI over a database which changes only when the test says so."""
 
-    def __init__(self, slots=2, ports=8, settings=""):
+    def __init__(self, slots=2, ports=8, settings="", environment=None):
         self.data = tempfile.mkdtemp(prefix="gnmi-test-")
         self.file_of_tables = os.path.join(self.data, "q.db")
         # Counters of some rounds; the last bursts are over.
@@ -219,7 +219,7 @@ class Stand(Agent):
                         "--seed", "7", "--ports", str(ports), "--slots", str(slots)], check=True, timeout=60)
         self.port = free_port()
         super().__init__(f"feed: none\ndatabase: {self.file_of_tables}\n"
-                         f"gnmi: {{listen: '127.0.0.1:{self.port}', insecure: true{settings}}}\n")
+                         f"gnmi: {{listen: '127.0.0.1:{self.port}', insecure: true{settings}}}\n", environment)
         self.channel = None
 
     def __enter__(self):
