@@ -79,6 +79,12 @@ void addTo(host::Account& sum, const host::Account& account) {
 
 }  // namespace
 
+void checkGnmi(const Configuration& configuration) {
+    if (configuration.gnmi) {
+        withGnmiFaults([&] { check(settingsOf(*configuration.gnmi)); });
+    }
+}
+
 /* What a stream holds; its end is the subscription's, but not in the middle of a call. */
 class Agent::StreamedSampling : public gnmi::Sampling {
   public:
@@ -166,10 +172,8 @@ std::unique_ptr<gnmi::Service> Agent::makeGnmi(const Configuration::Gnmi& settin
 // the same files.
 void Agent::applyGnmi(const Configuration& configuration, bool tablesChange) {
     const std::optional<Configuration::Gnmi> before = configuration_ ? configuration_->gnmi : std::nullopt;
+    checkGnmi(configuration);
     withGnmiFaults([&] {
-        if (configuration.gnmi) {
-            check(settingsOf(*configuration.gnmi));
-        }
         if (before == configuration.gnmi && !tablesChange &&
             (!gnmi_ || gnmi_->hasFilesOf(settingsOf(*configuration.gnmi)))) {
             return;

@@ -29,6 +29,9 @@
 
 namespace agent {
 
+/* Throws what would keep the gNMI service of a configuration from ever beginning; reads its files. */
+void checkGnmi(const Configuration& configuration);
+
 class Agent : public gnmi::Sampler {
   public:
     /* pluginFile: the plug-in; empty: the library beside this program. ready: called once all has begun. */

@@ -104,6 +104,7 @@ int run(const std::string& file, const std::string& pluginFile) {
 
 int check(const std::string& file) {
     const Configuration configuration = readConfiguration(file);
+    checkGnmi(configuration);
     const std::vector<std::string> warnings = surprises(configuration);
     fmt::print("{}", describe(configuration));
     for (const std::string& warning : warnings) {
