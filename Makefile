@@ -9,7 +9,8 @@
 #   make lint   formatting and static analysis
 #   make valgrind  the plug-in's tests under valgrind
 #   make fuzz   the fuzz targets, each for a bounded number of runs, see docs/fuzzing.md
-#   make soak   samplers of all paths beside a feed for SOAK_SECONDS, their memory watched, see docs/reliability.md
+#   make soak   samplers of all paths beside a feed for SOAK_SECONDS, their memory watched; then an agent under faults for
+#               SOAK_AGENT_SECONDS, see docs/reliability.md
 #   make bench-agent  what qos-agent costs, stage by stage and against its peers (root), see docs/performance.md
 #   make bench  ratios of the plug-in's speed to peers and limits, see docs/performance.md
 
@@ -18,6 +19,7 @@ RUN_ARGS ?=
 AGENT_CONFIG ?=
 FUZZ_ARGS ?=
 SOAK_SECONDS ?= 60
+SOAK_AGENT_SECONDS ?= 60
 BENCH_ARGS ?= --json build/release/bench.json
 BENCH_AGENT_ARGS ?= --seconds 20
 
@@ -55,9 +57,10 @@ fuzz:
 	@scripts/fuzz.sh $(FUZZ_ARGS)
 
 soak:
-	@scripts/setup.sh run
-	@scripts/build.sh release qos-host nivex_qos_plugin
+	@scripts/setup.sh test
+	@scripts/build.sh release -DNIVEX_QOS_AGENT=ON qos-host qos-agent nivex_qos_plugin
 	@scripts/soak.sh $(SOAK_SECONDS)
+	@scripts/soak_agent.py $(SOAK_AGENT_SECONDS)
 
 bench:
 	@scripts/setup.sh bench
