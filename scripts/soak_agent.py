@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 """Runs an agent for a while, throws faults at it, and looks each second whether it keeps what it promises.
 
-An agent with a simulated device, subscriptions each 100 ms, Prometheus, a capture and gNMI: ten times the pace of one that
-samples each second. Bouts of faults, drawn from SEED, alternate with calms. Every look: the ledger balances wherever it is
-read and is the same in the log and in /metrics, figures never go back, nobody is a zombie, a scrape answers. Every calm:
-descriptors, threads, children and calls are those of the first calm, and memory has not grown. At the end: exit code, time to
-stop, captures that read back whole with every record, nothing left behind. Ends with tables; exits 1 on any violation.
+An agent with a simulated device, subscriptions each 100 ms, Prometheus, a capture and gNMI: ten times the pace of one
+that samples each second. Bouts of all faults, in an order that SEED draws, alternate with calms. Every look: the ledger balances wherever
+it is read and is the same in the log and in /metrics, figures never go back, nobody is a zombie, a scrape answers. Every
+calm: descriptors, threads, children and calls are those of the first calm, and memory has not grown. At the end: exit
+code, time to stop, captures that read back whole with every record, nothing left behind. Ends with tables; exits 1 on any
+violation. See docs/reliability.md.
 
 usage: scripts/soak_agent.py [SECONDS [SEED [FOLDER_OF_PROGRAMS]]]
 """
@@ -28,7 +29,6 @@ import time
 import traceback
 
 SOURCES = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-BOUT = 8  # seconds of faults before a calm
 SETTLE = 20  # seconds until all is as before: a worker that hangs is ended after 10 s and begun again 1 s later
 ANSWER = 1  # seconds for a scrape
 FEED_SEEN = 3  # seconds: the agent looks for its rounds every 2 s
@@ -98,7 +98,6 @@ class Soak:
         self.threads = []
         self.clients = []  # processes
         self.calm = threading.Event()  # asks the faults under way to end
-        self.deck = []
         self.thrown = {}  # when a fault with a rest was thrown last
         self.previous = {}  # the figures of the last look
         self.unknown = None  # records that outputs were offered by subscriptions that are no more
@@ -137,12 +136,18 @@ class Soak:
     def note(self, text):
         self.log.append(f"{time.strftime('%T')} {text}")
 
+    def took(self, what, seconds):
+        self.worst[what] = max(self.worst[what], seconds)
+        if seconds > ANSWER / 4:
+            self.note(f"{what}: {seconds:.2f} s")
+
     # What the agent says.
 
     def logged(self):
         """The figures in the log: by (kind, name), those of all gNMI calls as one output."""
-        begin = len(self.agent.lines)
+        begin, since = len(self.agent.lines), time.monotonic()
         self.agent.ledger()
+        self.took("slowest SIGUSR1", time.monotonic() - since)
         return self.ledger_in(self.agent.lines[begin:])
 
     def ledger_in(self, lines):
@@ -166,7 +171,7 @@ class Soak:
         begin = time.monotonic()
         status, _, text = metrics.get(self.metrics_port)
         took = time.monotonic() - begin
-        self.worst["slowest scrape"] = max(self.worst["slowest scrape"], took)
+        self.took("slowest scrape", took)
         if status != 200 or took > ANSWER:
             self.complain(f"a scrape took {took:.2f} s and has the status {status}")
         values = metrics.samples(text)
@@ -217,7 +222,8 @@ class Soak:
         if self.unknown is None:
             self.unknown = unknown
         if len(set(offered.values())) > 1 or unknown != self.unknown:
-            self.complain(f"{where}: outputs were offered {offered}, subscriptions brought {brought} and {self.unknown} before")
+            self.complain(f"{where}: outputs were offered {offered}, subscriptions brought {brought}, and "
+                          f"{self.unknown} before")
         for (kind, name), each in figures.items():
             if kind == "subscription" and each["records"] + each["not sent"] + each["refused"] < each["rows"]:
                 self.complain(f"{where}: {name} has rows that nothing became of: {each}")
@@ -271,8 +277,7 @@ class Soak:
             time.sleep(0.2)
         if odd:
             self.complain(f"not within {SETTLE} s: {odd}")
-        took = time.monotonic() - begin
-        self.worst["longest way back"] = max(self.worst["longest way back"], took)
+        self.took("longest way back", time.monotonic() - begin)
 
     def out_of_place(self):
         """What is not as at the first calm."""
@@ -309,8 +314,8 @@ class Soak:
     def measure(self, name, process):
         """Memory grows from the second measure on, and never a descriptor stays."""
         resident, descriptors = self.status("VmRSS", process), self.descriptors(process)
-        each = self.processes.setdefault(process, {"name": name, "warm": resident, "most": resident, "descriptors": descriptors,
-                                                   "looks": 0})
+        each = self.processes.setdefault(process, {"name": name, "warm": resident, "most": resident, "looks": 0,
+                                                   "descriptors": descriptors})
         each.update(looks=each["looks"] + 1, most=max(each["most"], resident), peak=self.status("VmHWM", process))
         if each["most"] - each["warm"] > GROWTH[name]:
             self.complain(f"{name} {process} grew from {each['warm']} to {each['most']} KiB, bound {GROWTH[name]}")
@@ -462,7 +467,8 @@ class Soak:
         wanted = {"sample": lambda: stand.sample(path), "on change": lambda: stand.on_change(path),
                   "suppressing": lambda: stand.sample(path, suppress_redundant=True, heartbeat_interval=2 * stand.SECOND)}
         mode = kind.upper() if kind in ("once", "poll") else "STREAM"
-        first = stand.subscribe(wanted.get(kind, lambda: path)(), mode=mode, encoding=self.random.choice(("PROTO", "JSON_IETF")))
+        first = stand.subscribe(wanted.get(kind, lambda: path)(), mode=mode,
+                                encoding=self.random.choice(("PROTO", "JSON_IETF")))
         self.counts[f"gNMI {kind}"] += 1
 
         def messages():
@@ -493,7 +499,7 @@ class Soak:
     def judge(self, error):
         """How calls end that a worker, a lock or a reload may have broken off, or this client itself."""
         # Of as many subscriptions as are allowed some may be too many.
-        if error.code() not in (grpc.StatusCode.UNAVAILABLE, grpc.StatusCode.CANCELLED, grpc.StatusCode.RESOURCE_EXHAUSTED):
+        if error.code().name not in ("UNAVAILABLE", "CANCELLED", "RESOURCE_EXHAUSTED"):
             self.complain(f"a gNMI call ended with {error.code()}: {error.details()}")
 
     def fast_subscriber(self):
@@ -516,9 +522,10 @@ class Soak:
         path = stand.path_of("qos") if self.random.random() < 0.5 else stand.list_path("queue-statistics")
 
         def run(_):
+            request = gnmi.GetRequest(path=[path], encoding="JSON_IETF")
             with stand_channel(self.port) as channel:
                 try:
-                    gnmi_pb2_grpc.gNMIStub(channel).Get(gnmi.GetRequest(path=[path], encoding="JSON_IETF"), timeout=SETTLE)
+                    gnmi_pb2_grpc.gNMIStub(channel).Get(request, timeout=SETTLE)
                 except grpc.RpcError as error:
                     self.judge(error)
         self.begin("a Get", run)
@@ -578,11 +585,13 @@ class Soak:
     def hang_up(self, text, answer):
         answered = len(self.agent.said(answer))
         self.agent.configure(text)
+        begin = time.monotonic()
         self.agent.process.send_signal(signal.SIGHUP)
         try:
             harness.wait_until(lambda: len(self.agent.said(answer)) > answered, 5)
         except AssertionError:
             self.complain(f"a SIGHUP is not answered with '{answer}': {self.agent.lines[-3:]}")
+        self.took("slowest SIGHUP", time.monotonic() - begin)
 
     def change_configuration(self):
         self.reload(self.random.choice([each for each in range(len(self.variants)) if each != self.variant]))
@@ -601,17 +610,13 @@ class Soak:
         os.rename(self.today, f"{self.today}.{self.counts['rotate capture']}")
         return True
 
-    # (fault, how often in a deck, seconds of rest)
-    FAULTS = ((kill_worker, 3, 0), (stop_worker, 2, 0), (hang_worker, 1, 60), (kill_feed, 1, UNTIRED + 4), (stop_feed, 1, 0),
-              (lock_database, 4, 0), (fast_subscriber, 5, 0), (slow_subscriber, 3, 0), (stalled_subscriber, 2, 0),
+    # (fault, how often in a bout, seconds of rest)
+    FAULTS = ((kill_worker, 3, 0), (stop_worker, 2, 0), (hang_worker, 1, 60), (kill_feed, 1, UNTIRED + 4),
+              (stop_feed, 1, 0), (lock_database, 4, 0), (fast_subscriber, 5, 0), (slow_subscriber, 3, 0), (stalled_subscriber, 2, 0),
               (get, 3, 0), (client_process, 2, 0), (scraper, 4, 0), (change_configuration, 1, 0),
               (faulty_configuration, 1, 0), (rotate_capture, 1, 0))
 
-    def throw(self):
-        if not self.deck:
-            self.deck = [each for each in self.FAULTS for _ in range(each[1])]
-            self.random.shuffle(self.deck)
-        fault, _, rest = self.deck.pop()
+    def throw(self, fault, rest):
         now = time.monotonic()
         if now - self.thrown.get(fault, -rest) >= rest and fault(self):
             self.thrown[fault] = now
@@ -627,13 +632,15 @@ class Soak:
             self.own = dict.fromkeys(self.agent.children()["qos-worker"], 0)
             self.crowd()
             while self.counts["calms"] < 2 or time.monotonic() < self.end:
-                bout, look = time.monotonic() + BOUT, 0
-                while time.monotonic() < bout:
-                    self.throw()
+                look = 0
+                deck = [each for each in self.FAULTS for _ in range(each[1])]
+                self.random.shuffle(deck)
+                for fault, _, rest in deck:
+                    self.throw(fault, rest)
                     if time.monotonic() - look > 1:
                         look = time.monotonic()
                         self.look()
-                    time.sleep(self.random.uniform(0.05, 0.4))
+                    time.sleep(self.random.uniform(0, 0.4))
                 self.rest()
             self.stop()
         if left := [name for name in os.listdir(self.folder) if ".qos" not in name and not name.startswith("gnmi-")]:
@@ -700,18 +707,21 @@ class Soak:
             self.complain(f"the captures have {kept} records of {account}")
 
     def report(self):
-        print(f"\n{'most of each':<12} {'processes':>9} {'looks':>7} {'warm KiB':>9} {'most KiB':>9} {'grew KiB':>8} {'peak KiB':>9} "
-              f"{'descriptors':>12}")
+        print(f"\n{'most of each':<12} {'processes':>9} {'looks':>7} {'warm KiB':>9} {'most KiB':>9} {'grew KiB':>8} "
+              f"{'peak KiB':>9} {'descriptors':>12}")
         for name in GROWTH:
             all_of = [each for each in self.processes.values() if each["name"] == name]
-            figures = [max((each[figure] for each in all_of), default=0) for figure in ("warm", "most", "peak", "descriptors")]
+            figures = [max((each[figure] for each in all_of), default=0)
+                       for figure in ("warm", "most", "peak", "descriptors")]
             growth = max((each["most"] - each["warm"] for each in all_of), default=0)
-            print(f"{name:<12} {len(all_of):>9} {sum(each['looks'] for each in all_of):>7} {figures[0]:>9} {figures[1]:>9} "
-                  f"{growth:>8} {figures[2]:>9} {figures[3]:>12}")
+            looks = sum(each["looks"] for each in all_of)
+            print(f"{name:<12} {len(all_of):>9} {looks:>7} {figures[0]:>9} {figures[1]:>9} {growth:>8} {figures[2]:>9} "
+                  f"{figures[3]:>12}")
         print(f"\n{'records':<28} {'offered':>12} {'delivered':>12} {'waiting':>9} {'dropped':>12}")
         for (kind, name), each in sorted(self.ending.items()):
             if kind == "output":
-                print(f"{name:<28} {each['offered']:>12} {each['delivered']:>12} {each['waiting']:>9} {each['dropped']:>12}")
+                print(f"{name:<28} {each['offered']:>12} {each['delivered']:>12} {each['waiting']:>9} "
+                      f"{each['dropped']:>12}")
         print()
         for name, count in sorted(self.counts.items()):
             print(f"{name:<40} {count:>9}")
