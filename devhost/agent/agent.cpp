@@ -230,11 +230,11 @@ void Agent::tablesReady() {
         auto& runner = runners_[name];
         if (!runner) {
             runner = makeRunner(name, subscription, consumers_);
-            runner->begin();
+            runner->begin(database_->file());
         }
     }
     for (const auto& streamed : streamed_) {
-        streamed->runner->begin();
+        streamed->runner->begin(database_->file());
     }
     if (const auto ready = std::exchange(ready_, {})) {
         ready();
@@ -249,7 +249,6 @@ std::unique_ptr<Runner> Agent::makeRunner(std::string name, const host::Subscrip
                            .subscription = subscription};
     WorkerOrder order;
     order.plugin = pluginFile_;
-    order.database = database_->file();
     return std::make_unique<Runner>(loop_, children_, std::move(source), std::move(order), consumers);
 }
 
@@ -263,7 +262,7 @@ std::unique_ptr<gnmi::Sampling> Agent::start(const host::Subscription& subscript
     streamed->runner = makeRunner(fmt::format("gnmi-{}", ++streamedStarted_), subscription, streamed->consumers);
     streamed_.push_back(streamed);
     if (tablesReady_) {
-        streamed->runner->begin();
+        streamed->runner->begin(database_->file());
     }
     return std::make_unique<StreamedSampling>(*this, std::move(streamed));
 }

@@ -42,8 +42,9 @@ Runner::~Runner() {
     tell([this](host::Consumer& consumer) { consumer.sourceEnded(source_); });
 }
 
-void Runner::begin() {
+void Runner::begin(const std::string& database) {
     if (!std::exchange(begun_, true)) {
+        order_.database = database;
         tell([this](host::Consumer& consumer) { consumer.sourceStarted(source_); });
         start();
     }

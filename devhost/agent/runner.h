@@ -24,14 +24,14 @@ using Consumers = std::vector<host::Consumer*>;
 
 class Runner {
   public:
-    /* order: all but what the source says. Throws host::SubscriptionError for what the path would not follow. */
+    /* order: all but the database and what the source says. Throws host::SubscriptionError for what the path would not follow. */
     Runner(host::Loop& loop, Children& children, host::Source source, WorkerOrder order, const Consumers& consumers);
     ~Runner();
     Runner(const Runner&) = delete;
     Runner& operator=(const Runner&) = delete;
 
-    /* Starts the worker, unless that was done before. */
-    void begin();
+    /* Starts the worker over this database, unless that was done before. */
+    void begin(const std::string& database);
 
     const host::Source& source() const { return source_; }
     const SubscriptionLedger& ledger() const { return ledger_; }
