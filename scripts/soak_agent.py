@@ -37,7 +37,7 @@ ENDING = 12  # seconds, of those that are given
 UNTIRED = 31  # seconds after which a child that ends is started again after 1 s, not later
 WARM = 5  # seconds after which a worker or feed has all memory that it needs
 CROWD = 7  # clients of all lists: more than 64 subscriptions at once are refused
-GROWTH = {"qos-agent": 4096, "qos-feed": 1024, "qos-worker": 1024}  # KiB from the first measure on
+GROWTH = {"qos-agent": 4096, "qos-feed": 1024, "qos-worker": 1024}  # KiB after that, the agent's after a warm-up
 STRAY_THREADS = 16  # gRPC keeps threads for calls as it needs them, so many at the most
 
 SUBSCRIPTIONS = {
@@ -88,6 +88,7 @@ class Soak:
 
     def __init__(self, seconds, seed, folder):
         self.folder = folder
+        self.warm = time.monotonic() + min(seconds / 3, 120)
         self.end = time.monotonic() + seconds - ENDING
         self.random = random.Random(seed)
         self.violations = []
@@ -284,8 +285,9 @@ class Soak:
         self.scraped()
         children = self.agent.children()
         now = {name: len(each) for name, each in children.items()}
-        if hung := self.hung & set(children.get("qos-worker", [])):
-            return f"workers that hang: {hung}"
+        self.hung &= set(children.get("qos-worker", []))
+        if self.hung:
+            return f"workers that hang: {self.hung}"
         now["calls"] = self.open_calls
         due = {"qos-feed": 1, "qos-worker": len(SUBSCRIPTIONS), "calls": 0}
         if now != due or self.workers != len(SUBSCRIPTIONS):
@@ -312,10 +314,12 @@ class Soak:
             return int(re.search(rf"^{field}:\s*(\d+)", file.read(), re.MULTILINE).group(1))
 
     def measure(self, name, process):
-        """Memory grows from the second measure on, and never a descriptor stays."""
+        """A process has the memory of its first measure, the agent that of its warm-up, and never more descriptors."""
         resident, descriptors = self.status("VmRSS", process), self.descriptors(process)
         each = self.processes.setdefault(process, {"name": name, "warm": resident, "most": resident, "looks": 0,
                                                    "descriptors": descriptors})
+        if name == "qos-agent" and time.monotonic() < self.warm:
+            each["warm"] = max(each["warm"], resident)
         each.update(looks=each["looks"] + 1, most=max(each["most"], resident), peak=self.status("VmHWM", process))
         if each["most"] - each["warm"] > GROWTH[name]:
             self.complain(f"{name} {process} grew from {each['warm']} to {each['most']} KiB, bound {GROWTH[name]}")
@@ -399,12 +403,17 @@ class Soak:
         except ProcessLookupError:
             return False
 
-    def victim(self):
-        """A worker that would be started again soon, be it a subscription's or a stream's; or None."""
+    def untired(self):
+        """The workers of subscriptions and of streams that would be started again soon, but for those that hang."""
         now = time.monotonic()
-        workers = self.agent.children().get("qos-worker", [])
-        fresh = [worker for worker in workers if worker not in self.own or now - self.own[worker] > UNTIRED]
-        return self.random.choice(fresh) if fresh else None
+        workers = [worker for worker in self.agent.children().get("qos-worker", []) if worker not in self.hung]
+        return ([worker for worker in workers if now - self.own.get(worker, now) > UNTIRED],
+                [worker for worker in workers if worker not in self.own])
+
+    def victim(self):
+        """One of either, or None."""
+        kinds = [each for each in self.untired() if each]
+        return self.random.choice(self.random.choice(kinds)) if kinds else None
 
     def kill_worker(self):
         worker = self.victim()
@@ -416,8 +425,7 @@ class Soak:
 
     def hang_worker(self):
         """Nobody lets it go on: the agent has to end it."""
-        now = time.monotonic()
-        owns = [worker for worker, since in self.own.items() if now - since > UNTIRED]
+        owns, _ = self.untired()
         if not owns:
             return False
         worker = self.random.choice(owns)
@@ -635,6 +643,8 @@ class Soak:
                 look = 0
                 deck = [each for each in self.FAULTS for _ in range(each[1])]
                 self.random.shuffle(deck)
+                # It takes 10 s to be found; and nobody is stopped who would be let go on.
+                deck.sort(key=lambda each: each[0] is not Soak.hang_worker)
                 for fault, _, rest in deck:
                     self.throw(fault, rest)
                     if time.monotonic() - look > 1:
