@@ -30,7 +30,7 @@ import traceback
 
 SOURCES = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 SETTLE = 20  # seconds until all is as before: a worker that hangs is ended after 10 s and begun again 1 s later
-ANSWER = 1  # seconds for a scrape
+ANSWER = 5  # seconds for a scrape: on a machine that is busy with other work, too
 FEED_SEEN = 3  # seconds: the agent looks for its rounds every 2 s
 STOP = 8  # seconds: 5 s for what waits, and the feed's end
 ENDING = 12  # seconds, of those that are given
