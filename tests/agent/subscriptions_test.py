@@ -20,13 +20,13 @@ TEN = [
     ("threshold: 'discard-packets>0'", ["--threshold", "discard-packets>0"]),
     ("threshold: ['pass-packets>100', 'pass-packets<2000']",
      ["--threshold", "pass-packets>100", "--threshold", "pass-packets<2000"]),
-    ("period: 3s", ["--period", "3"]),
+    ("period: 4s", ["--period", "4"]),
     ("suppress-redundant: 5s", ["--suppress-redundant", "5"]),
     ("suppress-redundant: 60s, where: {interface-name: 'ETH1/0/2'}",
      ["--suppress-redundant", "60", "--where", "interface-name=ETH1/0/2"]),
     ("encoding: json, where: {service-class: be}", ["--encoding", "json", "--where", "service-class=be"]),
 ]
-EVERY, PASSES = 2, 4
+EVERY, PASSES = 3, 4
 
 
 class Subscriptions(unittest.TestCase):
@@ -51,7 +51,7 @@ class Subscriptions(unittest.TestCase):
                      "--every", f"{EVERY}s", "--count", str(PASSES), "--capture", os.path.join(folder, f"{number}.qos"),
                      *options], stdout=subprocess.DEVNULL) for number, (_, options) in enumerate(TEN)]
                 for number in range(PASSES - 1):
-                    time.sleep(begin + number * EVERY + 1.2 - time.time())
+                    time.sleep(begin + (number + 1) * EVERY - 0.7 - time.time())
                     with sqlite3.connect(database) as connection:
                         connection.execute("UPDATE queue_stat SET passPackets = passPackets + 7, dropPackets = "
                                            "dropPackets + 1 WHERE (ifIndex + queueId) % 5 = ?", (number,))
