@@ -210,7 +210,8 @@ void SimulatedDevice::arrive(Slot& slot, Port& port) {
         return;
     }
     const uint64_t quarters = queue.sending_ ? kBurstQuarters : kQuietQuarters;
-    static_assert(kPortBytesPerMs * SimOptions::kMaxLoad * 8 * kBurstQuarters * 1536 / (100 * kShares * 4 * 1024) <
+    static_assert(uint64_t{kPortBytesPerMs} * SimOptions::kMaxLoad * 8 * kBurstQuarters * 1536 /
+                      (100 * kShares * 4 * 1024) <
                   kDividends - kPacketSizes.back());
     const auto bytes = static_cast<uint32_t>(queue.unsent_ + kPortBytesPerMs * load_ * profile.share * quarters *
                                                                  jitter / (100 * kShares * 4 * 1024));
@@ -236,7 +237,7 @@ void SimulatedDevice::admit(Slot& slot, Port& port, uint32_t packets, size_t siz
     const uint32_t usedBefore = queue.used_;
     uint32_t taken = packets;
     uint32_t intoHeadroom = 0;
-    if (packets * size > room) [[unlikely]] {
+    if (uint64_t{packets} * size > room) [[unlikely]] {
         static_assert(kLossyLimit < kDividends);
         taken = divided(static_cast<uint32_t>(room), kPerPacketSize[sizeIndex]);
         intoHeadroom = std::min(packets - taken, profile.headroom / size);
