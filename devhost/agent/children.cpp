@@ -35,7 +35,7 @@ namespace {
         _exit(0);
     }
     setpgid(0, 0);  // a Ctrl-C at the terminal is for the agent alone
-    for (const int number : {SIGPIPE, SIGXFSZ, SIGHUP, SIGINT, SIGTERM}) {
+    for (const int number : {SIGPIPE, SIGXFSZ, SIGHUP, SIGINT, SIGTERM, SIGUSR1, SIGCHLD}) {
         std::signal(number, SIG_DFL);
     }
     sigset_t none;
@@ -72,12 +72,19 @@ std::unique_ptr<Child> Children::start(const char* argument, const std::string& 
     std::string work = argument;
     const std::array<char*, 3> arguments = {name.data(), work.data(), nullptr};
     const pid_t agent = getpid();
+    // Until the child has the default handlers, it would write what it catches into the loop that it shares.
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
     const pid_t process = fork();
-    if (process < 0) {
-        fail(errno, "cannot start a child process");
-    }
+    const int failure = errno;
     if (process == 0) {
         becomeChild(agent, theirs.get(), arguments.data());
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (process < 0) {
+        fail(failure, "cannot start a child process");
     }
     std::unique_ptr<Child> child(new Child(*this, process, std::move(ours)));
     child->onBytes_ = std::move(onBytes);
