@@ -24,7 +24,10 @@ using Consumers = std::vector<host::Consumer*>;
 
 class Runner {
   public:
-    /* order: all but the database and what the source says. Throws host::SubscriptionError for what the path would not follow. */
+    /*
+     * order: all but the database and what the source says. Throws host::SubscriptionError for what the path would not
+     * follow.
+     */
     Runner(host::Loop& loop, Children& children, host::Source source, WorkerOrder order, const Consumers& consumers);
     ~Runner();
     Runner(const Runner&) = delete;
