@@ -122,7 +122,7 @@ void Runner::take(std::string_view bytes) {
     try {
         parser_->feed(bytes);
         while (const auto record = parser_->next()) {
-            const std::string frame = captureBytes(*record);
+            const std::string frame(parser_->bytes());
             std::visit([&](const auto& content) { take(*record, content, frame); }, record->content);
             if (silent_) {
                 return;

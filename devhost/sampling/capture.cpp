@@ -273,6 +273,7 @@ std::string_view captureHead() {
 
 void CaptureParser::feed(std::string_view bytes) {
     bytes_.erase(0, std::exchange(taken_, 0));
+    recordBegin_ = 0;
     bytes_ += bytes;
 }
 
@@ -324,6 +325,7 @@ std::optional<CaptureRecord> CaptureParser::next() {
         return std::nullopt;
     }
     bytes = bytes.substr(0, length);
+    recordBegin_ = taken_;
     taken_ += kLengthSize + length;
     offset_ += kLengthSize + length;
     return version_ == '1' ? readVersion1(bytes) : readVersion2(bytes);

@@ -105,6 +105,9 @@ class CaptureParser {
     /* Of the record that next() gave, or of what it failed at, from the first byte. */
     uint64_t offset() const { return recordOffset_; }
 
+    /* The record that next() gave, as it stood; until the next feed(). */
+    std::string_view bytes() const { return std::string_view(bytes_).substr(recordBegin_, taken_ - recordBegin_); }
+
     /* The captures that have begun so far; records without a run are of the same one within each. */
     uint64_t captures() const { return captures_; }
 
@@ -115,6 +118,7 @@ class CaptureParser {
 
     std::string bytes_;
     size_t taken_ = 0;  // of them
+    size_t recordBegin_ = 0;
     uint64_t offset_ = 0;
     uint64_t recordOffset_ = 0;
     uint64_t captures_ = 0;
