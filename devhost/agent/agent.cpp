@@ -18,7 +18,6 @@ namespace agent {
 namespace {
 
 constexpr std::chrono::milliseconds kFeedWatch{2000};
-constexpr std::chrono::milliseconds kFlush{5000};
 constexpr uint32_t kMostStreamed = 64;
 
 std::string lineOf(const std::string& name, const SubscriptionLedger& ledger) {

@@ -29,6 +29,9 @@
 
 namespace agent {
 
+/* What an output or a stream that ends has to deliver what waits. */
+constexpr std::chrono::milliseconds kFlush{5000};
+
 /* Throws what would keep the gNMI service of a configuration from ever beginning; reads its files. */
 void checkGnmi(const Configuration& configuration);
 

@@ -25,8 +25,6 @@ namespace agent {
 
 namespace {
 
-constexpr std::chrono::milliseconds kFlush{5000};
-
 Configuration configurationOf(const std::string& file) {
     return file.empty() ? defaultConfiguration() : readConfiguration(file);
 }

@@ -51,6 +51,7 @@ constexpr size_t payloadSize(size_t index) {
 }
 constexpr size_t kHeaders = 14 + 20 + 8;  // Ethernet, IPv4, UDP
 
+using Clock = std::chrono::steady_clock;
 using Command = std::vector<std::string>;
 
 [[noreturn]] void throwErrno(const std::string& what) {
@@ -170,7 +171,6 @@ Descriptor openUdp() {
 }
 
 void sendTraffic(const std::stop_token& stop, const std::array<Descriptor, Lab::kClasses>& sockets) {
-    using Clock = std::chrono::steady_clock;
     constexpr auto kPace = std::chrono::milliseconds(5);
     std::array<double, Lab::kClasses> due = {};  // bytes
     const std::vector<char> payload(payloadSize(Lab::kClasses - 1));

@@ -13,8 +13,8 @@ uint32_t percentOf(uint64_t part, uint64_t whole) {
     return static_cast<uint32_t>(part * 100 / whole);
 }
 
-uint64_t perSecond(uint64_t amount, uint64_t milliseconds) {
-    return milliseconds == 0 ? 0 : amount / milliseconds * 1000 + amount % milliseconds * 1000 / milliseconds;
+uint64_t perSecond(uint64_t amount, uint64_t inMilliseconds) {
+    return inMilliseconds == 0 ? 0 : amount / inMilliseconds * 1000 + amount % inMilliseconds * 1000 / inMilliseconds;
 }
 
 std::pair<uint64_t, uint32_t> secondsAndMilliseconds(Device::Milliseconds time) {

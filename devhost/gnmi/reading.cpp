@@ -16,7 +16,7 @@ namespace {
 
 constexpr int64_t kNanosecondsPerMillisecond = 1'000'000;
 
-int64_t nanoseconds(uint64_t milliseconds) {
+int64_t inNanoseconds(uint64_t milliseconds) {
     return static_cast<int64_t>(milliseconds) * kNanosecondsPerMillisecond;
 }
 
@@ -54,7 +54,7 @@ bool Reading::isDue(const Row& row, const host::Record& record, std::chrono::ste
 void Reading::batch(const host::SampledBatch& sampled) {
     received_ += sampled.batch.recordCount;
     const auto now = std::chrono::steady_clock::now();
-    const int64_t time = nanoseconds(sampled.batch.collectStartTime);
+    const int64_t time = inNanoseconds(sampled.batch.collectStartTime);
     for (const host::RecordPointer& record : sampled.records) {
         const host::RowKey key = host::rowKeyOf(*wanted_.what.list, *record);
         if (!wanted_.what.matches(key)) {
@@ -91,7 +91,7 @@ void Reading::passEnded(const host::SampledPass& sampled) {
                                           logged.empty() ? "" : ": ", logged));
         return;
     }
-    const int64_t time = nanoseconds(sampled.end.beginTime);
+    const int64_t time = inNanoseconds(sampled.end.beginTime);
     // A plug-in that has just begun has sent nothing before, and so leaves nothing out.
     if (sampled.whole || (suppressed && sampled.pass == 1 && logged.empty())) {
         forgetMissing(time);

@@ -133,7 +133,9 @@ void bound(grpc::ServerBuilder& builder) {
 
 struct Service::State {
     State(host::Loop& loop, Sampler& sampler, const Settings& settings)
-        : calls(std::make_shared<Calls>(loop, sampler, settings)), methods(calls), identity(identityOf(settings)) {}
+        : calls(std::make_shared<Calls>(loop, sampler, settings)),
+          methods(std::make_unique<Methods>(calls)),
+          identity(identityOf(settings)) {}
 
     void endAll(const char* why) const {
         calls->close();
@@ -143,7 +145,7 @@ struct Service::State {
     }
 
     const std::shared_ptr<Calls> calls;
-    Methods methods;
+    const std::unique_ptr<grpc::Service> methods;
     const Identity identity;
     std::vector<std::string> addresses;
     std::unique_ptr<grpc::Server> server;
@@ -158,7 +160,7 @@ Service::Service(host::Loop& loop, Sampler& sampler, const Settings& settings)
     setUpLibrary();
     grpc::ServerBuilder builder;
     bound(builder);
-    builder.RegisterService(&state_->methods);
+    builder.RegisterService(state_->methods.get());
     std::vector<int> ports(addresses.size());
     for (size_t index = 0; index < addresses.size(); ++index) {
         checkFree(addresses[index].text);

@@ -50,7 +50,10 @@ class Load(unittest.TestCase):
             # One value of each row is a few hundred bytes.
             self.assertGreater(most, bound)
             self.assertLess(most, bound + (rows + 200) * 1000)
-            self.assertLess(grown[-1] - grown[0], 2_000_000, grown)
+            # A pass replaces half a megabyte, and half of the passes four times as much; the kernel's huge pages and an
+            # allocator's new region are steps, which come once.
+            half = len(grown) // 2
+            self.assertLess(min(grown[half:]) - min(grown[:half]), 1_500_000, grown)
             before = account()
             self.assertGreater(before["replaced"], rows * passes / 2)
             self.assertEqual(before["dropped"], before["replaced"])
