@@ -4,8 +4,8 @@
 # usage: scripts/fuzz.sh [--runs N | --seconds N] [TARGET...]   (without either, what CI has time for)
 set -euo pipefail
 
-declare -A runs=([sampling]=5000 [names]=40000 [capture]=40000 [netlink]=10000)
-declare -A longest=([sampling]=300 [names]=100 [capture]=512 [netlink]=4096)
+declare -A runs=([sampling]=5000 [names]=40000 [capture]=40000 [netlink]=10000 [gnmi_request]=40000 [gnmi_stream]=4000)
+declare -A longest=([sampling]=300 [names]=100 [capture]=512 [netlink]=4096 [gnmi_request]=1024 [gnmi_stream]=512)
 # Costs of the address sanitizer that find nothing here.
 export ASAN_OPTIONS=malloc_context_size=4:quarantine_size_mb=4:allocator_release_to_os_interval_ms=-1
 limit=
@@ -14,9 +14,9 @@ case "${1:-}" in
   --seconds) limit="-max_total_time=$2"; shift 2 ;;
   -*) echo "usage: $0 [--runs N | --seconds N] [TARGET...]" >&2; exit 2 ;;
 esac
-[ $# -gt 0 ] || set -- sampling names capture netlink
+[ $# -gt 0 ] || set -- sampling names capture netlink gnmi_request gnmi_stream
 
-scripts/build.sh fuzz "${@/#/fuzz_}"
+scripts/build.sh fuzz -DNIVEX_QOS_AGENT=ON "${@/#/fuzz_}"
 for target in "$@"; do
   corpus=build/fuzz/corpus/$target
   mkdir -p "$corpus"
