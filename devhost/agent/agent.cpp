@@ -40,6 +40,15 @@ std::string lineOf(std::string_view kind, const std::string& name, const host::A
                               account.lastError.empty() ? "" : ", last error: " + account.lastError);
 }
 
+outputs::WhenFull whenFullOf(const Configuration::CaptureFile& settings) {
+    return settings.dropOldest ? outputs::WhenFull::dropOldest : outputs::WhenFull::dropNewest;
+}
+
+// Two services do not listen at one port, whatever the host before it.
+std::string_view portOf(const Configuration::Gnmi& settings) {
+    return std::string_view(settings.listen).substr(settings.listen.rfind(':') + 1);
+}
+
 gnmi::Settings settingsOf(const Configuration::Gnmi& configured) {
     gnmi::Settings settings;
     settings.listen = configured.listen;
@@ -91,6 +100,7 @@ class Agent::StreamedSampling : public gnmi::Sampling {
         : agent_(agent), streamed_(std::move(streamed)) {}
     ~StreamedSampling() override {
         streamed_->runner->silence();
+        agent_.endedStreams_[source().path.alias].add(streamed_->runner->ledger());
         agent_.streamed_.remove(streamed_);
         agent_.endedStreamed_.push_back(streamed_);
         agent_.loop_.post([&agent = agent_] { agent.endedStreamed_.clear(); });
@@ -117,29 +127,57 @@ Agent::~Agent() = default;
 
 void Agent::apply(const Configuration& configuration) {
     // What may fail comes first.
-    std::map<std::string, OutputPointer> outputs;
-    for (const auto& [name, settings] : configuration.outputs) {
-        const auto known = configuration_ ? configuration_->outputs.find(name) : configuration.outputs.end();
-        const bool same = configuration_ && known != configuration_->outputs.end() && known->second == settings;
-        outputs[name] = same ? outputs_.at(name) : makeOutput(configuration, settings);
-    }
-    const bool tablesChange = !configuration_ || configuration_->feed != configuration.feed ||
-                              configuration_->database != configuration.database;
+    const Database* const database = nextDatabase_ ? nextDatabase_.get() : database_.get();
+    const bool databaseChanges = database == nullptr || configuration.database != database->configured();
+    const bool tablesChange = !configuration_ || databaseChanges || configuration_->feed != configuration.feed;
+    Outputs outputs = outputsFor(configuration);
+    auto nextDatabase = databaseChanges ? std::make_unique<Database>(configuration.database) : nullptr;
     applyGnmi(configuration, tablesChange);
-    std::optional<Configuration> before = std::exchange(configuration_, configuration);
 
+    const bool anew = configuration_.has_value();
+    configuration_ = configuration;
+    endRunners([&](const std::string& name, const Runner& runner) {
+        const auto wanted = configuration.subscriptions.find(name);
+        return tablesChange || wanted == configuration.subscriptions.end() ||
+               wanted->second != runner.source().subscription;
+    });
+    exchangeOutputs(std::move(outputs));
     if (tablesChange) {
-        runners_.clear();
+        nextDatabase_ = nextDatabase ? std::move(nextDatabase) : std::move(nextDatabase_);
+        beginTables(anew);
+    } else if (tablesReady_) {
+        tablesReady();
     }
+}
+
+// Those that are there and have the same receiver, under any name; others are made.
+Agent::Outputs Agent::outputsFor(const Configuration& configuration) {
+    std::map<std::pair<size_t, std::string>, OutputPointer> there;
     for (const auto& [name, output] : outputs_) {
-        const auto kept = outputs.find(name);
-        if (kept == outputs.end() || kept->second != output) {
-            endOutput(output, kFlush, [] {});
+        there[receiverOf(configuration_->outputs.at(name))] = output;
+    }
+    Outputs wanted;
+    for (const auto& [name, settings] : configuration.outputs) {
+        OutputPointer& output = wanted[name];
+        output = std::exchange(there[receiverOf(settings)], nullptr);
+        if (!output) {
+            output = makeOutput(settings);
+        }
+    }
+    return wanted;
+}
+
+void Agent::exchangeOutputs(Outputs outputs) {
+    const auto have = [](const Outputs& all, const OutputPointer& output) {
+        return std::ranges::any_of(all, [&](const auto& each) { return each.second == output; });
+    };
+    for (const auto& [name, output] : outputs_) {
+        if (!have(outputs, output)) {
+            endOutput(output);
         }
     }
     for (const auto& [name, output] : outputs) {
-        const auto there = outputs_.find(name);
-        if (there == outputs_.end() || there->second != output) {
+        if (!have(outputs_, output)) {
             for (const auto& [subscription, runner] : runners_) {
                 output->sourceStarted(runner->source());
             }
@@ -149,15 +187,20 @@ void Agent::apply(const Configuration& configuration) {
     consumers_.clear();
     std::ranges::transform(outputs_, std::back_inserter(consumers_),
                            [](const auto& each) { return each.second.get(); });
-    std::erase_if(runners_, [&](const auto& each) {
-        const auto wanted = configuration.subscriptions.find(each.first);
-        return wanted == configuration.subscriptions.end() || wanted->second != each.second->source().subscription;
-    });
-    if (tablesChange) {
-        beginTables(before.has_value());
-    } else if (tablesReady_) {
-        tablesReady();
+    for (const auto& [name, settings] : configuration_->outputs) {
+        if (const auto* const capture = std::get_if<Configuration::CaptureFile>(&settings)) {
+            static_cast<outputs::CaptureFile&>(*outputs_.at(name)).setBuffer(capture->buffer, whenFullOf(*capture));
+        }
     }
+}
+
+template <class Ends>
+void Agent::endRunners(const Ends& ends) {
+    std::erase_if(runners_, [&](const auto& each) {
+        const bool isOver = ends(each.first, *each.second);
+        anyLost_ = anyLost_ || (isOver && each.second->ledger().anyLost());
+        return isOver;
+    });
 }
 
 std::unique_ptr<gnmi::Service> Agent::makeGnmi(const Configuration::Gnmi& settings) {
@@ -170,18 +213,20 @@ std::unique_ptr<gnmi::Service> Agent::makeGnmi(const Configuration::Gnmi& settin
 // Streams of other tables than those that come would go on with what they have no more; certificates may be new ones in
 // the same files.
 void Agent::applyGnmi(const Configuration& configuration, bool tablesChange) {
-    const std::optional<Configuration::Gnmi> before = configuration_ ? configuration_->gnmi : std::nullopt;
+    const std::optional<Configuration::Gnmi> before = gnmi_ ? configuration_->gnmi : std::nullopt;
+    const auto& wanted = configuration.gnmi;
     checkGnmi(configuration);
     withGnmiFaults([&] {
-        if (before == configuration.gnmi && !tablesChange &&
-            (!gnmi_ || gnmi_->hasFilesOf(settingsOf(*configuration.gnmi)))) {
+        if (before == wanted && (!wanted || (!tablesChange && gnmi_->hasFilesOf(settingsOf(*wanted))))) {
             return;
         }
+        const bool atOnePort = before && wanted && portOf(*before) == portOf(*wanted);
+        auto next = wanted && !atOnePort ? makeGnmi(*wanted) : nullptr;
         endGnmi();
         try {
-            gnmi_ = configuration.gnmi ? makeGnmi(*configuration.gnmi) : nullptr;
+            gnmi_ = wanted && atOnePort ? makeGnmi(*wanted) : std::move(next);
         } catch (...) {
-            gnmi_ = before ? makeGnmi(*before) : nullptr;
+            gnmi_ = makeGnmi(*before);
             throw;
         }
     });
@@ -198,6 +243,9 @@ void Agent::endGnmi() {
 // The feed that is there ends before the next one begins, which may have its database.
 void Agent::beginTables(bool anew) {
     tablesReady_ = false;
+    if (stopped_) {
+        return;
+    }
     if (anew && feed_) {
         feed_->end([this] {
             loop_.post([this] {
@@ -207,8 +255,8 @@ void Agent::beginTables(bool anew) {
         });
         return;
     }
-    if (!database_ || configuration_->database != database_->configured()) {
-        database_.emplace(configuration_->database);
+    if (nextDatabase_) {
+        database_ = std::move(nextDatabase_);
     }
     // What is to be known of the kernel's counters a feed of the agent's own says by itself.
     const bool ownFeed = configuration_->feed.source != Configuration::Feed::Source::none;
@@ -224,6 +272,9 @@ void Agent::beginTables(bool anew) {
 
 // Begins the subscriptions that do not run yet.
 void Agent::tablesReady() {
+    if (stopped_) {
+        return;
+    }
     tablesReady_ = true;
     for (const auto& [name, subscription] : configuration_->subscriptions) {
         auto& runner = runners_[name];
@@ -266,61 +317,59 @@ std::unique_ptr<gnmi::Sampling> Agent::start(const host::Subscription& subscript
     return std::make_unique<StreamedSampling>(*this, std::move(streamed));
 }
 
-Agent::OutputPointer Agent::makeOutput(const Configuration& configuration, const Configuration::Output& settings) {
+Agent::OutputPointer Agent::makeOutput(const Configuration::Output& settings) {
     if (const auto* const prometheus = std::get_if<Configuration::Prometheus>(&settings)) {
-        return std::make_shared<outputs::Prometheus>(
-            loop_,
-            outputs::Prometheus::Settings{
-                .listen = prometheus->listen, .version = QOS_AGENT_VERSION, .device = configuration.device},
-            [this] { return figures(); });
+        return std::make_shared<outputs::Prometheus>(loop_, prometheus->listen, [this] { return figures(); });
     }
     const auto& capture = std::get<Configuration::CaptureFile>(settings);
     return std::make_shared<outputs::CaptureFile>(
         loop_, outputs::CaptureFile::Settings{
-                   .file = capture.file,
-                   .bufferBytes = capture.buffer,
-                   .whenFull = capture.dropOldest ? outputs::WhenFull::dropOldest : outputs::WhenFull::dropNewest});
+                   .file = capture.file, .bufferBytes = capture.buffer, .whenFull = whenFullOf(capture)});
 }
 
-void Agent::endOutput(const OutputPointer& output, std::chrono::milliseconds within,
-                      const std::function<void()>& done) {
+void Agent::endOutput(const OutputPointer& output) {
     ending_.push_back(output);
-    output->flush(within, [this, output, done] {
-        loop_.post([this, output, done] {
-            addTo(ended_, output->account());
-            ending_.remove(output);
-            done();
+    output->flush(kFlush, [this, ends = output.get()] {
+        loop_.post([this, ends] {
+            addTo(ended_, ends->account());
+            std::erase_if(ending_, [&](const OutputPointer& each) { return each.get() == ends; });
+            if (stopped_) {
+                oneEnded();
+            }
         });
     });
 }
 
 void Agent::stop(std::chrono::milliseconds within, std::function<void()> done) {
     watchFeed_.cancel();
-    runners_.clear();
+    lastSubscriptions_ = subscriptionLines();
+    stopped_ = true;
+    endRunners([](const std::string&, const Runner&) { return true; });
     consumers_.clear();
-    auto left = std::make_shared<size_t>(1);
-    const auto oneLess = [this, left, done = std::move(done)] {
-        if (--*left > 0) {
-            return;
-        }
-        if (feed_) {
-            feed_->end(done);
-        } else {
-            done();
-        }
-    };
-    for (const auto& [name, output] : std::exchange(outputs_, {})) {
-        ++*left;
-        endOutput(output, within, oneLess);
+    stopDone_ = std::move(done);
+    endsLeft_ = 1 + outputs_.size() + ending_.size() + (gnmi_ ? 1 : 0);
+    for (const auto& [name, output] : outputs_) {
+        output->flush(within, [this] { loop_.post([this] { oneEnded(); }); });
     }
     if (gnmi_) {
-        ++*left;
-        gnmi_->stop(within, [this, oneLess] {
+        gnmi_->stop(within, [this] {
             endGnmi();
-            oneLess();
+            oneEnded();
         });
     }
-    oneLess();
+    oneEnded();
+}
+
+// Of what a stop waits for; the feed is the last.
+void Agent::oneEnded() {
+    if (--endsLeft_ > 0) {
+        return;
+    }
+    if (feed_) {
+        feed_->end(stopDone_);
+    } else {
+        stopDone_();
+    }
 }
 
 void Agent::watchFeed() {
@@ -328,13 +377,22 @@ void Agent::watchFeed() {
     watchFeed_.start(kFeedWatch);
 }
 
-std::vector<std::string> Agent::ledgerLines() const {
+std::vector<std::string> Agent::subscriptionLines() const {
     std::vector<std::string> lines;
     for (const auto& [name, runner] : runners_) {
         lines.push_back(lineOf(name, runner->ledger()));
     }
     for (const auto& streamed : streamed_) {
         lines.push_back(lineOf(streamed->runner->source().name, streamed->runner->ledger()));
+    }
+    return lines;
+}
+
+std::vector<std::string> Agent::ledgerLines() const {
+    std::vector<std::string> lines = stopped_ ? lastSubscriptions_ : subscriptionLines();
+    const size_t subscriptions = lines.size();
+    for (const auto& [path, ledger] : endedStreams_) {
+        lines.push_back(lineOf(fmt::format("gnmi (ended) {}", path), ledger));
     }
     for (const auto& [name, output] : outputs_) {
         lines.push_back(lineOf("output", name, output->account()));
@@ -347,12 +405,20 @@ std::vector<std::string> Agent::ledgerLines() const {
     if (const host::Account ended = endedCalls(); ended.offered > 0) {
         lines.push_back(lineOf("gnmi", "(ended)", ended));
     }
-    if (ended_.offered > 0) {
-        lines.push_back(lineOf("output", "(ended)", ended_));
+    if (const host::Account ended = endedOutputs(); ended.offered > 0) {
+        lines.push_back(lineOf("output", "(ended)", ended));
     }
-    lines.push_back(fmt::format("ledger of {} subscriptions and {} outputs: {}", runners_.size() + streamed_.size(),
-                                outputs_.size(), anyDropped() ? "records were dropped" : "nothing was dropped"));
+    lines.push_back(fmt::format("ledger of {} subscriptions and {} outputs: {}", subscriptions, outputs_.size(),
+                                anyDropped() ? "records were dropped" : "nothing was dropped"));
     return lines;
+}
+
+host::Account Agent::endedOutputs() const {
+    host::Account sum = ended_;
+    for (const OutputPointer& output : ending_) {
+        addTo(sum, output->account());
+    }
+    return sum;
 }
 
 host::Account Agent::endedCalls() const {
@@ -370,26 +436,35 @@ std::vector<host::Figure> Agent::figures() const {
         ledgers.push_back({name, runner->source().path.alias, runner->ledger()});
         workers += uint64_t{runner->process() > 0};
     }
+    std::map<std::string, SubscriptionLedger> streams = endedStreams_;
     for (const auto& streamed : streamed_) {
+        streams[streamed->runner->source().path.alias].add(streamed->runner->ledger());
         workers += uint64_t{streamed->runner->process() > 0};
+    }
+    for (const auto& [path, ledger] : streams) {
+        ledgers.push_back({"(gnmi)", path, ledger});
     }
     std::map<std::string, host::Account> accounts;
     for (const auto& [name, output] : outputs_) {
         accounts[name] = output->account();
     }
-    if (ended_.offered > 0) {
-        accounts["(ended)"] = ended_;
+    if (const host::Account ended = endedOutputs(); ended.offered > 0) {
+        accounts["(ended)"] = ended;
     }
     uint64_t calls = 0;
+    if (const host::Account ended = endedCalls(); gnmi_ || ended.offered > 0) {
+        accounts["(gnmi)"] = ended;
+    }
     if (gnmi_) {
-        host::Account& sum = accounts["(gnmi)"];
-        sum = endedCalls();
         for (const gnmi::CallAccount& call : gnmi_->calls()) {
-            addTo(sum, call.account);
+            addTo(accounts["(gnmi)"], call.account);
             ++calls;
         }
     }
     std::vector<host::Figure> figures = subscriptionFigures(ledgers);
+    figures.push_back(
+        {{"qos_agent_build_info", host::MetricType::info, "", "The agent's version, and the device's name."},
+         {{{{"version", QOS_AGENT_VERSION}, {"device", configuration_->device}}, uint64_t{1}}}});
     std::ranges::move(outputFigures(accounts), std::back_inserter(figures));
     if (feed_) {
         figures.push_back(
@@ -410,8 +485,15 @@ std::vector<host::Figure> Agent::figures() const {
 }
 
 bool Agent::anyDropped() const {
-    return ended_.allDropped() > 0 || endedCalls().allDropped() > 0 ||
-           std::ranges::any_of(outputs_, [](const auto& each) { return each.second->account().allDropped() > 0; });
+    const auto lost = [this](const host::Account& account) {
+        return account.allDropped() > 0 || (stopped_ && account.waiting > 0);
+    };
+    const auto runnerLost = [](const auto& each) { return each.second->ledger().anyLost(); };
+    const auto streamLost = [](const auto& each) { return each.second.anyLost(); };
+    return anyLost_ || std::ranges::any_of(runners_, runnerLost) || std::ranges::any_of(endedStreams_, streamLost) ||
+           lost(endedOutputs()) || lost(endedCalls()) ||
+           std::ranges::any_of(outputs_, [&](const auto& each) { return lost(each.second->account()); }) ||
+           (gnmi_ && std::ranges::any_of(gnmi_->calls(), [&](const auto& each) { return lost(each.account); }));
 }
 
 }  // namespace agent

@@ -49,7 +49,10 @@ class Agent : public gnmi::Sampler {
      */
     void apply(const Configuration& configuration);
 
-    /* Ends everything, giving outputs and streams so long to deliver what waits; then calls done. */
+    /*
+     * Ends everything, giving outputs and streams so long to deliver what waits; then calls done. What still waits when
+     * the object is destroyed before, is lost and counts as dropped.
+     */
     void stop(std::chrono::milliseconds within, std::function<void()> done);
 
     /* The ledger, a line for each subscription and output, for people. */
@@ -58,7 +61,7 @@ class Agent : public gnmi::Sampler {
     /* The ledger in numbers, of the subscriptions and outputs that the configuration names, and of the agent itself. */
     std::vector<host::Figure> figures() const;
 
-    /* Whether any record was dropped since the agent began. */
+    /* Whether any record was dropped, or lost on its way to the agent, since it began. */
     bool anyDropped() const;
 
     std::unique_ptr<gnmi::Sampling> start(const host::Subscription& subscription, host::Consumer& consumer) override;
@@ -74,14 +77,22 @@ class Agent : public gnmi::Sampler {
     std::unique_ptr<Runner> makeRunner(std::string name, const host::Subscription& subscription,
                                        const Consumers& consumers);
     using OutputPointer = std::shared_ptr<outputs::Output>;
-    OutputPointer makeOutput(const Configuration& configuration, const Configuration::Output& settings);
+    using Outputs = std::map<std::string, OutputPointer>;
+    OutputPointer makeOutput(const Configuration::Output& settings);
+    Outputs outputsFor(const Configuration& configuration);
+    void exchangeOutputs(Outputs outputs);
+    template <class Ends>
+    void endRunners(const Ends& ends);
     std::unique_ptr<gnmi::Service> makeGnmi(const Configuration::Gnmi& settings);
     void applyGnmi(const Configuration& configuration, bool tablesChange);
     void endGnmi();
     host::Account endedCalls() const;
+    host::Account endedOutputs() const;
     void beginTables(bool anew);
     void tablesReady();
-    void endOutput(const OutputPointer& output, std::chrono::milliseconds within, const std::function<void()>& done);
+    void endOutput(const OutputPointer& output);
+    void oneEnded();
+    std::vector<std::string> subscriptionLines() const;
     void watchFeed();
 
     host::Loop& loop_;
@@ -89,22 +100,31 @@ class Agent : public gnmi::Sampler {
     std::function<void()> ready_;
     Children children_;
     std::optional<Configuration> configuration_;  // what runs
-    std::optional<Database> database_;
+    std::unique_ptr<Database> database_;
+    std::unique_ptr<Database> nextDatabase_;  // takes its place when the feed has ended
     std::unique_ptr<FeedRunner> feed_;
     bool tablesReady_ = false;
     std::optional<host::FeedWatch> feedWatch_;
     host::Loop::Watch watchFeed_;
 
     Consumers consumers_;  // the outputs
-    std::map<std::string, OutputPointer> outputs_;
-    std::list<OutputPointer> ending_;  // outputs that deliver what waits
-    host::Account ended_;              // sum of the outputs that are no more
+    Outputs outputs_;
+    std::list<OutputPointer> ending_;  // outputs that are no more, but deliver what waits
+    host::Account ended_;              // sum of those that are through with that
     std::map<std::string, std::unique_ptr<Runner>> runners_;
+    bool anyLost_ = false;      // by runners that are no more
     host::Account endedCalls_;  // sum of those of services that are no more
     std::list<std::shared_ptr<Streamed>> streamed_;
     std::list<std::shared_ptr<Streamed>> endedStreamed_;
+    std::map<std::string, SubscriptionLedger> endedStreams_;  // sums by path
     uint32_t lastId_ = 0;
     uint64_t streamedStarted_ = 0;
+
+    bool stopped_ = false;
+    std::vector<std::string> lastSubscriptions_;  // lines of the ledger, as it was stopped
+    size_t endsLeft_ = 0;                         // that a stop waits for
+    std::function<void()> stopDone_;
+
     std::unique_ptr<gnmi::Service> gnmi_;  // the last: its streams end with it
 };
 

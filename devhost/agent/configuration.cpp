@@ -382,6 +382,18 @@ void takeSubscription(const Place& place, const std::string& name, Configuration
     configuration.subscriptions.emplace(name, std::move(subscription));
 }
 
+void addOutput(const Place& place, const std::string& name, Configuration::Output output,
+               Configuration& configuration) {
+    const auto receiver = receiverOf(output);
+    const auto other = std::ranges::find_if(configuration.outputs,
+                                            [&](const auto& each) { return receiverOf(each.second) == receiver; });
+    if (other != configuration.outputs.end() && !receiver.second.ends_with(":0")) {
+        place.fault(fmt::format("the output {} has '{}' already: each needs its own", other->first, receiver.second));
+        return;
+    }
+    configuration.outputs.emplace(name, std::move(output));
+}
+
 void takeOutput(const Place& place, const std::string& name, Configuration& configuration) {
     enum class Type : uint8_t { none, prometheus, capture };
     Type type = Type::none;
@@ -397,7 +409,7 @@ void takeOutput(const Place& place, const std::string& name, Configuration& conf
         Configuration::Prometheus output;
         takeKeys(place, "a mapping",
                  {typeKey, {"listen", [&](const Place& value) { takeAddress(value, output.listen); }}});
-        configuration.outputs.emplace(name, output);
+        addOutput(place, name, output, configuration);
     } else if (type == Type::capture) {
         Configuration::CaptureFile output;
         takeKeys(place, "a mapping",
@@ -410,8 +422,9 @@ void takeOutput(const Place& place, const std::string& name, Configuration& conf
                    }}});
         if (output.file.empty()) {
             place.fault("a capture needs a file: add file: and a path");
+            return;
         }
-        configuration.outputs.emplace(name, output);
+        addOutput(place, name, output, configuration);
     }
 }
 
@@ -456,6 +469,12 @@ Key entries(std::string_view name, const char* wanted, const Take& take) {
 }
 
 }  // namespace
+
+std::pair<size_t, std::string> receiverOf(const Configuration::Output& settings) {
+    const auto* const prometheus = std::get_if<Configuration::Prometheus>(&settings);
+    return {settings.index(),
+            prometheus != nullptr ? prometheus->listen : std::get<Configuration::CaptureFile>(settings).file};
+}
 
 Configuration parseConfiguration(const std::string& text, const std::string& file) {
     Faults faults(file);

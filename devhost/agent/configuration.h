@@ -9,6 +9,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -62,6 +63,12 @@ struct Configuration {
     std::map<std::string, Output> outputs;
     std::optional<Gnmi> gnmi;
 };
+
+/*
+ * What an output has for itself alone, behind the number of its kind: the place where it listens, or its file. One that
+ * is to have the same is the same output, under another name or set differently.
+ */
+std::pair<size_t, std::string> receiverOf(const Configuration::Output& settings);
 
 /* Faults of a configuration; what() has a line for each: where, what stands there and what would be right. */
 class ConfigurationError : public host::UsageError {

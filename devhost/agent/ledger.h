@@ -5,8 +5,8 @@
 #ifndef DEVHOST_AGENT_LEDGER_H
 #define DEVHOST_AGENT_LEDGER_H
 
+#include <algorithm>
 #include <cstdint>
-#include <string>
 
 namespace agent {
 
@@ -28,7 +28,29 @@ struct SubscriptionLedger {
     uint64_t messages = 0;      // that the plug-in and the database logged
     uint64_t lastPass = 0;      // when the last one began, milliseconds since 1970; 0: none yet
     uint64_t lastLateness = 0;  // microseconds by which it began later than it was due
-    bool up = false;            // the worker runs and its last pass was read to its end
+
+    /* Whether any record of it was lost on the way to the agent. */
+    bool anyLost() const { return refused > 0 || gaps > 0; }
+
+    /* Sums up several subscriptions; the last pass is the latest of them. */
+    void add(const SubscriptionLedger& other) {
+        passes += other.passes;
+        failedPasses += other.failedPasses;
+        missedBeats += other.missedBeats;
+        restarts += other.restarts;
+        rows += other.rows;
+        records += other.records;
+        refused += other.refused;
+        notSent += other.notSent;
+        gaps += other.gaps;
+        batches += other.batches;
+        bytes += other.bytes;
+        encodeTime += other.encodeTime;
+        passTime += other.passTime;
+        messages += other.messages;
+        lastLateness = other.lastPass > lastPass ? other.lastLateness : lastLateness;
+        lastPass = std::max(lastPass, other.lastPass);
+    }
 };
 
 }  // namespace agent

@@ -73,10 +73,13 @@ int run(const std::string& file, const std::string& pluginFile) {
             return;
         }
         sd_notify(0, "STOPPING=1");
-        tell(agent.ledgerLines());
         agent.stop(kFlush, [&loop] { loop.stop(); });
     };
     const auto reload = [&] {
+        if (stopping) {
+            host::report("it is ending: the configuration is not read again");
+            return;
+        }
         if (file.empty()) {
             host::report("there is no configuration file to read again");
             return;
@@ -97,6 +100,7 @@ int run(const std::string& file, const std::string& pluginFile) {
     const auto onHangUp = loop.onSignal(SIGHUP, reload);
     const auto onLedger = loop.onSignal(SIGUSR1, [&] { tell(agent.ledgerLines()); });
     loop.run();
+    tell(agent.ledgerLines());
     return agent.anyDropped() ? host::kFailed : host::kDone;
 }
 

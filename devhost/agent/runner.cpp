@@ -100,7 +100,6 @@ void Runner::watch() {
 
 void Runner::lost(const std::string& why) {
     watchdog_.cancel();
-    ledger_.up = false;
     ++ledger_.restarts;
     messages_.push_back(fmt::format("the worker of subscription {} {}", source_.name, why));
     trouble_.tell(std::exchange(messages_, {}));
@@ -162,7 +161,6 @@ void Runner::take(const host::CaptureRecord& record, const host::PassEnd& end, c
     ledger_.passTime += end.duration;
     ledger_.lastPass = end.beginTime;
     ledger_.lastLateness = end.lateness;
-    ledger_.up = done;
     if (end.rows) {
         ledger_.rows += *end.rows;
         ledger_.notSent += *end.rows - std::min(*end.rows, passRecords_);

@@ -38,6 +38,13 @@ class BoundedQueue {
     explicit BoundedQueue(size_t bytes, WhenFull whenFull = WhenFull::dropOldest)
         : bound_(bytes), whenFull_(whenFull) {}
 
+    /* What waits beyond a smaller bound stays until the next offer. */
+    void setBound(size_t bytes, WhenFull whenFull) {
+        const std::scoped_lock lock(mutex_);
+        bound_ = bytes;
+        whenFull_ = whenFull;
+    }
+
     /*
      * Adds the item, which takes so many bytes and has so many records, perhaps none. Where there is no room, the
      * oldest that nobody has taken are dropped for it, or else it is dropped itself.
@@ -163,9 +170,9 @@ class BoundedQueue {
         account_.bytesWaiting -= entry.bytes;
     }
 
-    const size_t bound_;
-    const WhenFull whenFull_;
     mutable std::mutex mutex_;
+    size_t bound_;
+    WhenFull whenFull_;
     std::condition_variable changed_;
     std::deque<Entry> entries_;  // that nobody has taken
     host::Account account_;

@@ -70,6 +70,8 @@ class CaptureFile : public Output {
     void workerLost(const host::Source& /*source*/, const std::string& /*why*/) override {}
     void sourceEnded(const host::Source& /*source*/) override {}
 
+    void setBuffer(size_t bytes, WhenFull whenFull) { queue_.setBound(bytes, whenFull); }
+
     host::Account account() const override { return queue_.account(); }
     void flush(std::chrono::milliseconds within, std::function<void()> done) override;
 

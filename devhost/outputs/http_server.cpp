@@ -15,7 +15,7 @@ namespace outputs {
 
 namespace {
 
-constexpr std::chrono::seconds kLookAround{1};
+constexpr std::chrono::milliseconds kLookAround{1000};
 
 HttpServer::Response say(unsigned status, std::string text) {
     return {.status = status, .body = {std::make_shared<const std::string>(std::move(text))}};
@@ -62,6 +62,9 @@ struct HttpServer::Callbacks {
             const auto* const info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
             *context = &server.connections_.emplace_back(Connection{.socket = info->connect_fd});
             server.makeRoom();
+            if (server.isFull()) {
+                server.overdue_.start(kLeastIdle);
+            }
         } else {
             server.connections_.remove_if([&](const Connection& each) { return &each == *context; });
             server.closed_ = true;
@@ -132,7 +135,7 @@ HttpServer::HttpServer(host::Loop& loop, std::string_view listen, Limits limits)
     due_ = loop.timer([this] { work(); });
     overdue_ = loop.timer([this] {
         makeRoom();
-        overdue_.start(kLookAround);
+        overdue_.start(isFull() ? kLeastIdle : kLookAround);
     });
     overdue_.start(kLookAround);
 }
@@ -159,18 +162,18 @@ void HttpServer::work() {
 
 // A connection is closed by its socket: the library then finds it at its end.
 void HttpServer::makeRoom() {
-    const bool full = connections_.size() >= limits_.connections;
-    const auto answerTime = full || bytesUnderWay_ > limits_.answerBytes / 2 ? kSlow : limits_.answerTime;
+    const auto answerTime = isFull() || bytesUnderWay_ > limits_.answerBytes / 2 ? kSlow : limits_.answerTime;
     const auto now = Clock::now();
     const Connection* idlest = nullptr;
     for (const Connection& each : connections_) {
         if (each.answering && now - each.since > answerTime) {
             shutdown(each.socket, SHUT_RDWR);
-        } else if (!each.answering && (idlest == nullptr || each.since < idlest->since)) {
+        } else if (!each.answering && now - each.since >= kLeastIdle &&
+                   (idlest == nullptr || each.since < idlest->since)) {
             idlest = &each;
         }
     }
-    if (full && idlest != nullptr) {
+    if (isFull() && idlest != nullptr) {
         shutdown(idlest->socket, SHUT_RDWR);
     }
 }

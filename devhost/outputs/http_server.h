@@ -3,8 +3,8 @@
  * GET and HEAD, requests without a body. No client can hold it up or make it grow: connections, the size of a request,
  * the bytes of answers under way and the time that one may take have bounds.
  *
- * When all connections are in use, the one that has waited longest for a request is closed for the next client. Then,
- * and while more than half of the bytes are under way, an answer may take kSlow.
+ * When all connections are in use, the one that has waited longest for a request, but kLeastIdle, is closed for the
+ * next client. Then, and while more than half of the bytes are under way, an answer may take kSlow.
  */
 #ifndef DEVHOST_OUTPUTS_HTTP_SERVER_H
 #define DEVHOST_OUTPUTS_HTTP_SERVER_H
@@ -79,6 +79,7 @@ class HttpServer {
 
   private:
     static constexpr std::chrono::seconds kSlow{2};
+    static constexpr std::chrono::milliseconds kLeastIdle{200};
 
     using Clock = std::chrono::steady_clock;
     struct Connection {
@@ -90,6 +91,7 @@ class HttpServer {
     struct UnderWay;
 
     void work();
+    bool isFull() const { return connections_.size() >= limits_.connections; }
     void makeRoom();
     Response respond(MHD_Connection* connection, const std::string& path, std::string_view method);
     bool answer(MHD_Connection* connection, Response response);

@@ -1,15 +1,19 @@
 /*
  * Which metrics the records of a path become. Rules make them of the schema's names and units, so that a new leaf has
- * its metric without a line here:
+ * its metric without a line here.
  *
- *   name      qos_, the words of the path without "statistics", the words of the leaf: "queue-statistics" and
- *             "pass-packets" become qos_queue_pass_packets_total. What the leaf repeats of the path's end stands once.
- *   labels    the leaves that say where a record was counted: interface-name (interface), queue-id (queue), slot-id
- * (slot), service-class (service_class with the class's name, and queue with the number). queueN-   at the front of a
- * leaf's name is a label, too: eight leaves become one metric. units     "packets" or "bytes" that the leaf's name ends
- * in: a counter, _packets_total. "packets per second": a gauge, _packets_per_second. "percent": a gauge, _ratio, from 0
- * to 1. Another unit stands at the end of the name. Without units: a gauge as the database has it. texts     a date and
- * time is a gauge, _timestamp_seconds since 1970, read as UTC; one that is none has no sample.
+ * The name is qos_, the words of the path without "statistics", the words of the leaf: "queue-statistics" and
+ * "pass-packets" become qos_queue_pass_packets_total. What the leaf repeats of the path's end stands once.
+ *
+ * Labels are the leaves that say where a record was counted: interface-name (interface), queue-id (queue), slot-id
+ * (slot), service-class (service_class with the class's name, and queue with the number). "queueN-" at the front of a
+ * leaf's name is a label, too: eight leaves become one metric.
+ *
+ * Of the units, "packets" or "bytes" that the leaf's name ends in make a counter, _packets_total; "packets per second"
+ * a gauge, _packets_per_second; "percent" a gauge, _ratio, from 0 to 1. Another unit stands at the end of the name.
+ * Without units it is a gauge as the database has it.
+ *
+ * Of the texts, a date and time is a gauge, _timestamp_seconds since 1970, read as UTC; one that is none has no sample.
  */
 #ifndef DEVHOST_OUTPUTS_PATH_METRICS_H
 #define DEVHOST_OUTPUTS_PATH_METRICS_H

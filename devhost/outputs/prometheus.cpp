@@ -10,11 +10,8 @@
 
 namespace outputs {
 
-Prometheus::Prometheus(host::Loop& loop, const Settings& settings, host::FigureSource ledger)
-    : build_{{"qos_agent_build_info", host::MetricType::info, "", "The agent's version, and the device's name."},
-             {{{{"version", settings.version}, {"device", settings.device}}, uint64_t{1}}}},
-      ledger_(std::move(ledger)),
-      server_(loop, settings.listen) {
+Prometheus::Prometheus(host::Loop& loop, std::string_view listen, host::FigureSource ledger)
+    : ledger_(std::move(ledger)), server_(loop, listen) {
     server_.route("/metrics", [this](const HttpServer::Request& request) {
         const Exposition form = expositionFor(request.header("Accept"));
         return HttpServer::Response{.contentType = std::string(contentTypeOf(form)), .body = metrics(form)};
@@ -50,7 +47,6 @@ void Prometheus::flush(std::chrono::milliseconds /*within*/, std::function<void(
 
 std::string Prometheus::renderFigures(Exposition form, Clock::time_point now) const {
     std::string text;
-    writeFigure(text, form, build_);
     for (const auto& figures : {series_.figures(now), ledger_(), processFigures()}) {
         for (const host::Figure& figure : figures) {
             writeFigure(text, form, figure);

@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "devhost/outputs/exposition.h"
 #include "devhost/outputs/http_server.h"
@@ -30,14 +31,8 @@ class Prometheus : public Output {
   public:
     static constexpr std::chrono::milliseconds kFreshness{100};
 
-    struct Settings {
-        std::string listen = "127.0.0.1:9464";
-        std::string version = {};  // of the agent
-        std::string device = {};   // the name that it was given
-    };
-
     /* Listens from now on, and says where; throws as HttpServer does. The ledger is asked while the object lives. */
-    Prometheus(host::Loop& loop, const Settings& settings, host::FigureSource ledger);
+    Prometheus(host::Loop& loop, std::string_view listen, host::FigureSource ledger);
 
     void sourceStarted(const host::Source& source) override { series_.started(source); }
     void batch(const host::SampledBatch& sampled) override;
@@ -63,7 +58,6 @@ class Prometheus : public Output {
         Clock::time_point when;
     };
 
-    host::Figure build_;
     host::FigureSource ledger_;
     RowSeries series_;
     host::Account account_;

@@ -135,6 +135,8 @@ class Tls(unittest.TestCase):
     def test_a_fault_in_new_settings_changes_nothing(self):
         with Agent(self.configuration(insecure="true")) as agent:
             port = self.port
+            stub = gnmi_pb2_grpc.gNMIStub(grpc.insecure_channel(f"127.0.0.1:{port}"))
+            stream = Stream(stub, subscribe(path_of("qos"))).wait_sync()
             for faulty in (self.secured(port=port).replace("server.key", "client.key"),
                            self.configuration(insecure="true", host="192.0.2.1", allow_remote="true")):
                 agent.lines.clear()
@@ -143,6 +145,7 @@ class Tls(unittest.TestCase):
                 wait_until(lambda: agent.said("stays as it was"))
                 self.port = port
                 self.assertEqual(self.ask(), "OK")
+            self.assertIsNone(stream.error)
             agent.configure(self.secured(port=port))
             agent.process.send_signal(signal.SIGHUP)
             wait_until(lambda: agent.said("is in force"))
