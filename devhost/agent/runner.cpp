@@ -145,7 +145,8 @@ void Runner::take(const host::CaptureRecord& record, const host::CapturedBatch& 
     } catch (const std::exception& error) {
         ledger_.refused += batch.recordCount;
         passBroken_ = true;
-        messages_.push_back(fmt::format("batch {} of subscription {}: {}", batch.hostArg2, source_.name, error.what()));
+        // Without its number: of batches that are refused pass by pass, it is said once.
+        messages_.push_back(fmt::format("a batch of subscription {} cannot be read: {}", source_.name, error.what()));
         return;
     }
     ledger_.records += records.size();

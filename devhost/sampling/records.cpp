@@ -5,6 +5,8 @@
 #include <google/protobuf/wire_format_lite.h>
 
 #include <charconv>
+#include <cmath>
+#include <optional>
 #include <stdexcept>
 #include <utility>
 
@@ -122,15 +124,32 @@ std::vector<RecordPointer> decodeGpbRecords(const Catalogued& path, std::string_
     return records;
 }
 
+// With an exponent as well, as in 2e+15: so the plug-in writes large ones, from doubles.
+std::optional<uint64_t> wholeNumber(std::string_view text) {
+    const char* const end = text.data() + text.size();
+    uint64_t number = 0;
+    if (const auto [after, fault] = std::from_chars(text.data(), end, number); after == end) {
+        return fault == std::errc{} ? std::optional(number) : std::nullopt;
+    }
+    constexpr double kPastLargest = 0x1p64;  // what the largest ones are rounded to
+    double rounded = 0;
+    const auto [rest, error] = std::from_chars(text.data(), end, rounded);
+    if (error != std::errc{} || rest != end || std::trunc(rounded) != rounded || rounded < 0 ||
+        rounded > kPastLargest) {
+        return {};
+    }
+    return rounded < kPastLargest ? static_cast<uint64_t>(rounded) : UINT64_MAX;
+}
+
 Value valueOf(const FieldDescriptor& field, std::string text) {
     Value value = emptyValue(field);
     if (auto* const number = std::get_if<uint64_t>(&value)) {
-        const char* const end = text.data() + text.size();
-        if (const auto [rest, error] = std::from_chars(text.data(), end, *number);
-            error != std::errc{} || rest != end) {
+        const auto read = wholeNumber(text);
+        if (!read) {
             throw std::runtime_error(fmt::format("the JSON sample has {} in {}, which is no whole number of 64 bits",
                                                  text, field.json_name()));
         }
+        *number = *read;
     } else if (auto* const truth = std::get_if<bool>(&value)) {
         *truth = text == "true";
     } else {

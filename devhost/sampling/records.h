@@ -34,7 +34,8 @@ size_t sizeOf(const Record& record);
 
 /*
  * The records of a payload. Throws std::runtime_error for what does not fit the schema of the path, as decode.h does;
- * numbers of JSON that are no whole ones from 0 to 2^64 - 1 among it.
+ * numbers of JSON that are no whole ones from 0 to 2^64 - 1 among it. They may have an exponent, as in 2e+15; 2^64, to
+ * which JSON rounds the largest, is read as 2^64 - 1.
  */
 std::vector<RecordPointer> decodeRecords(const Catalogued& path, QosTlmEncodeType encoding, std::string_view payload);
 

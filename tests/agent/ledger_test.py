@@ -1,0 +1,42 @@
+"""What became of every record: what is read, refused and not sent adds up, and what goes wrong is said once."""
+
+import os
+import shutil
+import tempfile
+import unittest
+
+from harness import Agent, wait_until
+from metrics import configuration, get, make_database, port_of, samples
+
+
+def some_passes(agent, name="one", count=3):
+    """The ledger of a subscription that has made so many passes."""
+    return wait_until(lambda: (found := agent.ledger()[name])["passes"] >= count and found)
+
+
+class Ledger(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.folder)
+        self.database = os.path.join(self.folder, "q.db")
+        self.connection = make_database(self.database)
+        self.addCleanup(self.connection.close)
+        (self.rows,) = self.connection.execute("SELECT count(*) FROM queue_stat").fetchone()
+
+    def test_large_numbers_arrive_in_json_as_well(self):
+        self.connection.execute("UPDATE queue_stat SET passPackets = 2000000000000000, passBytes = -1 "
+                                "WHERE ifIndex = (SELECT min(ifIndex) FROM queue_stat)")
+        self.connection.commit()
+        lines = "  one: {path: queue-statistics, every: 500ms, encoding: json}\n"
+        with Agent(configuration(self.database, lines)) as agent:
+            found = some_passes(agent)
+            self.assertEqual((found["refused"], found["not sent"]), (0, 0))
+            shown = samples(get(port_of(agent))[2])
+            self.assertIn("2000000000000000", shown["qos_queue_pass_packets_total"].values())
+            # The largest one: 2^64 in JSON, which has rounded it.
+            self.assertIn(str(2**64 - 1), shown["qos_queue_pass_bytes_total"].values())
+            self.assertEqual(agent.stop(), 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
