@@ -144,6 +144,7 @@ void Runner::take(const host::CaptureRecord& record, const host::CapturedBatch& 
         records = decodeRecords(source_.path, captured.encoding, batch.payload);
     } catch (const std::exception& error) {
         ledger_.refused += batch.recordCount;
+        passRecords_ += batch.recordCount;
         passBroken_ = true;
         // Without its number: of batches that are refused pass by pass, it is said once.
         messages_.push_back(fmt::format("a batch of subscription {} cannot be read: {}", source_.name, error.what()));

@@ -83,7 +83,7 @@ class Runner {
     // Of the pass that it is in.
     std::vector<std::string> messages_;
     std::vector<host::RowKey> gone_;
-    uint64_t passRecords_ = 0;
+    uint64_t passRecords_ = 0;  // the refused ones among them
     bool passBroken_ = false;  // something of it was lost
 };
 

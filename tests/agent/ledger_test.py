@@ -10,8 +10,12 @@ from metrics import configuration, get, make_database, port_of, samples
 
 
 def some_passes(agent, name="one", count=3):
-    """The ledger of a subscription that has made so many passes."""
-    return wait_until(lambda: (found := agent.ledger()[name])["passes"] >= count and found)
+    """The ledger of a subscription that has made so many passes of a batch, between two of them."""
+    def found():
+        """so many passes"""
+        figures = agent.ledger()[name]
+        return figures["passes"] >= count and figures["batches"] == figures["passes"] and figures
+    return wait_until(found)
 
 
 class Ledger(unittest.TestCase):
@@ -36,6 +40,15 @@ class Ledger(unittest.TestCase):
             # The largest one: 2^64 in JSON, which has rounded it.
             self.assertIn(str(2**64 - 1), shown["qos_queue_pass_bytes_total"].values())
             self.assertEqual(agent.stop(), 0)
+
+    def test_what_is_refused_is_counted_once_and_said_once(self):
+        lines = "  one: {path: queue-statistics, every: 200ms}\n"
+        plugin = {"NIVEX_QOS_PLUGIN": os.environ["FOREIGN_PLUGIN"]}
+        with Agent(configuration(self.database, lines), plugin) as agent:
+            found = some_passes(agent)
+            self.assertEqual([found[name] / found["passes"] for name in ("rows", "records", "refused", "not sent")],
+                             [self.rows, 0, 1, self.rows - 1])
+            self.assertEqual(len(agent.said("a batch of subscription one cannot be read")), 1)
 
 
 if __name__ == "__main__":
