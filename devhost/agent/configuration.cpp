@@ -33,6 +33,8 @@ using std::chrono::milliseconds;
 constexpr size_t kLongestFile = size_t{1} << 20;
 constexpr size_t kMostFaults = 20;
 constexpr size_t kLongestName = 64;
+constexpr size_t kMostSubscriptions = 256;  // each is a process
+constexpr size_t kMostOutputs = 32;
 constexpr milliseconds kShortestInterval{100};
 
 /* All that is wrong with a file, so that it need not be mended once for each fault. */
@@ -233,7 +235,9 @@ void takeChoice(const Place& place, Choice& choice,
 
 void takeFile(const Place& place, std::string& file) {
     file = place.text("the name of a file");
-    if (!file.empty() && file.front() != '/') {
+    if (file.size() >= PATH_MAX) {
+        place.fault(fmt::format("the name of a file has at most {} bytes, this one {}", PATH_MAX - 1, file.size()));
+    } else if (!file.empty() && file.front() != '/') {
         place.fault(fmt::format("'{}' is no whole path: begin it with /", file));
     }
 }
@@ -457,11 +461,17 @@ std::string nameOfMachine() {
     return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "localhost";
 }
 
+/* At most so many; the first one too many is a fault, and the rest is not looked at. */
 template <class Take>
-Key entries(std::string_view name, const char* wanted, const Take& take) {
+Key entries(std::string_view name, const char* wanted, size_t most, const Take& take) {
     return {name, [=](const Place& place) {
+                size_t count = 0;
                 place.eachKey(wanted, [&](const std::string& key, const Place& value) {
-                    if (checkName(value, key)) {
+                    ++count;
+                    if (count == most + 1) {
+                        value.fault(
+                            fmt::format("there are at most {} {}: leave out this one and those after it", most, name));
+                    } else if (count <= most && checkName(value, key)) {
                         take(value, key);
                     }
                 });
@@ -492,11 +502,11 @@ Configuration parseConfiguration(const std::string& text, const std::string& fil
                    }},
                   {"feed", [&](const Place& value) { takeFeed(value, configuration.feed); }},
                   {"database", [&](const Place& value) { takeFile(value, configuration.database); }},
-                  entries("subscriptions", "a mapping of names to subscriptions",
+                  entries("subscriptions", "a mapping of names to subscriptions", kMostSubscriptions,
                           [&](const Place& value, const std::string& name) {
                               takeSubscription(value, name, configuration);
                           }),
-                  entries("outputs", "a mapping of names to outputs",
+                  entries("outputs", "a mapping of names to outputs", kMostOutputs,
                           [&](const Place& value, const std::string& name) { takeOutput(value, name, configuration); }),
                   {"gnmi", [&](const Place& value) { takeGnmi(value, configuration.gnmi); }}});
         if (configuration.feed.source == Configuration::Feed::Source::none && configuration.database.empty()) {

@@ -32,6 +32,7 @@ class Faults(unittest.TestCase):
         ("device: {a: b}\n", "a.yaml:1:9: device: a mapping stands here where a name is wanted"),
         ("device: 'a b'\n", "device: a name has 1 to 64 letters"),
         ("database: here.db\n", "database: 'here.db' is no whole path"),
+        ("database: /" + 4095 * "d", "a.yaml:1:11: database: the name of a file has at most 4095 bytes, this one 4096"),
         ("feed: tea\n", "feed: 'tea' stands here where one of none, kernel, sim is wanted"),
         ("feed: none\n", "without a feed there is nothing to read"),
         ("feed: {source: kernel, ports: 3}\n", "feed.ports: only a feed with source: sim has this"),
@@ -75,6 +76,18 @@ class Faults(unittest.TestCase):
         self.assertEqual(len(err.splitlines()), 20)
         _, _, err = check("device: {}\nfeed: tea\ngnmi: 5\n")
         self.assertEqual([line.split(":")[2] for line in err.splitlines()], ["1", "2", "3", "3"])
+
+    def test_there_are_so_many_subscriptions_and_outputs_and_no_more(self):
+        for key, value, most in (("subscriptions", "{path: queue-statistics}", 256),
+                                 ("outputs", "{type: capture, file: /f%d}", 32)):
+            lines = [f"  n{number}: {value.replace('%d', str(number))}\n" for number in range(5000)]
+            code, out, err = check(f"{key}:\n" + "".join(lines[:most]))
+            self.assertEqual((code, err), (0, ""))
+            self.assertEqual(len(re.findall("^(?:subscription|output) n", out, re.MULTILINE)), most)
+            code, _, err = check(f"{key}:\n" + "".join(lines))
+            self.assertEqual(code, 2)
+            self.assertRegex(err, rf"\Aqos-agent: a\.yaml:{most + 2}:\d+: {key}\.n{most}: there are at most {most} {key}")
+            self.assertEqual(len(err.splitlines()), 1)
 
     def test_hostile_files_are_refused_in_time(self):
         for text in (b"[" * 900_000, b"x" * 1_100_000, b"\xff\xfe\x00\x80" * 100, b"a: &a [*a, *a]\n",
