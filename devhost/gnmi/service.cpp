@@ -32,7 +32,8 @@ using std::chrono::seconds;
 
 constexpr const char* kInterfaceVersion = "0.10.0";
 
-constexpr int kLargestRequest = 4 * 1024 * 1024;
+// Read, a request takes a hundred times as much memory. 64 lists with keys of the longest are a third of it.
+constexpr int kLargestRequest = 128 * 1024;
 constexpr size_t kMemoryOfTransports = size_t{128} << 20U;
 constexpr int kThreadsOfTransports = 16;
 constexpr int kStreamsOfConnection = 256;

@@ -122,15 +122,17 @@ void Stream::readEnded() {
 
 void Stream::readDone() {
     readingRequest_ = false;
+    // Nothing of it is kept, for as long as there is no other.
+    SubscribeRequest request;
+    request.Swap(&request_);
     if (finished_) {
         return;
     }
     const bool isFirst = readings_.empty() && !atEnd_;
-    if (isFirst && request_.has_subscribe()) {
+    if (isFirst && request.has_subscribe()) {
         patience_.cancel();
-        const SubscriptionList list = std::move(*request_.mutable_subscribe());
         try {
-            subscribe(list);
+            subscribe(request.subscribe());
         } catch (const Fault& fault) {
             finish(fault.status());
         } catch (const TooManySubscriptions& fault) {
@@ -143,10 +145,10 @@ void Stream::readDone() {
         read();
     } else if (isFirst) {
         finish(invalid("the first message of a stream must be a subscribe"));
-    } else if (request_.has_poll() && mode_ == SubscriptionList::POLL) {
+    } else if (request.has_poll() && mode_ == SubscriptionList::POLL) {
         unsynced_ = readings_.size();
         requestPasses();
-    } else if (request_.has_poll()) {
+    } else if (request.has_poll()) {
         finish(invalid(
             fmt::format("a poll belongs to the mode POLL, this stream has {}", SubscriptionList::Mode_Name(mode_))));
     } else {

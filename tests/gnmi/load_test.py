@@ -12,15 +12,10 @@ import gnmi_pb2_grpc
 import grpc
 
 from harness import MEASURED, wait_until
-from stand import Stand, Stream, list_path, next_pass, on_change, path_of, rows_of, sample, subscribe, take_apart
+from stand import (Stand, Stream, list_path, memory, next_pass, on_change, path_of, rows_of, sample, subscribe,
+                   take_apart)
 
 QUEUES = "queue-statistics"
-
-
-def memory(process):
-    """The bytes that a process has to itself."""
-    with open(f"/proc/{process}/smaps_rollup", encoding="utf-8") as file:
-        return sum(int(line.split()[1]) for line in file if line.startswith("Private_")) * 1024
 
 
 class Load(unittest.TestCase):

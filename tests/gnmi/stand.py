@@ -288,6 +288,12 @@ class Stand(Agent):
         return accounts
 
 
+def memory(process):
+    """The bytes that a process has to itself."""
+    with open(f"/proc/{process}/smaps_rollup", encoding="utf-8") as file:
+        return sum(int(line.split()[1]) for line in file if line.startswith("Private_")) * 1024
+
+
 def next_pass(passes=1):
     """Sleeps until that many passes have begun and ended that begin at whole seconds."""
     now = time.time()
