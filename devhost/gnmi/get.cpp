@@ -61,8 +61,6 @@ void Get::begin() {
         start();
     } catch (const Fault& fault) {
         finish(fault.status());
-    } catch (const TooManySubscriptions& fault) {
-        finish({StatusCode::RESOURCE_EXHAUSTED, fault.what()});
     } catch (const std::exception& error) {
         finish({StatusCode::UNAVAILABLE, fmt::format("cannot sample: {}", error.what())});
     }

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "devhost/gnmi/fault.h"
 #include "devhost/support/shown.h"
 #include "nivex_qos/sample.h"
 
@@ -27,7 +28,13 @@ Reading::Reading(Wanted wanted, Sampler& sampler, Reader& reader)
 
 void Reading::start(bool values) {
     sends_ = values;
-    sampling_ = sampler_.start(wanted_.sampling, *this);
+    try {
+        sampling_ = sampler_.start(wanted_.sampling, *this);
+    } catch (const TooManySubscriptions& fault) {
+        throw Fault(
+            grpc::StatusCode::RESOURCE_EXHAUSTED,
+            fmt::format("path {}: {}: end another stream, or raise max-subscriptions", wanted_.path, fault.what()));
+    }
 }
 
 void Reading::requestPass() {

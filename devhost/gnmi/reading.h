@@ -44,7 +44,10 @@ class Reading : public host::Consumer {
     Reading(Wanted wanted, Sampler& sampler, Reader& reader);
     ~Reading() override { end(); }
 
-    /* Throws what Sampler::start() throws. Unless `values` is set, the first pass brings none. */
+    /*
+     * Unless `values` is set, the first pass brings none. Throws what Sampler::start() throws, and Fault where that
+     * is TooManySubscriptions.
+     */
     void start(bool values);
     void requestPass();
     void end();

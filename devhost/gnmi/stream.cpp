@@ -135,8 +135,6 @@ void Stream::readDone() {
             subscribe(request.subscribe());
         } catch (const Fault& fault) {
             finish(fault.status());
-        } catch (const TooManySubscriptions& fault) {
-            finish({StatusCode::RESOURCE_EXHAUSTED, fault.what()});
         } catch (const host::SubscriptionError& fault) {
             finish(invalid(fault.what()));
         } catch (const std::exception& error) {

@@ -113,10 +113,11 @@ class Load(unittest.TestCase):
             for request in (subscribe(list_path(QUEUES)), subscribe(path_of("qos"))):
                 refused = Stream(stand.stub, request)
                 self.assertEqual(refused.wait_end(), grpc.StatusCode.RESOURCE_EXHAUSTED)
-                self.assertIn("64", refused.error.details())
+                self.assertRegex(refused.error.details(), "^path /qos.*: 64 .*: end another stream, or raise max-sub")
             with self.assertRaises(grpc.RpcError) as caught:
                 stand.get(list_path(QUEUES))
             self.assertEqual(caught.exception.code(), grpc.StatusCode.RESOURCE_EXHAUSTED)
+            self.assertRegex(caught.exception.details(), f"^path /qos/.*/{QUEUES}: 64 .*: end another stream")
             stand.execute("UPDATE queue_stat SET dropPackets = dropPackets + 1 WHERE ifIndex % 2 = 0")
             time.sleep(4)
             for number, stream in enumerate(streams):
