@@ -143,6 +143,11 @@ class BoundedQueue {
         changed_.notify_all();
     }
 
+    bool isAbandoned() const {
+        const std::scoped_lock lock(mutex_);
+        return abandoned_;
+    }
+
     /* Returns at this time, or when the queue is closed. */
     void waitForClose(Clock::time_point until) {
         std::unique_lock lock(mutex_);

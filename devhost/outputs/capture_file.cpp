@@ -28,12 +28,13 @@ constexpr std::chrono::seconds kLongestPause{30};
     throw std::system_error(errno, std::generic_category(), what);
 }
 
-/* Where the last whole record of a capture ends, from the beginning of the file. */
-off_t endOfRecords(int file, const std::string& name) {
+/* Where the last whole record of a capture ends, from the beginning of the file; as far as `stop` lets it read. */
+template <class Stop>
+off_t endOfRecords(int file, const std::string& name, Stop stop) {
     host::CaptureParser parser;
     std::array<char, 65536> bytes;
     off_t at = 0;
-    for (;;) {
+    while (!stop()) {
         const ssize_t size = pread(file, bytes.data(), bytes.size(), at);
         if (size < 0) {
             throwErrno(fmt::format("cannot read the capture '{}'", name));
@@ -74,10 +75,23 @@ AppendedCapture::AppendedCapture(std::string file) : name_(std::move(file)) {
     if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
         throw std::runtime_error(fmt::format("the capture '{}' is being written by another program", name_));
     }
-    if (ftruncate(file_.get(), endOfRecords(file_.get(), name_)) != 0) {
+    // Its first bytes tell what is no capture.
+    endOfRecords(file_.get(), name_, [read = false]() mutable { return std::exchange(read, true); });
+}
+
+void AppendedCapture::begin(const std::function<bool()>& stop) {
+    if (begun_) {
+        return;
+    }
+    const off_t end = endOfRecords(file_.get(), name_, stop);
+    if (stop()) {
+        throw std::runtime_error(fmt::format("the capture '{}' was not read to its end", name_));
+    }
+    if (ftruncate(file_.get(), end) != 0) {
         throwErrno(fmt::format("cannot cut off what is half a record in the capture '{}'", name_));
     }
     append(std::string(host::captureHead()));
+    begun_ = true;
 }
 
 void AppendedCapture::append(const std::string& record) {
@@ -100,7 +114,7 @@ bool AppendedCapture::isInPlace() const {
     struct stat named = {};
     struct stat opened = {};
     return stat(name_.c_str(), &named) == 0 && fstat(file_.get(), &opened) == 0 && named.st_dev == opened.st_dev &&
-           named.st_ino == opened.st_ino && opened.st_size > 0;
+           named.st_ino == opened.st_ino && (opened.st_size > 0 || !begun_);
 }
 
 CaptureFile::CaptureFile(host::Loop& loop, const Settings& settings)
@@ -123,6 +137,12 @@ CaptureFile::~CaptureFile() {
 
 /* The thread: until the queue is closed and empty. */
 void CaptureFile::write() {
+    const auto stop = [this] { return queue_.isAbandoned(); };
+    try {
+        file_->begin(stop);
+    } catch (const std::exception& error) {
+        trouble_.tell({error.what()});
+    }
     std::chrono::seconds pause{0};
     while (const auto entry = queue_.take()) {
         try {
@@ -131,6 +151,7 @@ void CaptureFile::write() {
                 file_.emplace(name_);
                 queue_.reconnected();
             }
+            file_->begin(stop);
             file_->append(entry->item);
             queue_.delivered(*entry);
             trouble_.tell({});

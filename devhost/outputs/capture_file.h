@@ -29,8 +29,11 @@ namespace outputs {
 /* A capture file that is written on; what() of its failures names it. */
 class AppendedCapture {
   public:
-    /* Opens it, as above, and begins a capture; throws std::runtime_error. */
+    /* Opens it, as above; throws std::runtime_error. */
     explicit AppendedCapture(std::string file);
+
+    /* Begins a capture behind all that it has, which is read; until `stop` says so. Throws std::runtime_error. */
+    void begin(const std::function<bool()>& stop);
 
     /* Writes the record, all of it or nothing; throws std::system_error. */
     void append(const std::string& record);
@@ -41,6 +44,7 @@ class AppendedCapture {
   private:
     std::string name_;
     host::Descriptor file_;
+    bool begun_ = false;
 };
 
 class CaptureFile : public Output {

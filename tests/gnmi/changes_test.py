@@ -231,6 +231,21 @@ class Changes(unittest.TestCase):
             self.assertEqual(stream.syncs(), 1)
             self.assertIsNone(stream.error)
 
+    def test_a_line_in_the_log_about_a_row_that_comes_costs_nothing(self):
+        chips = "tm-chip-buffer-usage-statistics"
+        # A slot that is no number comes all the same, and is told in the log in each call.
+        self.stand.execute("INSERT INTO tm_chip_buf_stat VALUES ('MPU', 1, 1, 1)")
+        expected = self.stand.expected(chips)
+        self.assertIn(("MPU",), expected)
+        self.assertEqual(self.stand.get(list_path(chips))[chips], expected)
+        (stream,) = self.streams(sample(list_path(chips)))
+        wait_until(lambda: self.stand.said("slot"))
+        self.assertEqual(stream.rows()[chips], expected)
+        gone = next(key for key in expected if key != ("MPU",))
+        self.stand.execute(f"DELETE FROM tm_chip_buf_stat WHERE slotId = '{gone[0]}'")
+        wait_until(lambda: stream.deletes())
+        self.assertEqual([keys for _, keys in stream.deletes()], [gone])
+
     def test_tables_that_cannot_be_read(self):
         changes, samples = self.streams(on_change(list_path("port-ecn-statistics")),
                                         sample(list_path("port-ecn-statistics")))
