@@ -133,8 +133,8 @@ class Worker {
         const auto begin = Clock::now();
         host::Pass pass = plugin.runPass(
             path, order_.request, order_.subscription,
-            [&](const host::Batch& batch) {
-                keep(host::CapturedBatch{static_cast<QosTlmEncodeType>(order_.request.encodeType), batch});
+            [&](host::Batch batch) {
+                keep(host::CapturedBatch{static_cast<QosTlmEncodeType>(order_.request.encodeType), std::move(batch)});
             },
             [&] {
                 if (order_.followRows) {
@@ -147,7 +147,7 @@ class Worker {
             log(message);
         }
         keep(host::PassEnd{.result = static_cast<uint8_t>(pass.result),
-                           .records = pass.records(),
+                           .records = pass.records,
                            .rows = pass.rows,
                            .beginTime = beginTime,
                            .duration = microsecondsOf(Clock::now() - begin),

@@ -118,18 +118,18 @@ class Demo {
         for (const Path& path : plugin_.paths()) {
             const char* source = "kernel";
             Pass gpb = decodedPass(path, QOS_TLM_ENCODE_GPB);
-            if (gpb.records() == 0) {
+            if (gpb.records == 0) {
                 source = "simulated";
                 QosDb_SetFile(simulated.c_str());
                 gpb = decodedPass(path, QOS_TLM_ENCODE_GPB);
             }
             const Pass json = decodedPass(path, QOS_TLM_ENCODE_JSON);
             QosDb_SetFile(database_.c_str());
-            fmt::print(kLine, shown(path.alias), source, gpb.records(), gpb.bytes(), gpb.batches.size(), json.bytes(),
+            fmt::print(kLine, shown(path.alias), source, gpb.records, gpb.bytes, gpb.batches.size(), json.bytes,
                        json.batches.size());
-            if (gpb.records() == 0 || json.records() != gpb.records()) {
+            if (gpb.records == 0 || json.records != gpb.records) {
                 throw std::runtime_error(
-                    fmt::format("{} has {} records in GPB, {} in JSON", path.alias, gpb.records(), json.records()));
+                    fmt::format("{} has {} records in GPB, {} in JSON", path.alias, gpb.records, json.records));
             }
         }
     }
@@ -171,8 +171,8 @@ class Demo {
 };
 
 void printSample(const Sample& sample) {
-    fmt::print("  {:<4}  records {}, bytes {}, batches {}, encoding time {} us\n", sample.name, sample.pass.records(),
-               sample.pass.bytes(), sample.pass.batches.size(), sample.pass.encodeTime());
+    fmt::print("  {:<4}  records {}, bytes {}, batches {}, encoding time {} us\n", sample.name, sample.pass.records,
+               sample.pass.bytes, sample.pass.batches.size(), sample.pass.encodeTime);
 }
 
 void printQueues(const std::vector<Queue>& queues) {

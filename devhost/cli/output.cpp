@@ -169,7 +169,7 @@ void printSummary(uint64_t number, const Pass& pass) {
                                                            : fmt::format("{} to {}", pass.batches.front().hostArg2,
                                                                          pass.batches.back().hostArg2);
     fmt::print("pass {}: records {}, batches {}, numbers {}, bytes {}, encoding time {} us, result {}\n", number,
-               pass.records(), pass.batches.size(), numbers, pass.bytes(), pass.encodeTime(), resultText(pass.result));
+               pass.records, pass.batches.size(), numbers, pass.bytes, pass.encodeTime, resultText(pass.result));
 }
 
 void flushOutput() {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <random>
 #include <utility>
+#include <vector>
 
 #include "devhost/cli/commands.h"
 #include "devhost/cli/output.h"
@@ -105,15 +106,18 @@ int runSample(const SampleOptions& options, const std::string& pluginFile) {
         const uint64_t lateness = microsecondsSince(next);
         const uint64_t beginTime = millisecondsSince1970();
         const auto begin = steady_clock::now();
-        Pass pass = plugin.runPass(path, request, options.subscription, [&](const Batch& batch) {
+        std::vector<Batch> batches;
+        Pass pass = plugin.runPass(path, request, options.subscription, [&](Batch batch) {
             keep(CapturedBatch{options.encodeType(), batch});
+            batches.push_back(std::move(batch));
         });
+        pass.batches = std::move(batches);
         const uint64_t duration = microsecondsSince(begin);
         for (const std::string& message : pass.messages) {
             keep(LogLine{millisecondsSince1970(), message});
         }
         keep(PassEnd{.result = static_cast<uint8_t>(pass.result),
-                     .records = pass.records(),
+                     .records = pass.records,
                      .rows = pass.rows,
                      .beginTime = beginTime,
                      .duration = duration,

@@ -97,32 +97,7 @@ std::optional<uint64_t> rowsOf(const Path& path) {
     return rows;
 }
 
-template <class Member>
-uint64_t sumOf(const std::vector<Batch>& batches, Member member) {
-    uint64_t sum = 0;
-    for (const Batch& batch : batches) {
-        sum += batch.*member;
-    }
-    return sum;
-}
-
 }  // namespace
-
-uint64_t Pass::records() const {
-    return sumOf(batches, &Batch::recordCount);
-}
-
-uint64_t Pass::bytes() const {
-    uint64_t sum = 0;
-    for (const Batch& batch : batches) {
-        sum += batch.payload.size();
-    }
-    return sum;
-}
-
-uint64_t Pass::encodeTime() const {
-    return sumOf(batches, &Batch::encodeTimeSpend);
-}
 
 Host::Host(const std::string& pluginFile) {
     void* const library = loadPlugin(pluginFile);
@@ -160,19 +135,21 @@ const Path& Host::path(std::string_view name) const {
 }
 
 Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId,
-                   const std::function<void(const Batch&)>& onBatch, const std::function<void()>& atEnd) {
+                   const std::function<void(Batch)>& onBatch, const std::function<void()>& atEnd) {
     const ScopedState state;
     Pass pass;
     bool sent = false;
     do {
-        const size_t batchesBefore = received.batches.size();
         const size_t messagesBefore = received.messages.size();
         pass.result = path.queryFunc(subscriptionId, nextNumber_, &request);
-        sent = received.batches.size() > batchesBefore;
+        sent = !received.batches.empty();
         // A call that had nothing to send leaves its number to the next; one that failed does not, so that a gap shows.
         nextNumber_ += sent || received.messages.size() > messagesBefore || pass.result == QOS_TLM_RESULT_FAILED;
-        if (sent && onBatch) {
-            onBatch(received.batches.back());
+        for (Batch& batch : std::exchange(received.batches, {})) {
+            pass.records += batch.recordCount;
+            pass.bytes += batch.payload.size();
+            pass.encodeTime += batch.encodeTimeSpend;
+            onBatch ? onBatch(std::move(batch)) : pass.batches.push_back(std::move(batch));
         }
     } while (pass.result == QOS_TLM_RESULT_MORE && sent && !stopRequested());
     if (pass.result != QOS_TLM_RESULT_FAILED) {  // it could be for the same reason, to be said once
@@ -181,7 +158,6 @@ Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t s
     if (atEnd) {
         atEnd();
     }
-    pass.batches = std::exchange(received.batches, {});
     pass.messages = std::exchange(received.messages, {});
     if (pass.result == QOS_TLM_RESULT_MORE && !sent) {
         pass.messages.push_back(fmt::format("{} says that records remain, but sends none", path.alias));

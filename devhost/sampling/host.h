@@ -32,13 +32,12 @@ struct Path {
 /* All sampling calls from the beginning to the end of a path's table, or to the first that failed. */
 struct Pass {
     uint32_t result = QOS_TLM_RESULT_DONE;  // of the last call; MORE when a stop was requested in mid-pass
-    std::vector<Batch> batches;             // in the order of upload
+    uint64_t records = 0;                   // of all batches, as their headers count them
+    uint64_t bytes = 0;                     // of payload
+    uint64_t encodeTime = 0;                // microseconds
+    std::vector<Batch> batches;             // in the order of upload; none where they were handed on
     std::vector<std::string> messages;      // what the plug-in and the database logged meanwhile
     std::optional<uint64_t> rows;           // of the table; none after a failure, and of a path that is not known
-
-    uint64_t records() const;
-    uint64_t bytes() const;
-    uint64_t encodeTime() const;  // microseconds
 };
 
 class Host {
@@ -58,12 +57,13 @@ class Host {
     const Path& path(std::string_view name) const;
 
     /*
-     * Calls the path until its pass ends, a call fails, or a stop is requested; onBatch sees each batch as it arrives.
-     * The running numbers of this process's batches follow each other; one is left out for a call that failed. atEnd is
-     * called when all is read, while the database still shows the state of the pass.
+     * Calls the path until its pass ends, a call fails, or a stop is requested. onBatch gets each batch as it arrives;
+     * without it they are kept for the end. The running numbers of this process's batches follow each other; one is
+     * left out for a call that failed. atEnd is called when all is read, while the database still shows the state of
+     * the pass.
      */
     Pass runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId,
-                 const std::function<void(const Batch&)>& onBatch = {}, const std::function<void()>& atEnd = {});
+                 const std::function<void(Batch)>& onBatch = {}, const std::function<void()>& atEnd = {});
 
   private:
     std::vector<Path> paths_;
