@@ -152,11 +152,11 @@ Pass Host::runPass(const Path& path, const QosTlmQueryParam& request, uint32_t s
             onBatch ? onBatch(std::move(batch)) : pass.batches.push_back(std::move(batch));
         }
     } while (pass.result == QOS_TLM_RESULT_MORE && sent && !stopRequested());
-    if (pass.result != QOS_TLM_RESULT_FAILED) {  // it could be for the same reason, to be said once
+    if (pass.result != QOS_TLM_RESULT_FAILED) {  // else both could, for the same reason, which is to be said once
         pass.rows = rowsOf(path);
-    }
-    if (atEnd) {
-        atEnd();
+        if (atEnd) {
+            atEnd();
+        }
     }
     pass.messages = std::exchange(received.messages, {});
     if (pass.result == QOS_TLM_RESULT_MORE && !sent) {

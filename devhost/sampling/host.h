@@ -59,8 +59,8 @@ class Host {
     /*
      * Calls the path until its pass ends, a call fails, or a stop is requested. onBatch gets each batch as it arrives;
      * without it they are kept for the end. The running numbers of this process's batches follow each other; one is
-     * left out for a call that failed. atEnd is called when all is read, while the database still shows the state of
-     * the pass.
+     * left out for a call that failed. atEnd is called while the database still shows the state of the pass, unless a
+     * call failed.
      */
     Pass runPass(const Path& path, const QosTlmQueryParam& request, uint32_t subscriptionId,
                  const std::function<void(Batch)>& onBatch = {}, const std::function<void()>& atEnd = {});

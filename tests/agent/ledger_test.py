@@ -50,6 +50,23 @@ class Ledger(unittest.TestCase):
                              [self.rows, 0, 1, self.rows - 1])
             self.assertEqual(len(agent.said("a batch of subscription one cannot be read")), 1)
 
+    def test_following_rows_says_no_more_of_a_table_that_cannot_be_read(self):
+        self.connection.execute("DROP TABLE queue_stat")
+        self.connection.commit()
+        lines = ("  plain: {path: queue-statistics, every: 200ms}\n"
+                 "  changes: {path: queue-statistics, every: 200ms, suppress-redundant: 60s}\n")
+        with Agent(configuration(self.database, lines)) as agent:
+            def per_pass(name):
+                def between_passes():
+                    """some passes have failed"""
+                    figures = agent.ledger()[name]
+                    return figures["passes"] > 2 and figures["messages"] % figures["passes"] == 0 and figures
+                found = wait_until(between_passes)
+                self.assertEqual(found["failed"], found["passes"])
+                return found["messages"] // found["passes"]
+            self.assertGreater(per_pass("plain"), 0)
+            self.assertEqual(per_pass("changes"), per_pass("plain"))
+
 
 if __name__ == "__main__":
     unittest.main()
