@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace gnmi {
 
@@ -47,6 +48,34 @@ std::vector<std::shared_ptr<Call>> Calls::open() const {
 host::Account Calls::ended() const {
     const std::scoped_lock lock(mutex_);
     return ended_;
+}
+
+bool Calls::reserve(size_t bytes) {
+    if (bytes > kMostReserved - reserved_) {
+        return false;
+    }
+    reserved_ += bytes;
+    return true;
+}
+
+Call::Call(std::shared_ptr<Calls> calls, grpc::CallbackServerContext& context)
+    : calls_(std::move(calls)), peer_(context.peer()), context_(&context) {}
+
+void Call::cancelWhenOutOfPatience() {
+    patience_ = calls_->loop.timer([this] { cancel(); });
+    patience_.start(kPatience);
+}
+
+void Call::forgetContext() {
+    const std::scoped_lock lock(mutex_);
+    context_ = nullptr;
+}
+
+void Call::cancel() {
+    const std::scoped_lock lock(mutex_);
+    if (context_ != nullptr) {
+        context_->TryCancel();
+    }
 }
 
 }  // namespace gnmi

@@ -10,6 +10,7 @@
 #include <grpcpp/server_context.h>
 #include <grpcpp/support/status.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -45,20 +46,28 @@ struct Calls {
     std::vector<std::shared_ptr<Call>> open() const;
     host::Account ended() const;
 
+    /* On the loop's thread: bytes of answers to Get that wait, which are bounded for all of them together. */
+    bool reserve(size_t bytes);
+    void release(size_t bytes) { reserved_ -= bytes; }
+
     host::Loop& loop;
     Sampler& sampler;
     const size_t maxSubscriptions;
     const size_t maxCalls;
     const size_t waitingBytes;
 
+    // Until they are sent gRPC has them as well.
+    static constexpr size_t kMostReserved = size_t{32} << 20U;
+
   private:
     mutable std::mutex mutex_;
     std::vector<std::shared_ptr<Call>> open_;
     host::Account ended_;
     bool closed_ = false;
+    size_t reserved_ = 0;
 };
 
-/* One call that takes time. Everything but add() happens on the loop's thread. */
+/* One call that takes time. Everything but add() and what gRPC calls happens on the loop's thread. */
 class Call {
   public:
     virtual ~Call() = default;
@@ -68,6 +77,29 @@ class Call {
     /* Answers with the status now. Nothing more happens after that; a second time is ignored. */
     virtual void finish(const grpc::Status& status) = 0;
     virtual CallAccount account() const = 0;
+
+  protected:
+    /* For a client to say what it wants, and to take what it has been sent. */
+    static constexpr std::chrono::seconds kPatience{30};
+
+    /* The context is gRPC's, until forgetContext(). */
+    Call(std::shared_ptr<Calls> calls, grpc::CallbackServerContext& context);
+
+    /* When patience_ runs out a client that takes neither its answer nor its status has the call cancelled. */
+    void cancelWhenOutOfPatience();
+
+    /* When gRPC is done with the call, on any thread. */
+    void forgetContext();
+
+    const std::shared_ptr<Calls> calls_;
+    const std::string peer_;
+    host::Loop::Watch patience_;
+
+  private:
+    void cancel();
+
+    std::mutex mutex_;
+    grpc::CallbackServerContext* context_;  // null when gRPC is done with the call
 };
 
 }  // namespace gnmi

@@ -41,16 +41,15 @@ grpc::ServerUnaryReactor* Get::serve(const std::shared_ptr<Calls>& calls, grpc::
 
 Get::Get(std::shared_ptr<Calls> calls, grpc::CallbackServerContext& context, const GetRequest& request,
          GetResponse& response)
-    : calls_(std::move(calls)), peer_(context.peer()), request_(request), response_(response) {}
+    : Call(std::move(calls), context), request_(request), response_(response) {}
 
 void Get::OnCancel() {
-    calls_->loop.post([self = shared_from_this()] {
-        self->finish({StatusCode::CANCELLED, "the client ended the call"});
-    });
+    calls_->loop.post([self = shared_from_this()] { self->cancelled(); });
 }
 
 void Get::OnDone() {
-    calls_->loop.post([self = std::move(self_)] { self->calls_->remove(self); });
+    forgetContext();
+    calls_->loop.post([self = std::move(self_)] { self->done(); });
 }
 
 void Get::begin() {
@@ -89,41 +88,60 @@ void Get::start() {
     }
 }
 
-Notification& Get::addNotification(int64_t time) {
-    Notification& notification = *response_.add_notification();
-    notification.set_timestamp(time);
+// The response has its notifications as they go out: as objects they would take ten times the memory. For protobuf they
+// are so a field that it does not know, which it sends as it is.
+void Get::addNotification(int64_t time) {
+    time_ = time;
+    notification_ = response_.GetReflection()
+                        ->MutableUnknownFields(&response_)
+                        ->AddLengthDelimited(GetResponse::kNotificationFieldNumber);
+    Notification head;
+    head.set_timestamp(time);
     if (!prefix_.target().empty() || !prefix_.origin().empty()) {
-        *notification.mutable_prefix() = prefix_;
+        *head.mutable_prefix() = prefix_;
     }
-    notificationSize_ = 0;
-    return notification;
+    append(head);
+}
+
+void Get::append(const Notification& part) {
+    account_.bytesWaiting += part.ByteSizeLong();
+    part.AppendToString(notification_);
 }
 
 void Get::value(const Reading& from, const host::RowKey& row, bool, const host::RecordPointer& record, int64_t time) {
     ++account_.offered;
-    if (finished_ || size_ > kLargest) {
-        account_.drop(host::Drop::tooLarge, 1);
+    if (finished_ || refusal_) {
+        account_.drop(reason_, 1);
         return;
     }
     ++account_.waiting;
-    const bool isAnother = &from != last_ || notificationSize_ >= kNotificationSize ||
-                           response_.notification().rbegin()->timestamp() != time;
-    Notification& notification = isAnother ? addNotification(time) : *response_.mutable_notification()->rbegin();
-    last_ = &from;
-    const size_t size = addUpdates(notification, from.wanted().what, row, *record, request_.encoding(), 0);
-    notificationSize_ += size;
-    size_ += size;
-    account_.bytesWaiting = size_;
+    if (&from != last_ || time != time_ || notification_->size() >= kNotificationSize) {
+        addNotification(time);
+        last_ = &from;
+    }
+    Notification updates;
+    addUpdates(updates, from.wanted().what, row, *record, request_.encoding(), 0);
+    append(updates);
+    if (account_.bytesWaiting > kLargest) {
+        refuse(host::Drop::tooLarge,
+               fmt::format("path {}: the answer has more than {} bytes, which clients would not take: ask for fewer "
+                           "rows, or subscribe in mode ONCE",
+                           from.wanted().path, kLargest));
+    } else if (calls_->reserve(account_.bytesWaiting - reserved_)) {
+        reserved_ = account_.bytesWaiting;
+    } else {
+        refuse(host::Drop::full,
+               fmt::format("path {}: answers to Get that clients have not taken have {} bytes, the most at one time: "
+                           "ask again when they have, or subscribe in mode ONCE",
+                           from.wanted().path, Calls::kMostReserved));
+    }
 }
 
 void Get::passed(Reading& from) {
     from.end();
     const Wanted& wanted = from.wanted();
-    if (size_ > kLargest) {
-        finish({StatusCode::RESOURCE_EXHAUSTED,
-                fmt::format("path {}: the answer has more than {} bytes, which clients would not take: ask for fewer "
-                            "rows, or subscribe in mode ONCE",
-                            wanted.path, kLargest)});
+    if (refusal_) {
+        finish(*refusal_);
     } else if (from.rows() == 0 && !wanted.what.keys.empty()) {
         finish({StatusCode::NOT_FOUND, fmt::format("path {}: there is no such row", wanted.path)});
     } else {
@@ -145,6 +163,24 @@ void Get::ended(Reading&, const std::string& why) {
     finish({StatusCode::UNAVAILABLE, why});
 }
 
+// More values come until the pass ends, and with it the call.
+void Get::refuse(host::Drop reason, const std::string& why) {
+    refusal_ = grpc::Status(StatusCode::RESOURCE_EXHAUSTED, why);
+    reason_ = reason;
+    discard();
+}
+
+void Get::discard() {
+    GetResponse().Swap(&response_);
+    drop();
+}
+
+void Get::drop() {
+    account_.drop(reason_, std::exchange(account_.waiting, 0));
+    account_.bytesWaiting = 0;
+    calls_->release(std::exchange(reserved_, 0));
+}
+
 void Get::finish(const grpc::Status& status) {
     if (finished_) {
         return;
@@ -153,17 +189,26 @@ void Get::finish(const grpc::Status& status) {
     for (const auto& reading : readings_) {
         reading->end();
     }
-    const uint64_t waiting = std::exchange(account_.waiting, 0);
-    account_.bytesWaiting = 0;
-    if (status.ok()) {
-        account_.delivered += waiting;
-    } else {
+    if (!status.ok()) {
         account_.lastError = status.error_message();
-        account_.drop(
-            status.error_code() == StatusCode::RESOURCE_EXHAUSTED ? host::Drop::tooLarge : host::Drop::stopped,
-            waiting);
+        discard();
     }
+    cancelWhenOutOfPatience();
     Finish(status);
+}
+
+void Get::cancelled() {
+    cancelled_ = true;
+    finish({StatusCode::CANCELLED, "the client ended the call"});
+}
+
+void Get::done() {
+    patience_ = {};
+    if (!cancelled_) {
+        account_.delivered += std::exchange(account_.waiting, 0);
+    }
+    drop();
+    calls_->remove(shared_from_this());
 }
 
 }  // namespace gnmi

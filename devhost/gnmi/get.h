@@ -7,6 +7,7 @@
 #include <grpcpp/support/server_callback.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,11 +45,15 @@ class Get : public Call, public Reader, public grpc::ServerUnaryReactor, public 
   private:
     void begin();
     void start();
-    Notification& addNotification(int64_t time);
+    void addNotification(int64_t time);
+    void append(const Notification& part);
+    void refuse(host::Drop reason, const std::string& why);
+    void discard();
+    void drop();
+    void cancelled();
+    void done();
 
-    const std::shared_ptr<Calls> calls_;
     std::shared_ptr<Get> self_;  // until gRPC is done with the call
-    const std::string peer_;
     const GetRequest& request_;  // both until finish()
     GetResponse& response_;
 
@@ -57,9 +62,13 @@ class Get : public Call, public Reader, public grpc::ServerUnaryReactor, public 
     std::vector<std::unique_ptr<Reading>> readings_;
     size_t missing_ = 0;  // readings that have not passed
     const Reading* last_ = nullptr;
-    size_t size_ = 0;              // of the response, about
-    size_t notificationSize_ = 0;  // of its last one
+    int64_t time_ = 0;                     // of the last notification of the response
+    std::string* notification_ = nullptr;  // that one
+    size_t reserved_ = 0;                  // of the response's bytes
     host::Account account_;
+    std::optional<grpc::Status> refusal_;      // for when the pass has ended
+    host::Drop reason_ = host::Drop::stopped;  // why what is not delivered is not
+    bool cancelled_ = false;
     bool finished_ = false;
 };
 

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <chrono>
 #include <exception>
 #include <string_view>
 #include <utility>
@@ -16,9 +15,6 @@ namespace {
 
 using grpc::StatusCode;
 using Reactor = grpc::ServerBidiReactor<SubscribeRequest, SubscribeResponse>;
-
-// For the first message of a stream, and for a client to take what a stream ends with.
-constexpr std::chrono::seconds kPatience{30};
 
 class Refused : public Reactor {
   public:
@@ -61,7 +57,7 @@ Reactor* Stream::serve(const std::shared_ptr<Calls>& calls, grpc::CallbackServer
 }
 
 Stream::Stream(std::shared_ptr<Calls> calls, grpc::CallbackServerContext& context)
-    : calls_(std::move(calls)), peer_(context.peer()), context_(&context), waiting_(calls_->waitingBytes) {}
+    : Call(std::move(calls), context), waiting_(calls_->waitingBytes) {}
 
 void Stream::post(void (Stream::*work)()) {
     calls_->loop.post([self = shared_from_this(), work] { ((*self).*work)(); });
@@ -82,10 +78,7 @@ void Stream::OnCancel() {
 }
 
 void Stream::OnDone() {
-    {
-        const std::scoped_lock lock(mutex_);
-        context_ = nullptr;
-    }
+    forgetContext();
     calls_->loop.post([self = std::move(self_)] {
         self->patience_ = {};
         self->calls_->remove(self);
@@ -279,17 +272,8 @@ void Stream::finish(const grpc::Status& status) {
         reading->end();
     }
     waiting_.stop();
-    // What is being written comes before the status: for a client that takes neither there is an end.
-    patience_ = calls_->loop.timer([this] { cancel(); });
-    patience_.start(kPatience);
+    cancelWhenOutOfPatience();
     Finish(status);
-}
-
-void Stream::cancel() {
-    const std::scoped_lock lock(mutex_);
-    if (context_ != nullptr) {
-        context_->TryCancel();
-    }
 }
 
 }  // namespace gnmi

@@ -7,7 +7,6 @@
 #include <grpcpp/support/server_callback.h>
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,14 +59,8 @@ class Stream : public Call,
     void startReadings(bool values);
     void requestPasses();
     void send();
-    void cancel();
 
-    const std::shared_ptr<Calls> calls_;
     std::shared_ptr<Stream> self_;  // until gRPC is done with the call
-    const std::string peer_;
-
-    std::mutex mutex_;
-    grpc::CallbackServerContext* context_;  // null when gRPC is done with the call
 
     std::string what_ = "not subscribed yet";
     SubscriptionList::Mode mode_ = SubscriptionList::STREAM;
@@ -80,7 +73,6 @@ class Stream : public Call,
     bool writing_ = false;
     bool finished_ = false;
     std::string lastError_;
-    host::Loop::Watch patience_;
     SubscribeRequest request_;
     SubscribeResponse response_;
 };
