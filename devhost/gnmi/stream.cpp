@@ -244,6 +244,9 @@ void Stream::send() {
 void Stream::writeDone() {
     writing_ = false;
     waiting_.written(true);
+    if (atEnd_ && !finished_) {
+        patience_.start(kPatience);
+    }
     send();
 }
 
@@ -259,6 +262,11 @@ void Stream::drain(const grpc::Status& status) {
         for (const auto& reading : readings_) {
             reading->end();
         }
+        // For each message, from the last one that the client took.
+        patience_ = calls_->loop.timer([this] {
+            finish({StatusCode::CANCELLED, fmt::format("the client took nothing for {} s", kPatience.count())});
+        });
+        patience_.start(kPatience);
         send();
     }
 }
