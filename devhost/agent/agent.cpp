@@ -1,7 +1,6 @@
 #include "devhost/agent/agent.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <iterator>
@@ -51,7 +50,7 @@ std::string_view portOf(const Configuration::Gnmi& settings) {
 
 gnmi::Settings settingsOf(const Configuration::Gnmi& configured) {
     gnmi::Settings settings;
-    settings.listen = configured.listen;
+    settings.listen = host::ListenAddress(configured.listen);
     settings.certificate = configured.certificate;
     settings.key = configured.key;
     settings.clientCa = configured.clientCa;
@@ -205,8 +204,7 @@ void Agent::endRunners(const Ends& ends) {
 
 std::unique_ptr<gnmi::Service> Agent::makeGnmi(const Configuration::Gnmi& settings) {
     auto service = std::make_unique<gnmi::Service>(loop_, *this, settingsOf(settings));
-    host::report(fmt::format("gNMI at {}, {}", fmt::join(service->addresses(), ", "),
-                             settings.insecure ? "without TLS" : "with TLS"));
+    host::report(fmt::format("gNMI at {}, {}", service->address(), settings.insecure ? "without TLS" : "with TLS"));
     return service;
 }
 

@@ -21,8 +21,8 @@ using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds kShortest = seconds(1);
-constexpr milliseconds kLongest = std::chrono::hours(24 * 366);
+constexpr milliseconds kShortestInterval = seconds(1);
+constexpr milliseconds kLongestInterval = std::chrono::hours(24 * 366);
 
 template <class... Values>
 [[noreturn]] void malformed(fmt::format_string<Values...> why, Values&&... values) {
@@ -46,9 +46,10 @@ void checkModels(const Models& models) {
 
 // Of a subscription, in its nanoseconds.
 milliseconds intervalOf(const char* field, uint64_t given, const std::string& path) {
-    if (given < uint64_t{nanoseconds(kShortest).count()} || given > uint64_t{nanoseconds(kLongest).count()}) {
+    if (given < uint64_t{nanoseconds(kShortestInterval).count()} ||
+        given > uint64_t{nanoseconds(kLongestInterval).count()}) {
         malformed("path {}: {} {} ns is not served: 0, or {} to {} (1 s to 366 days)", path, field, given,
-                  nanoseconds(kShortest).count(), nanoseconds(kLongest).count());
+                  nanoseconds(kShortestInterval).count(), nanoseconds(kLongestInterval).count());
     }
     return std::chrono::duration_cast<milliseconds>(nanoseconds(given));
 }
@@ -124,7 +125,7 @@ void wantChanges(Wanted& wanted) {
 void scheduleStream(Wanted& wanted, const Subscription& subscription) {
     const bool onChange =
         subscription.mode() == ON_CHANGE || (subscription.mode() == TARGET_DEFINED && wanted.what.list->conditionsOnly);
-    wanted.sampling.every = kShortest;
+    wanted.sampling.every = kShortestInterval;
     if (!onChange && subscription.sample_interval() != 0) {
         wanted.sampling.every = intervalOf("sample_interval", subscription.sample_interval(), wanted.path);
     }

@@ -9,12 +9,14 @@
 #include <grpcpp/server_builder.h>
 
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
 #include "devhost/gnmi/calls.h"
-#include "devhost/gnmi/endpoint.h"
 #include "devhost/gnmi/get.h"
+#include "devhost/gnmi/identity.h"
+#include "devhost/gnmi/listener.h"
 #include "devhost/gnmi/paths.h"
 #include "devhost/gnmi/stream.h"
 #include "devhost/support/trouble.h"
@@ -118,7 +120,6 @@ void bound(grpc::ServerBuilder& builder) {
     builder.SetSyncServerOption(grpc::ServerBuilder::MAX_POLLERS, 1);
     const auto set = [&builder](const char* argument, int value) { builder.AddChannelArgument(argument, value); };
     set(GRPC_ARG_MAX_CONCURRENT_STREAMS, kStreamsOfConnection);
-    set(GRPC_ARG_ALLOW_REUSEPORT, 0);
     set(GRPC_ARG_SERVER_HANDSHAKE_TIMEOUT_MS, inMilliseconds(seconds(10)));
     // A client that has vanished without a word is gone after half a minute.
     set(GRPC_ARG_KEEPALIVE_TIME_MS, inMilliseconds(seconds(20)));
@@ -128,6 +129,14 @@ void bound(grpc::ServerBuilder& builder) {
     set(GRPC_ARG_MAX_CONNECTION_IDLE_MS, inMilliseconds(minutes(10)));
     // Clients may do the same.
     set(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, inMilliseconds(seconds(5)));
+}
+
+void checkAddress(const Settings& settings) {
+    if (settings.insecure && !settings.allowRemote && !settings.listen.isLoopback()) {
+        throw SettingError("listen", fmt::format(" '{}': without TLS only loopback addresses are served: take "
+                                                 "127.0.0.1, give a certificate, or say allow-remote: true",
+                                                 settings.listen.text()));
+    }
 }
 
 }  // namespace
@@ -148,32 +157,37 @@ struct Service::State {
     const std::shared_ptr<Calls> calls;
     const std::unique_ptr<grpc::Service> methods;
     const Identity identity;
-    std::vector<std::string> addresses;
+    std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> connections;
     std::unique_ptr<grpc::Server> server;
+    std::optional<Listener> listener;
+    std::string address;
     host::Loop::Watch patience;
     std::thread shutdown;
 };
 
+void check(const Settings& settings) {
+    checkAddress(settings);
+    identityOf(settings);
+}
+
 Service::Service(host::Loop& loop, Sampler& sampler, const Settings& settings)
     : state_(std::make_unique<State>(loop, sampler, settings)) {
-    const std::vector<Address> addresses = addressesOf(settings);
-    const auto credentials = credentialsOf(state_->identity);
+    checkAddress(settings);
+    state_->listener.emplace(loop, settings.listen, [&state = *state_](host::Descriptor connection) {
+        grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters parameters;
+        parameters.fd = connection.release();
+        state.connections->HandleNewConnection(&parameters);
+    });
+    state_->address = state_->listener->address();
     setUpLibrary();
     grpc::ServerBuilder builder;
     bound(builder);
     builder.RegisterService(state_->methods.get());
-    std::vector<int> ports(addresses.size());
-    for (size_t index = 0; index < addresses.size(); ++index) {
-        checkFree(addresses[index].text);
-        builder.AddListeningPort(addresses[index].text, credentials, &ports[index]);
-    }
+    state_->connections = builder.experimental().AddExternalConnectionAcceptor(
+        grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, credentialsOf(state_->identity));
     state_->server = builder.BuildAndStart();
-    for (size_t index = 0; index < addresses.size(); ++index) {
-        const std::string& text = addresses[index].text;
-        if (!state_->server || ports[index] == 0) {
-            throw std::runtime_error(fmt::format("cannot listen on {}: gRPC refuses it", text));
-        }
-        state_->addresses.push_back(fmt::format("{}:{}", text.substr(0, text.rfind(':')), ports[index]));
+    if (!state_->server) {
+        throw std::runtime_error(fmt::format("cannot serve at {}: gRPC refuses it", state_->address));
     }
     state_->server->GetHealthCheckService()->SetServingStatus(gNMI::service_full_name(), true);
 }
@@ -183,6 +197,8 @@ Service::~Service() {
 }
 
 void Service::end() {
+    // What came later would be nobody's.
+    state_->listener.reset();
     state_->endAll("the agent has stopped");
     for (const auto& call : state_->calls->open()) {
         state_->calls->remove(call);
@@ -196,8 +212,8 @@ void Service::end() {
     state_->patience = {};
 }
 
-const std::vector<std::string>& Service::addresses() const {
-    return state_->addresses;
+const std::string& Service::address() const {
+    return state_->address;
 }
 
 bool Service::hasFilesOf(const Settings& settings) const {
@@ -218,6 +234,7 @@ host::Account Service::ended() const {
 
 void Service::stop(milliseconds within, std::function<void()> done) {
     State& state = *state_;
+    state.listener.reset();
     state.calls->close();
     state.server->GetHealthCheckService()->Shutdown();
     for (const auto& call : state.calls->open()) {

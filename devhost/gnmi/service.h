@@ -18,12 +18,13 @@
 #include "devhost/gnmi/sampler.h"
 #include "devhost/support/account.h"
 #include "devhost/support/exit.h"
+#include "devhost/support/listen_address.h"
 #include "devhost/support/loop.h"
 
 namespace gnmi {
 
 struct Settings {
-    std::string listen = "127.0.0.1:9339";  // HOST:PORT, [IPV6]:PORT; port 0 takes a free one
+    host::ListenAddress listen{"127.0.0.1:9339"};  // port 0 takes a free one
 
     /* Files in PEM. Certificate and key come together; with a client CA a client needs a certificate that it signed. */
     std::string certificate;
@@ -74,8 +75,8 @@ class Service {
     Service(const Service&) = delete;
     Service& operator=(const Service&) = delete;
 
-    /* Where it listens: addresses with their port. */
-    const std::vector<std::string>& addresses() const;
+    /* Where it listens, with the port. */
+    const std::string& address() const;
 
     /* Whether the files of the settings still have what it began with. Throws SettingError for what they must not hold.
      */

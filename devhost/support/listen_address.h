@@ -19,6 +19,9 @@ class ListenAddress {
      */
     explicit ListenAddress(std::string_view text);
 
+    /* As it was written. */
+    const std::string& text() const { return text_; }
+
     /* Whether only this machine reaches it. */
     bool isLoopback() const;
 
