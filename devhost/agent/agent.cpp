@@ -233,7 +233,7 @@ void Agent::applyGnmi(const Configuration& configuration, bool tablesChange) {
 void Agent::endGnmi() {
     if (gnmi_) {
         const auto service = std::exchange(gnmi_, nullptr);
-        service->end();
+        service->end("the configuration has changed");
         addTo(endedCalls_, service->ended());
     }
 }

@@ -193,13 +193,13 @@ Service::Service(host::Loop& loop, Sampler& sampler, const Settings& settings)
 }
 
 Service::~Service() {
-    end();
+    end("the agent has stopped");
 }
 
-void Service::end() {
+void Service::end(const char* why) {
     // What came later would be nobody's.
     state_->listener.reset();
-    state_->endAll("the agent has stopped");
+    state_->endAll(why);
     for (const auto& call : state_->calls->open()) {
         state_->calls->remove(call);
     }

@@ -92,8 +92,8 @@ class Service {
      */
     void stop(std::chrono::milliseconds within, std::function<void()> done);
 
-    /* Ends everything at once: no calls are left. */
-    void end();
+    /* Ends everything at once: no calls are left. Clients hear why. */
+    void end(const char* why);
 
   private:
     struct State;

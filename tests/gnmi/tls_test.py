@@ -171,6 +171,8 @@ class Tls(unittest.TestCase):
                                      ["OK", "UNAVAILABLE"])
                     # Streams are ended for new ones only.
                     self.assertEqual(stream.error is None, name == "server")
+                self.assertEqual((stream.error.code().name, stream.error.details()),
+                                 ("UNAVAILABLE", "the configuration has changed"))
                 os.unlink(os.path.join(folder, "server.key"))
                 agent.process.send_signal(signal.SIGHUP)
                 wait_until(lambda: agent.said("stays as it was: gnmi.key"))
