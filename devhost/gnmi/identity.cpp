@@ -4,6 +4,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <fstream>
@@ -18,6 +19,11 @@ namespace {
 std::string readFile(const char* setting, const std::string& file) {
     // Far above what certificates take.
     constexpr size_t kLargestFile = size_t{1} << 20U;
+    // Who opens a pipe waits until somebody writes.
+    struct stat status = {};
+    if (stat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw SettingError(setting, fmt::format(" '{}': it is no regular file: name one in PEM", host::shown(file)));
+    }
     std::string text(kLargestFile + 1, '\0');
     errno = 0;
     std::ifstream stream(file, std::ios::binary);

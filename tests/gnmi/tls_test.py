@@ -111,6 +111,8 @@ class Tls(unittest.TestCase):
     def test_settings_that_cannot_be_followed(self):
         path = self.certificates.path
         server = path("server")
+        pipe = path("pipe")
+        os.mkfifo(pipe)
         for settings, text in (
                 ({"insecure": "true", "host": "0.0.0.0"}, "only loopback addresses"),
                 ({"insecure": "true", "host": "[::]"}, "only loopback addresses"),
@@ -122,7 +124,8 @@ class Tls(unittest.TestCase):
                 ({"certificate": server, "key": path("client", "key")}, "is not the key of the certificate"),
                 ({"certificate": server, "key": path("server", "key"), "client_ca": path("server", "key")},
                  "client-ca"),
-                ({"certificate": self.certificates.folder, "key": path("server", "key")}, "Is a directory")):
+                ({"certificate": self.certificates.folder, "key": path("server", "key")}, "no regular file"),
+                ({"certificate": server, "key": pipe}, "no regular file")):
             with self.subTest(text=text):
                 said = self.fails(self.configuration(**settings))
                 self.assertIn(text, said)
@@ -174,9 +177,11 @@ class Tls(unittest.TestCase):
                 self.assertEqual((stream.error.code().name, stream.error.details()),
                                  ("UNAVAILABLE", "the configuration has changed"))
                 os.unlink(os.path.join(folder, "server.key"))
-                agent.process.send_signal(signal.SIGHUP)
-                wait_until(lambda: agent.said("stays as it was: gnmi.key"))
-                self.assertEqual(self.ask(self.client("other")), "OK")
+                for number, make in enumerate((lambda name: None, os.mkfifo), 1):
+                    make(os.path.join(folder, "server.key"))
+                    agent.process.send_signal(signal.SIGHUP)
+                    wait_until(lambda: len(agent.said("stays as it was: gnmi.key")) == number)
+                    self.assertEqual(self.ask(self.client("other")), "OK")
 
 
 if __name__ == "__main__":
