@@ -50,7 +50,8 @@ class Surprises {
                 configuration_.database, mark->source, mark->process, mark->host,
                 host::durationText(std::chrono::milliseconds(mark->every_ms)));
         } else if (!feeds && !mark) {
-            say("database: '{}' has no mark of a feed, so nothing tells how old its data is", configuration_.database);
+            say("database: '{}' has no mark of a feed that can be read, so nothing tells how old its data is",
+                configuration_.database);
         }
     }
 

@@ -21,6 +21,36 @@ uint64_t numberOf(sqlite3_stmt* row, int column) {
     return static_cast<uint64_t>(sqlite3_column_int64(row, column));
 }
 
+/*
+ * Bounds what a query costs, whoever made the file: "feed" may be a view that never ends, or have columns that compute.
+ * Time is looked at between rounds of a loop only, so what runs straight on is kept short and its texts small.
+ */
+class Bounds {
+  public:
+    explicit Bounds(sqlite3* connection) {
+        sqlite3_db_config(connection, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+        sqlite3_limit(connection, SQLITE_LIMIT_VDBE_OP, kMostInstructions);
+        sqlite3_limit(connection, SQLITE_LIMIT_LENGTH, kLongestText);
+        sqlite3_limit(connection, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, 0);
+        sqlite3_busy_timeout(connection, kLongest.count());
+        sqlite3_progress_handler(
+            connection, kLook, [](void* bounds) { return static_cast<Bounds*>(bounds)->isOver() ? 1 : 0; }, this);
+    }
+    Bounds(const Bounds&) = delete;
+    Bounds& operator=(const Bounds&) = delete;
+
+  private:
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::duration<int, std::milli> kLongest{100};
+    static constexpr int kMostInstructions = 64;  // SQLite's own of a query; that of a mark has 17
+    static constexpr int kLongestText = 1 << 14;  // or row, in bytes; also of the statements that made the tables
+    static constexpr int kLook = 100;             // instructions
+
+    bool isOver() const { return Clock::now() > end_; }
+
+    Clock::time_point end_ = Clock::now() + kLongest;
+};
+
 }  // namespace
 
 FeedMark FeedMark::ofThisProcess(std::string source, std::chrono::milliseconds every) {
@@ -46,6 +76,7 @@ std::optional<FeedMark> readFeedMark(const std::string& path) {
         return std::nullopt;
     }
     sqlite3_db_config(connection.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);  // is for others to do
+    const Bounds bounds(connection.get());
     sqlite3_stmt* row = nullptr;
     const char* select = "SELECT source, host, process, every_ms, round, time_ms, missed, note FROM feed";
     sqlite3_prepare_v2(connection.get(), select, -1, &row, nullptr);

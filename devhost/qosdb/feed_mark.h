@@ -35,7 +35,10 @@ inline constexpr char kCreateFeedMark[] =
 inline constexpr char kInsertFeedMark[] =
     "INSERT INTO feed (source, host, process, every_ms, round, time_ms, missed, note) VALUES (?, ?, ?, ?, ?, ?, ?, ?)";
 
-/* The mark in the file; none when there is none or it cannot be read. Texts are cut at 1000 bytes. */
+/*
+ * The mark in the file; none when there is none or it cannot be read within some 100 ms, from a table: who made the
+ * file need not be trusted. Texts are cut at 1000 bytes.
+ */
 std::optional<FeedMark> readFeedMark(const std::string& path);
 
 }  // namespace qosdb

@@ -4,6 +4,7 @@ import os
 import re
 import subprocess
 import tempfile
+import time
 import unittest
 
 from harness import BIN
@@ -95,6 +96,29 @@ class Faults(unittest.TestCase):
             code, _, err = check(text)
             self.assertEqual(code, 2)
             self.assertNotIn("\x1b", err)
+
+
+    # Tables "feed" that compute for ever or at length.
+    REST = "host, process, every_ms, round, time_ms, missed, note"
+    ENDLESS = [
+        "CREATE VIEW feed AS WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x+1 FROM c) SELECT x AS source, x AS host,"
+        " x AS process, x AS every_ms, x AS round, x AS time_ms, x AS missed, x AS note FROM c WHERE x < 0",
+        f"CREATE TABLE feed (a, b, {REST}, source AS ({' + '.join(['(a LIKE b)'] * 3)}));"
+        f"INSERT INTO feed (a) VALUES ('{'a' * 15000}'); UPDATE feed SET b = '%{'a' * 7000}b'",
+        f"CREATE TABLE feed (a, {REST}, source AS ({' + '.join(['instr(a, substr(a, 8000) || 1)'] * 200)}));"
+        f"INSERT INTO feed (a) VALUES ('{'a' * 16000}')",
+    ]
+
+    def test_a_hostile_mark_of_a_feed_holds_nothing_up(self):
+        for statements in self.ENDLESS:
+            with self.subTest(statements[:80]), tempfile.TemporaryDirectory() as folder:
+                file = os.path.join(folder, "q.db")
+                subprocess.run(["sqlite3", file, statements], check=True, timeout=20)
+                begin = time.monotonic()
+                code, out, _ = check(GOOD + f"database: {file}\nfeed: none\n")
+                self.assertLess(time.monotonic() - begin, 3)
+                self.assertEqual(code, 0)
+                self.assertIn("has no mark of a feed that can be read", out)
 
 
 class Answers(unittest.TestCase):
