@@ -61,6 +61,9 @@ class Agent : public gnmi::Sampler {
     /* The ledger in numbers, of the subscriptions and outputs that the configuration names, and of the agent itself. */
     std::vector<host::Figure> figures() const;
 
+    /* The process of the agent's own feed; 0 when there is none at the moment. */
+    pid_t feedProcess() const { return feed_ ? feed_->process() : 0; }
+
     /* Whether any record was dropped, or lost on its way to the agent, since it began. */
     bool anyDropped() const;
 

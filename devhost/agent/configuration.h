@@ -4,6 +4,8 @@
 #ifndef DEVHOST_AGENT_CONFIGURATION_H
 #define DEVHOST_AGENT_CONFIGURATION_H
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -88,8 +90,11 @@ Configuration defaultConfiguration();
 /* What it would run, a line for each part, for people. */
 std::string describe(const Configuration& configuration);
 
-/* What somebody who reads its samples would be surprised by; a line for each. */
-std::vector<std::string> surprises(const Configuration& configuration);
+/*
+ * What somebody who reads its samples would be surprised by; a line for each. ownFeed: the process of the feed that the
+ * agent has by now, which is no other; 0: none.
+ */
+std::vector<std::string> surprises(const Configuration& configuration, pid_t ownFeed = 0);
 
 }  // namespace agent
 

@@ -87,7 +87,7 @@ int run(const std::string& file, const std::string& pluginFile) {
         sd_notify(0, "RELOADING=1");
         try {
             const Configuration next = readConfiguration(file);
-            tell(surprises(next));
+            tell(surprises(next, agent.feedProcess()));
             agent.apply(next);
             host::report(fmt::format("'{}' is in force", file));
         } catch (const std::exception& error) {

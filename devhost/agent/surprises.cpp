@@ -15,7 +15,8 @@ namespace {
 
 class Surprises {
   public:
-    explicit Surprises(const Configuration& configuration) : configuration_(configuration) {}
+    Surprises(const Configuration& configuration, pid_t ownFeed)
+        : configuration_(configuration), ownFeed_(static_cast<uint64_t>(ownFeed)) {}
 
     std::vector<std::string> all() {
         lookAtFeed();
@@ -37,13 +38,10 @@ class Surprises {
     void lookAtFeed() {
         const auto mark = configuration_.database.empty() ? std::nullopt : qosdb::readFeedMark(configuration_.database);
         const bool feeds = configuration_.feed.source != Configuration::Feed::Source::none;
-        const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-        const bool fresh = mark && static_cast<uint64_t>(now.time_since_epoch().count()) - mark->time_ms <
-                                       std::max<uint64_t>(3 * mark->every_ms, 1000);
-        if (feeds && fresh) {
+        const bool fresh = mark && mark->isFreshAt(std::chrono::system_clock::now());
+        if (feeds && fresh && mark->process != ownFeed_ && mark->mayRun()) {
             say("feed: process {} on {} feeds '{}' already: two feeds on one file do not go; say feed: none to read "
-                "what "
-                "it writes",
+                "what it writes",
                 mark->process, mark->host, configuration_.database);
         } else if (!feeds && mark && !fresh) {
             say("database: the data in '{}' is old: feed {}, process {} on {}, had a round due every {}",
@@ -113,13 +111,14 @@ class Surprises {
     }
 
     const Configuration& configuration_;
+    uint64_t ownFeed_;  // process
     std::vector<std::string> lines_;
 };
 
 }  // namespace
 
-std::vector<std::string> surprises(const Configuration& configuration) {
-    return Surprises(configuration).all();
+std::vector<std::string> surprises(const Configuration& configuration, pid_t ownFeed) {
+    return Surprises(configuration, ownFeed).all();
 }
 
 }  // namespace agent

@@ -1,8 +1,11 @@
 #include "devhost/qosdb/feed_mark.h"
 
 #include <limits.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <limits>
 #include <utility>
 
 #include "devhost/qosdb/open_for_reading.h"
@@ -15,6 +18,12 @@ std::string textOf(sqlite3_stmt* row, int column) {
     constexpr size_t kLongest = 1000;
     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
     return text == nullptr ? std::string() : std::string(text).substr(0, kLongest);
+}
+
+std::string hostName() {
+    char host[HOST_NAME_MAX + 1] = "";
+    gethostname(host, sizeof host - 1);
+    return host;
 }
 
 uint64_t numberOf(sqlite3_stmt* row, int column) {
@@ -53,11 +62,30 @@ class Bounds {
 
 }  // namespace
 
+uint64_t FeedMark::ageAt(Time now) const {
+    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(now.time_since_epoch());
+    const auto now_ms = static_cast<uint64_t>(sinceEpoch.count());
+    return time_ms < now_ms ? now_ms - time_ms : 0;
+}
+
+bool FeedMark::isFreshAt(Time now) const {
+    constexpr uint64_t kRounds = 3;
+    constexpr uint64_t kAlways = 1000;
+    const uint64_t age = ageAt(now);
+    return age <= kAlways || age / kRounds <= every_ms;
+}
+
+bool FeedMark::mayRun() const {
+    if (host != hostName()) {
+        return true;
+    }
+    const bool isProcess = process > 0 && process <= std::numeric_limits<pid_t>::max();
+    return isProcess && (kill(static_cast<pid_t>(process), 0) == 0 || errno != ESRCH);
+}
+
 FeedMark FeedMark::ofThisProcess(std::string source, std::chrono::milliseconds every) {
-    char host[HOST_NAME_MAX + 1] = "";
-    gethostname(host, sizeof host - 1);
     return {.source = std::move(source),
-            .host = host,
+            .host = hostName(),
             .process = static_cast<uint64_t>(getpid()),
             .every_ms = static_cast<uint64_t>(every.count())};
 }

@@ -22,6 +22,20 @@ struct FeedMark {
     uint64_t missed = 0;      // rounds that were due before and not written
     std::string note = {};    // what is to be known of the counters of queues; "" when nothing
 
+    using Time = std::chrono::system_clock::time_point;
+
+    /* How old it is at that time, in ms; 0 when it is of the future: a clock was set back. */
+    uint64_t ageAt(Time now) const;
+
+    /* Whether it is no older than three rounds, or than a second, in which a busy machine may hold up a fast feed. */
+    bool isFreshAt(Time now) const;
+
+    /*
+     * Whether its feed may run: not when this machine has no such process. Beyond containers that share the machine's
+     * name but not its process ids that is a guess; who feeds a file for certain tells its lock (feed_lock.h).
+     */
+    bool mayRun() const;
+
     /* Of this process, before its first round. */
     static FeedMark ofThisProcess(std::string source, std::chrono::milliseconds every);
 

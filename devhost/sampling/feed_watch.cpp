@@ -14,8 +14,6 @@ namespace {
 
 constexpr std::array<std::string_view, 4> kOfQueues = {"queue-statistics", "queue-drop-statistics",
                                                        "queue-buffer-usage-statistics", "port-buffer-usage-statistics"};
-constexpr uint64_t kFreshRounds = 3;
-constexpr uint64_t kAlwaysFresh = 1000;  // ms, in which a busy machine may hold up a fast feed
 
 std::string spanText(uint64_t milliseconds) {
     const double seconds = static_cast<double>(milliseconds) / 1000;
@@ -38,14 +36,12 @@ void FeedWatch::look() {
         return;
     }
     const qosdb::FeedMark& mark = *mark_;
-    const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-    const uint64_t age = static_cast<uint64_t>(now.time_since_epoch().count()) - mark.time_ms;
-    const bool isOfTheFuture = age >= uint64_t{1} << 63;
-    const bool isStale = !isOfTheFuture && age > kAlwaysFresh && age / kFreshRounds > mark.every_ms;
+    const auto now = std::chrono::system_clock::now();
+    const bool isStale = !mark.isFreshAt(now);
     const std::pair stale = isStale ? std::pair(mark.process, mark.round) : std::pair(uint64_t{0}, uint64_t{0});
     if (isStale && stale != stale_) {
         report(fmt::format("the data in '{}' is {} old: feed {}, process {} on {}, had a round due every {}", database_,
-                           spanText(age), mark.source, mark.process, mark.host, spanText(mark.every_ms)));
+                           spanText(mark.ageAt(now)), mark.source, mark.process, mark.host, spanText(mark.every_ms)));
     }
     stale_ = stale;
     if (ofQueues_ && !mark.note.empty() && mark.note != note_) {

@@ -20,7 +20,7 @@ class FeedWatch {
     /* The note is told for the paths whose records are made of counters of queues. */
     FeedWatch(std::string database, std::string_view alias);
 
-    /* Looks at the mark; it is stale when it is older than three of its feed's rounds and than a second. */
+    /* Looks at the mark, and whether it is fresh. */
     void look();
 
     /* What the last look has found, if there was a mark. */

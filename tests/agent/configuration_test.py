@@ -7,7 +7,7 @@ import tempfile
 import time
 import unittest
 
-from harness import BIN
+from harness import BIN, wait_until
 
 GOOD = "subscriptions: {queues: {path: queue-statistics}}\n"
 
@@ -160,11 +160,19 @@ class Answers(unittest.TestCase):
     def test_a_stale_database_and_a_second_feed_are_said(self):
         with tempfile.TemporaryDirectory() as folder:
             file = os.path.join(folder, "q.db")
-            feed = [os.path.join(BIN, "qos-host"), "feed", "sim", "--db", file, "--count", "1", "--every", "1s"]
-            subprocess.run(feed, check=True, timeout=20)
-            _, out, _ = check(GOOD + f"database: {file}\n")
-            self.assertIn(f"feeds '{file}' already: two feeds on one file do not go", out)
-            subprocess.run(["sqlite3", file, "UPDATE feed SET time_ms = time_ms - 9000"], check=True, timeout=20)
+            feed = [os.path.join(BIN, "qos-host"), "feed", "sim", "--db", file, "--every", "1s"]
+            warning = f"feeds '{file}' already: two feeds on one file do not go"
+            with subprocess.Popen(feed) as process:
+                try:
+                    wait_until(lambda: warning in check(GOOD + f"database: {file}\n")[1])
+                    for time_ms in (2**62, -1):  # of the future, and of no time that is
+                        subprocess.run(["sqlite3", "-cmd", ".timeout 5000", file, f"UPDATE feed SET time_ms = {time_ms}"],
+                                       check=True, timeout=20)
+                        self.assertIn(warning, check(GOOD + f"database: {file}\n")[1])
+                finally:
+                    process.terminate()
+            self.assertNotIn("already", check(GOOD + f"database: {file}\n")[1])
+            subprocess.run(["sqlite3", file, "UPDATE feed SET time_ms = strftime('%s') * 1000 - 9000"], check=True, timeout=20)
             _, out, _ = check(GOOD + f"database: {file}\nfeed: none\n")
             self.assertIn(f"the data in '{file}' is old: feed sim", out)
 

@@ -2,6 +2,7 @@
 
 import os
 import signal
+import tempfile
 import time
 import unittest
 
@@ -139,6 +140,17 @@ class Reload(unittest.TestCase):
             wait_until(lambda: agent.ledger().get("first", {}).get("passes", 0) > 0)
             figures = agent.ledger()["first"]
             self.assertEqual(figures["records"], figures["passes"] * 6 * 8)
+
+    def test_its_own_feed_is_no_second_one(self):
+        with tempfile.TemporaryDirectory() as folder:
+            text = SIMULATED + f"database: {folder}/q.db\n"
+            for _ in range(2):  # the second one finds a fresh mark of a feed that is no more
+                with Agent(text) as agent:
+                    agent.configure(text + "device: other\n")
+                    agent.process.send_signal(signal.SIGHUP)
+                    wait_until(lambda: agent.said("is in force"))
+                    self.assertEqual(agent.stop(), 0)
+                    self.assertFalse(agent.said("already"))
 
     def test_a_faulty_file_is_refused_whole(self):
         with Agent(SIMULATED) as agent:
