@@ -84,7 +84,7 @@ class Runner {
     std::vector<std::string> messages_;
     std::vector<host::RowKey> gone_;
     uint64_t passRecords_ = 0;  // the refused ones among them
-    bool passBroken_ = false;  // something of it was lost
+    bool passBroken_ = false;   // something of it was lost
 };
 
 }  // namespace agent
