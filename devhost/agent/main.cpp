@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <malloc.h>
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
@@ -55,7 +56,16 @@ class Watchdog {
     host::Loop::Watch timer_;
 };
 
+/*
+ * Large blocks go back to the system when they are freed. Else the allocator takes the largest one that it ever saw
+ * freed for the measure, and what one slow client made it take stays.
+ */
+void boundFreeMemory() {
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+}
+
 int run(const std::string& file, const std::string& pluginFile) {
+    boundFreeMemory();
     const Configuration configuration = configurationOf(file);
     tell(surprises(configuration));
     host::Loop loop;
