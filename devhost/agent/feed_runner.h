@@ -1,12 +1,15 @@
 /*
- * The agent's feed: a child that is started anew whenever it ends.
+ * The agent's feed: a child that is started anew whenever it ends or hangs. It hangs when it uses no processor time in
+ * three of its rounds and 10 s: one that is only late, or cannot write, goes on and says so by itself.
  */
 #ifndef DEVHOST_AGENT_FEED_RUNNER_H
 #define DEVHOST_AGENT_FEED_RUNNER_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "devhost/agent/children.h"
 #include "devhost/agent/order.h"
@@ -29,7 +32,9 @@ class FeedRunner {
 
   private:
     void start();
+    void startAgain(const std::string& why);
     void lookForRound();
+    void lookForLife();
     void finish();
 
     Children& children_;
@@ -40,8 +45,11 @@ class FeedRunner {
     Backoff backoff_;
     uint64_t restarts_ = 0;
     int looks_ = 0;
+    std::chrono::nanoseconds worked_{};    // its processor time, at the last look
+    std::chrono::milliseconds silence_{};  // for how long it has not changed
     host::Loop::Watch again_;
     host::Loop::Watch look_;
+    host::Loop::Watch life_;
     host::Loop::Watch last_;  // the end of its patience with a feed that does not end
 };
 

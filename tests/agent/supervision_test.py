@@ -73,6 +73,25 @@ class Supervision(unittest.TestCase):
             self.assertEqual(agent.ledger()["first"]["failed"], 0)
             self.assertTrue(agent.said("the feed was killed by signal 9"))
 
+    def test_a_stopped_feed_is_ended_and_started_again(self):
+        with Agent(SIMULATED) as agent:
+            wait_until(lambda: agent.ledger()["first"]["passes"] > 0)
+            begin, before = time.monotonic(), agent.ledger()
+            victim = agent.children()["qos-feed"][0]
+            os.kill(victim, signal.SIGSTOP)
+            wait_until(lambda: agent.said("the feed has done nothing for 10"), 16)
+            wait_until(lambda: not alive(victim))
+            wait_until(lambda: agent.children().get("qos-feed"))
+            after, seconds = agent.ledger(), time.monotonic() - begin
+            for name in ("first", "second", "drops"):
+                self.assertLessEqual(missing(before[name], after[name], seconds), 0, name)
+                self.assertEqual(after[name]["failed"], 0)
+                self.assertEqual(after[name]["restarts"], 0)
+            # The new one works: rows change again.
+            wait_until(lambda: agent.ledger()["drops"]["records"] > after["drops"]["records"])
+            self.assertEqual(len(agent.said("started again")), 1)
+            self.assertNotIn("zombie", agent.children())
+
     def test_nothing_is_left_of_an_agent_that_is_killed(self):
         with Agent(SIMULATED) as agent:
             children = [process for group in agent.children().values() for process in group]
