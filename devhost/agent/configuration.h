@@ -87,8 +87,8 @@ Configuration readConfiguration(const std::string& file);
 /* What runs without a file: the kernel's counters every second, gNMI and metrics on loopback. */
 Configuration defaultConfiguration();
 
-/* What it would run, a line for each part, for people. */
-std::string describe(const Configuration& configuration);
+/* What it would run, a line for each part, for people; with texts of the configuration as they are. */
+std::vector<std::string> describe(const Configuration& configuration);
 
 /*
  * What somebody who reads its samples would be surprised by; a line for each. ownFeed: the process of the feed that the

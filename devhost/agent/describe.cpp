@@ -1,7 +1,5 @@
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 
-#include <iterator>
 #include <variant>
 
 #include "devhost/agent/configuration.h"
@@ -62,10 +60,10 @@ std::string textOf(const Configuration::Gnmi& gnmi) {
 
 }  // namespace
 
-std::string describe(const Configuration& configuration) {
-    std::string text;
-    const auto line = [&text](const auto& name, const std::string& what) {
-        fmt::format_to(std::back_inserter(text), "{}: {}\n", name, what);
+std::vector<std::string> describe(const Configuration& configuration) {
+    std::vector<std::string> lines;
+    const auto line = [&lines](const auto& name, const std::string& what) {
+        lines.push_back(fmt::format("{}: {}", name, what));
     };
     line("device", configuration.device);
     line("feed", textOf(configuration.feed));
@@ -77,7 +75,7 @@ std::string describe(const Configuration& configuration) {
         line("output " + name, std::visit([](const auto& settings) { return textOf(settings); }, output));
     }
     line("gnmi", configuration.gnmi ? textOf(*configuration.gnmi) : "not served");
-    return text;
+    return lines;
 }
 
 }  // namespace agent

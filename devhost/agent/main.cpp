@@ -101,7 +101,7 @@ int run(const std::string& file, const std::string& pluginFile) {
             agent.apply(next);
             host::report(fmt::format("'{}' is in force", file));
         } catch (const std::exception& error) {
-            host::report(fmt::format("the configuration stays as it was: {}", error.what()));
+            host::reportLines(fmt::format("the configuration stays as it was: {}", error.what()));
         }
         sd_notify(0, "READY=1");
     };
@@ -118,7 +118,9 @@ int check(const std::string& file) {
     const Configuration configuration = readConfiguration(file);
     checkGnmi(configuration);
     const std::vector<std::string> warnings = surprises(configuration);
-    fmt::print("{}", describe(configuration));
+    for (const std::string& line : describe(configuration)) {
+        fmt::print("{}\n", host::shown(line));
+    }
     for (const std::string& warning : warnings) {
         fmt::print("note: {}\n", host::shown(warning));
     }

@@ -96,6 +96,12 @@ class Faults(unittest.TestCase):
             code, _, err = check(text)
             self.assertEqual(code, 2)
             self.assertNotIn("\x1b", err)
+        code, out, err = check('database: "/a\\e[31mb\\nready"\nfeed: sim\noutputs: {f: {type: capture, file: "/\\e[2J"}}\n'
+                               'subscriptions: {q: {path: queue-statistics, where: {interface-name: "a\\e]0;b"}}}\n')
+        self.assertEqual((code, err), (0, ""))
+        self.assertNotIn("\x1b", out)
+        for text in (r"database: /a\x1b[31mb\x0aready", r"interface-name=a\x1b]0;b", r"capture in '/\x1b[2J'"):
+            self.assertIn(text, out)
 
 
     # Tables "feed" that compute for ever or at length.

@@ -174,10 +174,12 @@ class Reload(unittest.TestCase):
     def test_a_faulty_file_is_refused_whole(self):
         with Agent(SIMULATED) as agent:
             before = agent.children()
-            agent.configure(SIMULATED.replace("ports: 4", "ports: 6") + "outputs: {metrics: {type: prometheus, port: 1}}")
+            agent.configure(SIMULATED.replace("ports: 4", "ports: 6") + "outputs: {metrics: {type: prometheus, port: 1}}\n"
+                            "gnmi: 5\n")
             agent.process.send_signal(signal.SIGHUP)
             wait_until(lambda: agent.said("stays as it was"))
-            self.assertTrue(agent.said("the keys here are type, listen"))
+            wait_until(lambda: agent.said("the keys here are type, listen") and agent.said(": gnmi: "))
+            self.assertNotEqual(agent.said("the keys here are"), agent.said(": gnmi: "))
             time.sleep(0.3)
             self.assertEqual(agent.children(), before)
 
