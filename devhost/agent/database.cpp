@@ -3,8 +3,12 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <stdexcept>
@@ -17,11 +21,24 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view kPrefix = "qos-agent.";
+constexpr std::string_view kPrefix = "qos-agent-db.";
+constexpr std::string_view kUnique = "XXXXXX";  // mkdtemp puts letters and digits there
 
+/* The lock on a folder of this user that the name still stands for; none when another has it or it is gone. */
 host::Descriptor lockOf(const std::string& folder) {
     host::Descriptor file(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
-    return file.get() >= 0 && flock(file.get(), LOCK_EX | LOCK_NB) == 0 ? std::move(file) : host::Descriptor();
+    struct stat locked {};
+    struct stat named {};
+    const bool ours = file.get() >= 0 && fstat(file.get(), &locked) == 0 && locked.st_uid == geteuid() &&
+                      flock(file.get(), LOCK_EX | LOCK_NB) == 0 && lstat(folder.c_str(), &named) == 0 &&
+                      named.st_dev == locked.st_dev && named.st_ino == locked.st_ino;
+    return ours ? std::move(file) : host::Descriptor();
+}
+
+bool isNameOfFolder(std::string_view name) {
+    const auto isUnique = [](unsigned char character) { return std::isalnum(character) != 0; };
+    return name.starts_with(kPrefix) && name.size() == kPrefix.size() + kUnique.size() &&
+           std::ranges::all_of(name.substr(kPrefix.size()), isUnique);
 }
 
 // Where files live in memory and end with the machine at the latest.
@@ -39,13 +56,15 @@ fs::path folderInMemory() {
     return fs::temp_directory_path();
 }
 
-// A folder that can be locked belongs to no agent that lives.
+// A folder that can be locked belongs to no agent that lives; one that just begins tries again (makeFolder()).
 void removeLeftFolders(const fs::path& parent) {
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(parent, error)) {
         const std::string folder = entry.path();
-        if (entry.path().filename().string().starts_with(kPrefix) && access(folder.c_str(), W_OK) == 0 &&
-            lockOf(folder).get() >= 0) {
+        if (!isNameOfFolder(entry.path().filename().string())) {
+            continue;
+        }
+        if (const host::Descriptor lock = lockOf(folder); lock.get() >= 0) {
             fs::remove_all(folder, error);
         }
     }
@@ -54,19 +73,31 @@ void removeLeftFolders(const fs::path& parent) {
 }  // namespace
 
 Database::Database(std::string file) : file_(std::move(file)) {
-    if (!file_.empty()) {
-        return;
+    if (file_.empty()) {
+        makeFolder();
+        file_ = folder_ + "/qos.db";
     }
+}
+
+// Until the folder is locked, another agent that begins may take it for one that was left.
+void Database::makeFolder() {
+    constexpr int kMostTries = 20;
     const fs::path parent = folderInMemory();
     removeLeftFolders(parent);
-    std::string folder = parent / fmt::format("{}XXXXXX", kPrefix);
-    if (mkdtemp(folder.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(),
-                                fmt::format("cannot make a folder for the database in '{}'", parent.string()));
+    for (int tries = 0; tries < kMostTries; ++tries) {
+        std::string folder = parent / fmt::format("{}{}", kPrefix, kUnique);
+        if (mkdtemp(folder.data()) == nullptr) {
+            throw std::system_error(errno, std::generic_category(),
+                                    fmt::format("cannot make a folder for the database in '{}'", parent.string()));
+        }
+        lock_ = lockOf(folder);
+        if (lock_.get() >= 0) {
+            folder_ = folder;
+            return;
+        }
+        rmdir(folder.c_str());
     }
-    folder_ = folder;
-    lock_ = lockOf(folder_);
-    file_ = folder_ + "/qos.db";
+    throw std::runtime_error(fmt::format("cannot lock a folder for the database in '{}'", parent.string()));
 }
 
 Database::~Database() {

@@ -24,6 +24,8 @@ class Database {
     std::string configured() const { return folder_.empty() ? file_ : ""; }
 
   private:
+    void makeFolder();
+
     std::string file_;
     std::string folder_;     // of its own; empty: none
     host::Descriptor lock_;  // on the folder, as long as the agent lives

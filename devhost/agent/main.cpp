@@ -73,8 +73,6 @@ int run(const std::string& file, const std::string& pluginFile) {
         host::report("ready");
         sd_notify(0, "READY=1");
     });
-    agent.apply(configuration);
-    const Watchdog watchdog(loop);
     bool stopping = false;
     const auto stop = [&] {
         if (std::exchange(stopping, true)) {
@@ -109,6 +107,9 @@ int run(const std::string& file, const std::string& pluginFile) {
     const auto onInterrupt = loop.onSignal(SIGINT, stop);
     const auto onHangUp = loop.onSignal(SIGHUP, reload);
     const auto onLedger = loop.onSignal(SIGUSR1, [&] { tell(agent.ledgerLines()); });
+    // From here on there is something to clean up: signals wait for the loop.
+    agent.apply(configuration);
+    const Watchdog watchdog(loop);
     loop.run();
     tell(agent.ledgerLines());
     return agent.anyDropped() ? host::kFailed : host::kDone;

@@ -1,12 +1,14 @@
 """Workers, the feed and the agent itself end in every way; nobody else notices, and the ledger knows."""
 
+import glob
 import os
 import signal
+import subprocess
 import tempfile
 import time
 import unittest
 
-from harness import Agent, alive, wait_until
+from harness import BIN, Agent, alive, wait_until
 
 SIMULATED = """
 feed: {source: sim, every: 500ms, ports: 4, slots: 1, seed: 3}
@@ -105,6 +107,40 @@ class Supervision(unittest.TestCase):
             self.assertTrue(os.path.isdir(folder))
             with Agent(SIMULATED, {"RUNTIME_DIRECTORY": os.path.dirname(folder)}):
                 self.assertFalse(os.path.isdir(folder))
+
+    def test_agents_that_begin_together_leave_each_other_and_strangers_alone(self):
+        with tempfile.TemporaryDirectory() as folder:
+            for name in ("qos-agent.d", "qos-agent.backup", "qos-agent-db.backups", "qos-agent-db.Ab12C."):
+                os.mkdir(os.path.join(folder, name))
+            strangers = set(os.listdir(folder))
+            os.mkdir(os.path.join(folder, "qos-agent-db.Ab12Cd"))  # somebody's who was killed
+            file = os.path.join(folder, "a.yaml")
+            strangers.add("a.yaml")
+            with open(file, "w", encoding="utf-8") as out:
+                out.write("feed: {source: sim}\n")
+            agents = [subprocess.Popen([os.path.join(BIN, "qos-agent"), "run", file], stderr=subprocess.DEVNULL,
+                                       env={**os.environ, "RUNTIME_DIRECTORY": folder}) for _ in range(8)]
+            try:
+                wait_until(lambda: len(glob.glob(f"{folder}/qos-agent-db.*/qos.db")) == len(agents), 30)
+                self.assertEqual(len(os.listdir(folder)), len(strangers) + len(agents))
+            finally:
+                for agent in agents:
+                    agent.terminate()
+            self.assertEqual({agent.wait(20) for agent in agents}, {0})
+            self.assertEqual(set(os.listdir(folder)), strangers)
+
+    def test_it_ends_when_asked_while_it_begins(self):
+        for _ in range(10):
+            with tempfile.TemporaryDirectory() as folder, tempfile.NamedTemporaryFile("w") as file:
+                file.write("feed: {source: sim}\n")
+                file.flush()
+                agent = subprocess.Popen([os.path.join(BIN, "qos-agent"), "run", file.name], stderr=subprocess.DEVNULL,
+                                         env={**os.environ, "RUNTIME_DIRECTORY": folder})
+                end = time.monotonic() + 10
+                while not os.listdir(folder) and time.monotonic() < end:
+                    pass  # the moment is short
+                agent.terminate()
+                self.assertEqual((agent.wait(10), os.listdir(folder)), (0, []))
 
     def test_it_ends_when_asked_and_leaves_no_file(self):
         for number in (signal.SIGTERM, signal.SIGINT):
