@@ -49,6 +49,7 @@ SUBSCRIPTIONS = {
     "other": "{path: port-ecn-statistics, every: 100ms}",
 }
 OUTPUTS = ("metrics", "today")
+GNMI = ("subscription", "(gnmi)")  # all that were made for gNMI
 # What the log calls a figure, and what /metrics does.
 OF_SUBSCRIPTION = {"passes": "passes", "failed": "failed_passes", "missed": "missed_passes", "restarts": "restarts",
                    "rows": "rows", "records": "records", "not sent": "rows_not_sent", "refused": "records_refused",
@@ -145,7 +146,7 @@ class Soak:
     # What the agent says.
 
     def logged(self):
-        """The figures in the log: by (kind, name), those of all gNMI calls as one output."""
+        """The figures in the log: by (kind, name), those of all gNMI calls as one output and one subscription."""
         begin, since = len(self.agent.lines), time.monotonic()
         self.agent.ledger()
         self.took("slowest SIGUSR1", time.monotonic() - since)
@@ -163,6 +164,8 @@ class Soak:
                 self.balance(f"{kind} {name} in the log", each)
             if kind == "gnmi":
                 figures["output", "(gnmi)"].update(each)
+            elif name.startswith("gnmi"):
+                figures.setdefault(GNMI, collections.Counter()).update(each)
             else:
                 figures[kind, name] = each
         return figures
@@ -179,7 +182,8 @@ class Soak:
         figures = collections.defaultdict(dict)
         for figure, name in OF_SUBSCRIPTION.items():
             for labels, value in values.get(f"qos_subscription_{name}_total", {}).items():
-                figures["subscription", dict(labels)["subscription"]][figure] = int(value)
+                each = figures["subscription", dict(labels)["subscription"]]
+                each[figure] = each.get(figure, 0) + int(value)  # those of gNMI by path
         for figure, name in (("offered", "offered_total"), ("delivered", "delivered_total"), ("waiting", "waiting")):
             for labels, value in values[f"qos_output_records_{name}"].items():
                 figures["output", dict(labels)["output"]][figure] = int(value)
@@ -217,8 +221,7 @@ class Soak:
     def whole(self, figures, where):
         """What the subscriptions bring both outputs are offered, and nothing else."""
         offered = {name: figures["output", name]["offered"] for name in OUTPUTS}
-        brought = sum(each["records"] for (kind, name), each in figures.items()
-                      if kind == "subscription" and not name.startswith("gnmi-"))
+        brought = sum(each["records"] for key, each in figures.items() if key[0] == "subscription" and key != GNMI)
         unknown = offered["metrics"] - brought
         if self.unknown is None:
             self.unknown = unknown
@@ -350,7 +353,7 @@ class Soak:
             return each["records"] + each["not sent"] + each["refused"] - each["rows"]
         lowest = {}
         for _ in range(10):
-            figures = {name: each for (kind, name), each in self.logged().items() if kind == "subscription"}
+            figures = {key[1]: each for key, each in self.logged().items() if key[0] == "subscription" and key != GNMI}
             for name, each in figures.items():
                 key = (name, each["restarts"], each["failed"], self.counts["reloads"])
                 lowest[key] = min(lowest.get(key, excess(each)), excess(each))
