@@ -142,7 +142,9 @@ void Agent::apply(const Configuration& configuration) {
     });
     exchangeOutputs(std::move(outputs));
     if (tablesChange) {
-        nextDatabase_ = nextDatabase ? std::move(nextDatabase) : std::move(nextDatabase_);
+        if (nextDatabase) {
+            nextDatabase_ = std::move(nextDatabase);
+        }
         beginTables(anew);
     } else if (tablesReady_) {
         tablesReady();
