@@ -1,7 +1,7 @@
 /*
  * What the agent tells a child that it starts: its own program again, with the name of the work as its argument and one
- * end of a socket pair as file kControlFile. The order comes first; a worker may then be asked for passes. A child ends
- * when its end is closed.
+ * end of a socket pair as file kControlFile. The order comes first; a worker may then be asked for passes, and ends
+ * when the agent's end is closed.
  */
 #ifndef DEVHOST_AGENT_ORDER_H
 #define DEVHOST_AGENT_ORDER_H

@@ -224,8 +224,6 @@ int runFeed() {
         options.speed = order.feed.speed;
         return order.feed.source == Configuration::Feed::Source::sim ? feed::runSimFeed(options)
                                                                      : feed::runKernelFeed(options);
-    } catch (const Unwanted&) {
-        return host::kDone;
     } catch (const std::exception& error) {
         host::report(error.what());
         return host::kFailed;
